@@ -1,0 +1,44 @@
+#include "image/Mem.h"
+
+#include "image/Error.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+struct Heap {
+    void* context = nullptr;
+    ZUMemAllocateFunction allocate = nullptr;
+    ZUMemReleaseFunction release = nullptr;
+};
+Heap gHeap;
+} // namespace
+
+void ZUMemSetAllocator(void* context, ZUMemAllocateFunction allocate,
+                       ZUMemReleaseFunction release) {
+    gHeap = Heap{context, allocate, release};
+}
+
+void* ZUMemAllocate(size_t size) {
+    void* block =
+        gHeap.allocate ? gHeap.allocate(gHeap.context, size) : std::malloc(size ? size : 1);
+    if (!block) DQThrow(kDQErrMemory);
+    return block;
+}
+
+void ZUMemRelease(void* pointer) {
+    if (!pointer) return;
+    if (gHeap.release)
+        gHeap.release(gHeap.context, pointer);
+    else
+        std::free(pointer);
+}
+
+void* ZUMemResize(void* pointer, size_t newSize, size_t oldSize) {
+    void* block = ZUMemAllocate(newSize);
+    if (pointer) {
+        std::memcpy(block, pointer, newSize < oldSize ? newSize : oldSize);
+        ZUMemRelease(pointer);
+    }
+    return block;
+}

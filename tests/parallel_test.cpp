@@ -1,0 +1,164 @@
+#include "TestSupport.h"
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+using quelmor::test::WorkerScope;
+
+TEST(ParallelLoop, BandCountsAndBands) {
+    struct Case {
+        int rows, workers, threads;
+        std::vector<std::pair<int, int>> bands;
+    };
+    const Case cases[] = {
+        {1000,
+         8,
+         8,
+         {{0, 124},
+          {125, 249},
+          {250, 374},
+          {375, 499},
+          {500, 624},
+          {625, 749},
+          {750, 874},
+          {875, 999}}},
+        {100, 8, 6, {{0, 15}, {16, 31}, {32, 47}, {48, 63}, {64, 79}, {80, 99}}},
+        {20, 4, 1, {{0, 19}}},
+        {16, 4, 1, {{0, 15}}},
+        {0, 4, 0, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.rows << " rows, " << c.workers << " workers");
+        ZUMPSetNumThreads(c.workers);
+        const int threads = ZUMPNumThreadsForRows(c.rows);
+        EXPECT_EQ(threads, c.threads);
+        for (int i = 0; i < threads; ++i) {
+            int first = -1, last = -1;
+            ZUMPRowsForThread(threads, i, c.rows, &first, &last);
+            EXPECT_EQ(first, c.bands[i].first);
+            EXPECT_EQ(last, c.bands[i].second);
+        }
+    }
+    ZUMPSetNumThreads(1);
+}
+
+TEST(ParallelLoop, UnusableWorkerCountsBecomeOne) {
+    for (int stored : {0, -3}) {
+        ZUMPSetNumThreads(stored);
+        EXPECT_EQ(ZUMPGetNumThreads(), stored);
+        EXPECT_EQ(ZUMPGetUsableThreads(), 1);
+        EXPECT_EQ(ZUMPGetNumThreads(), 1);
+    }
+}
+
+TEST(ParallelLoop, EveryRowRunsOnceOnTheBandsWorker) {
+    for (int workers : {2, 3, 8}) {
+        WorkerScope scope(workers, 640, 480);
+        const int rows = 997;
+        std::vector<std::atomic<int>> hits(rows);
+        std::vector<std::atomic<int>> owner(rows);
+        std::atomic<int> calls{0};
+        const int threads = ZUMPNumThreadsForRows(rows);
+        ZUMPForRows(threads, rows, [&](int worker, int first, int last) {
+            ++calls;
+            for (int y = first; y <= last; ++y) {
+                ++hits[y];
+                owner[y] = worker;
+            }
+        });
+        EXPECT_EQ(calls.load(), threads) << workers << " workers";
+        for (int y = 0; y < rows; ++y) {
+            ASSERT_EQ(hits[y].load(), 1) << "row " << y << " with " << workers << " workers";
+            int first = 0, last = 0;
+            ZUMPRowsForThread(threads, owner[y], rows, &first, &last);
+            ASSERT_TRUE(y >= first && y <= last) << "row " << y << " ran on the wrong worker";
+        }
+    }
+}
+
+TEST(ParallelLoop, BandsRunOnDistinctThreads) {
+    WorkerScope scope(4, 1920, 1080);
+    std::vector<std::thread::id> ids(4);
+    ZUMPForRows(4, 400, [&](int worker, int, int) { ids[worker] = std::this_thread::get_id(); });
+    for (int i = 0; i < 4; ++i)
+        for (int j = i + 1; j < 4; ++j)
+            EXPECT_NE(ids[i], ids[j]) << i << " and " << j;
+}
+
+TEST(ParallelLoop, AnErrorInABandArrivesOnTheCaller) {
+    for (int workers : {1, 4}) {
+        WorkerScope scope(workers, 1920, 1080);
+        for (DQErr code : {kDQErrMemory, kDQErrBadArgument, kDQErrInterrupted}) {
+            try {
+                ZUMPForRows(1080, [&](int worker, int, int) {
+                    if (worker == workers - 1) DQThrow(code);
+                });
+                ADD_FAILURE() << "no error arrived for code " << code;
+            } catch (DQErr caught) {
+                EXPECT_EQ(caught, code) << workers << " workers";
+            }
+        }
+    }
+}
+
+std::atomic<int> gWeightedSum;
+
+int WeightedRows(int, int, int first, int last, va_list* args, ...) {
+    int* weights = va_arg(*args, int*);
+    const int scale = va_arg(*args, int);
+    for (int y = first; y <= last; ++y)
+        gWeightedSum += weights[y] * scale;
+    return 0;
+}
+
+TEST(ParallelLoop, RawLoopPassesArgumentsToEveryBand) {
+    WorkerScope scope(3, 300, 300);
+    gWeightedSum = 0;
+    std::vector<int> weights(300);
+    for (int i = 0; i < 300; ++i)
+        weights[i] = i;
+    ZUMPParallelFor(ZUMPNumThreadsForRows(300), 300, WeightedRows, weights.data(), 2);
+    EXPECT_EQ(gWeightedSum.load(), 2 * (299 * 300 / 2));
+}
+
+TEST(ParallelLoop, TinyFrameRunsOnTheCaller) {
+    // Fewer frame pixels than workers: the slices cannot tell workers apart.
+    WorkerScope scope(4, 1, 2);
+    std::atomic<int> rows{0};
+    ZUMPForRows(4, 64, [&](int, int first, int last) { rows += last - first + 1; });
+    EXPECT_EQ(rows.load(), 64);
+}
+
+TEST(MutexPool, LockSpinsAndReleases) {
+    ZUMPMutexRecord** pool = ZUMPCreateMutexArray(8);
+    ASSERT_NE(pool, nullptr);
+    WorkerScope scope(4, 1920, 1080);
+    int counters[8] = {};
+    ZUMPForRows(4, 4000, [&](int, int first, int last) {
+        for (int y = first; y <= last; ++y)
+            for (int k = 0; k < 8; ++k) {
+                ZUMPMutexLock(pool[k]);
+                ++counters[k];
+                ZUMPMutexUnlock(pool[k]);
+            }
+    });
+    for (int k = 0; k < 8; ++k)
+        EXPECT_EQ(counters[k], 4000);
+    ZUMPDestroyMutexArray(pool);
+    ZUMPDestroyMutexArray(nullptr);
+}
+
+TEST(MutexPool, BinarySemaphoreOpensAndCloses) {
+    ZUMP_BinarySemaphore open(true);
+    open.Wait();
+    open.Signal();
+    open.Create(false); // a second creation does nothing
+    open.Wait();
+    open.Signal();
+    ZUMP_BinarySemaphore closed(false);
+    EXPECT_NE(pthread_mutex_trylock(&closed.mutex), 0);
+    closed.Signal();
+    closed.Wait();
+    closed.Signal();
+}
