@@ -1,0 +1,32 @@
+#include "sparkhost/SetupFile.h"
+
+#include "sparkhost/PluginLoader.h"
+
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+
+bool SparkSaveSetupFile(const SparkPlugin& plugin, const std::string& path) {
+    std::ofstream file(path);
+    if (!file) return false;
+    file << "# Spark setup: panel record values\n";
+    for (const auto& record : plugin.Records()) {
+        if (auto value = plugin.Value(record))
+            file << record.name << ' ' << std::setprecision(9) << *value << '\n';
+    }
+    return bool(file);
+}
+
+bool SparkLoadSetupFile(const SparkPlugin& plugin, const std::string& path) {
+    std::ifstream file(path);
+    if (!file) return false;
+    std::string line;
+    while (std::getline(file, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream fields(line);
+        std::string name;
+        double value = 0.0;
+        if (fields >> name >> value) plugin.SetValue(name, value);
+    }
+    return true;
+}
