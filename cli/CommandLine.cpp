@@ -1,0 +1,133 @@
+#include "CommandLine.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+
+namespace quelmor::cli {
+
+std::optional<std::string> CommandLine::Value(const std::string& name) const {
+    const auto it = values.find(name);
+    if (it == values.end()) return std::nullopt;
+    return it->second;
+}
+
+CommandLine ParseCommandLine(const std::string& command, std::span<const std::string> args,
+                             std::span<const OptionSpec> options) {
+    CommandLine out;
+    bool onlyFiles = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (onlyFiles || arg.size() < 2 || arg[0] != '-' ||
+            std::isdigit(static_cast<unsigned char>(arg[1]))) {
+            out.files.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            onlyFiles = true;
+            continue;
+        }
+        std::string name = arg.substr(arg[1] == '-' ? 2 : 1);
+        std::optional<std::string> inlineValue;
+        if (const std::size_t eq = name.find('='); eq != std::string::npos) {
+            inlineValue = name.substr(eq + 1);
+            name.resize(eq);
+        }
+        const auto spec = std::find_if(options.begin(), options.end(),
+                                       [&](const OptionSpec& o) { return name == o.name; });
+        if (spec == options.end())
+            throw UsageError("unknown option " + arg + " for quelmor " + command);
+        if (!spec->takesValue) {
+            if (inlineValue) throw UsageError("option --" + name + " takes no value");
+            out.values[name] = "";
+        } else if (inlineValue) {
+            out.values[name] = *inlineValue;
+        } else {
+            if (i + 1 >= args.size()) throw UsageError("option --" + name + " needs a value");
+            out.values[name] = args[++i];
+        }
+    }
+    return out;
+}
+
+namespace {
+
+double ParseNumber(const std::string& text, const std::string& what) {
+    errno = 0;
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || end != text.c_str() + text.size() || errno == ERANGE || !std::isfinite(v))
+        throw UsageError(what + " must be a number, got \"" + text + "\"");
+    return v;
+}
+
+int ParseInteger(const std::string& text, const std::string& what) {
+    errno = 0;
+    char* end = nullptr;
+    const long v = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || end != text.c_str() + text.size() || errno == ERANGE || v < -1000000000L ||
+        v > 1000000000L)
+        throw UsageError(what + " must be a whole number, got \"" + text + "\"");
+    return int(v);
+}
+
+} // namespace
+
+double ParsePositive(const std::string& text, const std::string& what) {
+    const double v = ParseNumber(text, what);
+    if (v <= 0) throw UsageError(what + " must be above 0, got " + text);
+    return v;
+}
+
+double ParseNonNegative(const std::string& text, const std::string& what) {
+    const double v = ParseNumber(text, what);
+    if (v < 0) throw UsageError(what + " must not be negative, got " + text);
+    return v;
+}
+
+int ParseCount(const std::string& text, const std::string& what) {
+    const int v = ParseInteger(text, what);
+    if (v < 1) throw UsageError(what + " must be 1 or more, got " + text);
+    return v;
+}
+
+FrameRange ParseFrameRange(const std::string& text) {
+    const std::size_t dash = text.find('-', 1);
+    FrameRange r;
+    if (dash == std::string::npos) {
+        r.first = r.last = ParseInteger(text, "--frames");
+    } else {
+        r.first = ParseInteger(text.substr(0, dash), "the first frame of --frames");
+        r.last = ParseInteger(text.substr(dash + 1), "the last frame of --frames");
+    }
+    if (r.first < 0 || r.last < r.first)
+        throw UsageError("--frames wants A-B with 0 <= A <= B, got \"" + text + "\"");
+    return r;
+}
+
+Size ParseSize(const std::string& text) {
+    const std::size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) throw UsageError("--size wants WIDTHxHEIGHT, got \"" + text + "\"");
+    const Size s{ParseCount(text.substr(0, x), "the width of --size"),
+                 ParseCount(text.substr(x + 1), "the height of --size")};
+    if (s.width < 8 || s.height < 8 || s.width > 16384 || s.height > 16384)
+        throw UsageError("--size must lie between 8x8 and 16384x16384, got " + text);
+    return s;
+}
+
+int ParseChoice(const std::string& text, const std::string& what,
+                std::span<const char* const> names) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return char(std::tolower(c)); });
+    for (std::size_t i = 0; i < names.size(); ++i)
+        if (lower == names[i] || lower == std::to_string(i)) return int(i);
+    std::string known;
+    for (const char* n : names)
+        known += std::string(known.empty() ? "" : ", ") + n;
+    throw UsageError(what + " must be one of " + known + ", got \"" + text + "\"");
+}
+
+} // namespace quelmor::cli

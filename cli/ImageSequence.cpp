@@ -1,0 +1,273 @@
+#include "ImageSequence.h"
+
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+namespace quelmor::cli {
+namespace fs = std::filesystem;
+namespace oiio = OIIO;
+
+namespace {
+
+oiio::TypeDesc TypeOf(SampleType type) {
+    switch (type) {
+    case SampleType::U8:
+        return oiio::TypeDesc::UINT8;
+    case SampleType::U16:
+        return oiio::TypeDesc::UINT16;
+    case SampleType::Half:
+        return oiio::TypeDesc::HALF;
+    case SampleType::Float:
+        return oiio::TypeDesc::FLOAT;
+    }
+    return oiio::TypeDesc::UNKNOWN;
+}
+
+SampleType SampleOf(oiio::TypeDesc type) {
+    switch (type.basetype) {
+    case oiio::TypeDesc::UINT8:
+    case oiio::TypeDesc::INT8:
+        return SampleType::U8;
+    case oiio::TypeDesc::HALF:
+        return SampleType::Half;
+    case oiio::TypeDesc::FLOAT:
+    case oiio::TypeDesc::DOUBLE:
+        return SampleType::Float;
+    default:
+        return SampleType::U16; // 10, 12, 16 and 32 bit integers
+    }
+}
+
+MediaFormat ReadHeader(const std::string& path) {
+    auto in = oiio::ImageInput::open(path);
+    if (!in) {
+        std::string why = oiio::geterror();
+        throw MediaError("cannot read " + path + (why.empty() ? "" : ": " + why));
+    }
+    const oiio::ImageSpec& spec = in->spec();
+    MediaFormat f;
+    f.width = spec.width;
+    f.height = spec.height;
+    f.channels = spec.nchannels > 4 ? 4 : spec.nchannels;
+    f.sample = SampleOf(spec.format);
+    return f;
+}
+
+// Writes all of `bytes` to a new file; returns why it failed, or "".
+std::string WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return std::strerror(errno);
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            const std::string why = n < 0 ? std::strerror(errno) : "nothing written";
+            close(fd);
+            return why;
+        }
+        done += std::size_t(n);
+    }
+    if (close(fd) != 0) return std::strerror(errno);
+    return "";
+}
+
+std::string Describe(const MediaFormat& f) {
+    return std::to_string(f.width) + "x" + std::to_string(f.height) + ", " +
+           std::to_string(f.channels) + " channels, " + SampleTypeName(f.sample);
+}
+
+class SequenceReader final : public MediaReader {
+public:
+    explicit SequenceReader(const SequencePattern& pattern) : pattern_(pattern) {
+        const std::vector<int> frames = pattern.FindFrames();
+        if (frames.empty()) throw MediaError("no input frames match " + pattern.Text());
+        first_ = frames.front();
+        count_ = int(frames.size());
+        for (int i = 0; i < count_; ++i) {
+            if (frames[i] != first_ + i)
+                throw MediaError("input frame " + pattern.Path(first_ + i) +
+                                 " is missing from the sequence");
+        }
+        // Every header is read now, so that a frame of another size stops the run before any
+        // output.
+        format_ = ReadHeader(pattern.Path(first_));
+        for (int i = 1; i < count_; ++i) {
+            const MediaFormat f = ReadHeader(pattern.Path(first_ + i));
+            if (!f.SameSize(format_) || f.channels != format_.channels)
+                throw MediaError("input frame " + pattern.Path(first_ + i) + " is " + Describe(f) +
+                                 " but the first frame is " + Describe(format_) +
+                                 ": all frames of a sequence must have one size");
+        }
+    }
+
+    const MediaFormat& Format() const override { return format_; }
+    int FrameCount() const override { return count_; }
+    int FirstNumber() const override { return first_; }
+    double FrameRate() const override { return 0.0; }
+
+    void Read(int index, MediaFrame& frame) override {
+        if (index < 0 || index >= count_)
+            throw MediaError("no frame " + std::to_string(index) + " in the input");
+        const std::string path = pattern_.Path(first_ + index);
+        // Colours stay as stored: no premultiplication by alpha on the way in or out.
+        oiio::ImageSpec config;
+        config.attribute("oiio:UnassociatedAlpha", 1);
+        auto in = oiio::ImageInput::open(path, &config);
+        if (!in) throw MediaError("cannot read " + path + ": " + oiio::geterror());
+        const oiio::ImageSpec& spec = in->spec();
+        if (spec.width != format_.width || spec.height != format_.height)
+            throw MediaError("input frame " + path + " changed size while reading");
+        frame.Allocate(format_);
+        if (!in->read_image(0, 0, 0, format_.channels, TypeOf(format_.sample), frame.pixels.data()))
+            throw MediaError("cannot read " + path + ": " + in->geterror());
+    }
+
+private:
+    SequencePattern pattern_;
+    MediaFormat format_;
+    int first_ = 0;
+    int count_ = 0;
+};
+
+class SequenceWriter final : public MediaWriter {
+public:
+    SequenceWriter(const SequencePattern& pattern, const MediaFormat& source,
+                   const WriteOptions& options)
+        : pattern_(pattern), options_(options) {
+        format_ = source;
+        format_.sample = OutputSampleFor(source.sample, ExtensionOf(pattern.Text()));
+        const std::string ext = ExtensionOf(pattern.Text());
+        if (ext == "jpg" || ext == "jpeg") format_.channels = format_.channels >= 3 ? 3 : 1;
+    }
+
+    ~SequenceWriter() override {
+        if (finished_) return;
+        std::error_code ec;
+        for (const std::string& path : written_)
+            fs::remove(path, ec);
+    }
+
+    const MediaFormat& Format() const override { return format_; }
+
+    void Write(int number, const MediaFrame& frame) override {
+        const MediaFrame* source = &frame;
+        if (frame.format.sample != format_.sample || frame.format.channels != format_.channels) {
+            ConvertFrame(frame, format_, converted_);
+            source = &converted_;
+        }
+        const std::string final = pattern_.Path(number);
+        const std::string temp = pattern_.TempPath(number);
+        auto out = oiio::ImageOutput::create(final);
+        if (!out) throw MediaError("cannot write " + final + ": unsupported image format");
+        oiio::ImageSpec spec(format_.width, format_.height, format_.channels,
+                             TypeOf(format_.sample));
+        if (format_.sample == SampleType::Half) spec.attribute("compression", "zip");
+        if (format_.channels == 4) {
+            spec.alpha_channel = 3;
+            spec.attribute("oiio:UnassociatedAlpha", 1);
+        }
+        // Encoded in memory and written here, because the image libraries do not all
+        // notice a short write; a full disk must fail the frame, not truncate it.
+        encoded_.clear();
+        oiio::Filesystem::IOVecOutput memory(encoded_);
+        bool ok = out->set_ioproxy(&memory) && out->open(final, spec) &&
+                  out->write_image(TypeOf(format_.sample), source->pixels.data());
+        ok = out->close() && ok;
+        if (!ok) throw MediaError("cannot encode " + final + ": " + out->geterror());
+        std::string why = WriteWholeFile(temp, encoded_);
+        std::error_code ec;
+        if (why.empty()) {
+            fs::rename(temp, final, ec);
+            if (ec) why = ec.message();
+        }
+        if (!why.empty()) {
+            fs::remove(temp, ec);
+            throw MediaError("cannot write " + final + ": " + why);
+        }
+        written_.push_back(final);
+    }
+
+    void Finish() override { finished_ = true; }
+
+private:
+    SequencePattern pattern_;
+    WriteOptions options_;
+    MediaFormat format_;
+    MediaFrame converted_;
+    std::vector<unsigned char> encoded_;
+    std::vector<std::string> written_;
+    bool finished_ = false;
+};
+
+} // namespace
+
+bool IsImageExtension(const std::string& ext) {
+    static const char* const known[] = {"png", "tif", "tiff", "jpg", "jpeg",
+                                        "exr", "dpx", "bmp",  "tga", "hdr"};
+    for (const char* k : known)
+        if (ext == k) return true;
+    return false;
+}
+
+SampleType OutputSampleFor(SampleType in, const std::string& ext) {
+    const bool isFloat = in == SampleType::Half || in == SampleType::Float;
+    if (ext == "exr") return SampleType::Half;
+    if (ext == "jpg" || ext == "jpeg" || ext == "bmp" || ext == "tga") return SampleType::U8;
+    if (ext == "tif" || ext == "tiff") return isFloat ? SampleType::Float : in;
+    if (ext == "hdr") return SampleType::Float;
+    // PNG, DPX and video: integers only.
+    return in == SampleType::U8 ? SampleType::U8 : SampleType::U16;
+}
+
+std::unique_ptr<MediaReader> OpenSequence(const SequencePattern& pattern) {
+    return std::make_unique<SequenceReader>(pattern);
+}
+
+std::unique_ptr<MediaWriter> CreateSequence(const SequencePattern& pattern,
+                                            const MediaFormat& format,
+                                            const WriteOptions& options) {
+    return std::make_unique<SequenceWriter>(pattern, format, options);
+}
+
+void ConvertFrame(const MediaFrame& in, const MediaFormat& to, MediaFrame& out) {
+    out.Allocate(to);
+    const MediaFormat& from = in.format;
+    const oiio::TypeDesc srcType = TypeOf(from.sample), dstType = TypeOf(to.sample);
+    const oiio::stride_t srcPixel = from.channels * SampleBytes(from.sample);
+    const oiio::stride_t dstPixel = to.channels * SampleBytes(to.sample);
+    auto copyChannels = [&](int srcChannel, int dstChannel, int count) {
+        oiio::convert_image(count, to.width, to.height, 1,
+                            in.pixels.data() + srcChannel * SampleBytes(from.sample), srcType,
+                            srcPixel, oiio::stride_t(from.RowBytes()), oiio::AutoStride,
+                            out.pixels.data() + dstChannel * SampleBytes(to.sample), dstType,
+                            dstPixel, oiio::stride_t(to.RowBytes()), oiio::AutoStride);
+    };
+    if (from.channels == 1 && to.channels >= 3) {
+        for (int c = 0; c < 3; ++c)
+            copyChannels(0, c, 1);
+    } else {
+        copyChannels(0, 0, std::min(from.channels, to.channels) >= 3 ? 3 : 1);
+        if (from.channels == 4 && to.channels == 4) copyChannels(3, 3, 1);
+    }
+    if (to.channels == 4 && from.channels != 4) {
+        // Opaque alpha in the destination's own units.
+        const float one = 1.0f;
+        for (int y = 0; y < to.height; ++y)
+            oiio::convert_image(1, to.width, 1, 1, &one, oiio::TypeDesc::FLOAT, 0, 0, 0,
+                                out.pixels.data() + y * to.RowBytes() + 3 * SampleBytes(to.sample),
+                                dstType, dstPixel, oiio::AutoStride, oiio::AutoStride);
+    }
+}
+
+} // namespace quelmor::cli

@@ -1,0 +1,61 @@
+// Reading and writing clips: numbered image files or a video file, chosen by the name.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "MediaFrame.h"
+
+namespace quelmor::cli {
+
+class MediaReader {
+public:
+    virtual ~MediaReader() = default;
+    virtual const MediaFormat& Format() const = 0;
+    virtual int FrameCount() const = 0;
+    // Number of the first frame in the file names; 0 for a video file.
+    virtual int FirstNumber() const = 0;
+    // Frames per second, 0 when the source does not say.
+    virtual double FrameRate() const = 0;
+    // Reads frame `index` (from 0) in the reader's own format.
+    virtual void Read(int index, MediaFrame& frame) = 0;
+};
+
+class MediaWriter {
+public:
+    // A writer destroyed before Finish removes everything it wrote.
+    virtual ~MediaWriter() = default;
+    virtual const MediaFormat& Format() const = 0;
+    // Writes one frame; `number` names the file of an image sequence, frames come in order.
+    virtual void Write(int number, const MediaFrame& frame) = 0;
+    virtual void Finish() = 0;
+};
+
+struct WriteOptions {
+    bool overwrite = false;
+    double frameRate = 25.0;
+};
+
+bool IsVideoPath(const std::string& path);
+
+// Throws MediaError with a message for the user when the input cannot be used.
+std::unique_ptr<MediaReader> OpenMedia(const std::string& path);
+
+// Sample type written for a source of type `in` into a file with extension `ext`:
+// 8-bit stays 8-bit, 16-bit stays 16-bit where the format can hold it, half and
+// float become half in EXR.
+SampleType OutputSampleFor(SampleType in, const std::string& ext);
+
+// Checks, before anything is rendered, that the output can be written: a known
+// format, an existing writable folder, and no file in the way of frames `first`
+// to `last` unless overwriting. Throws MediaError and touches nothing.
+void CheckOutput(const std::string& path, int first, int last, const WriteOptions& options);
+
+// `format` is the source's format; the writer picks its own sample type and channels.
+std::unique_ptr<MediaWriter> CreateMedia(const std::string& path, const MediaFormat& format,
+                                         const WriteOptions& options);
+
+// Converts samples and channel count; a missing alpha becomes opaque.
+void ConvertFrame(const MediaFrame& in, const MediaFormat& to, MediaFrame& out);
+
+} // namespace quelmor::cli

@@ -1,0 +1,31 @@
+// What `quelmor retime` was asked to do, read and checked from its command line.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+
+#include "CommandLine.h"
+
+namespace quelmor::cli {
+
+struct RetimeSettings {
+    std::string input;
+    std::string output;
+    std::optional<double> speed;
+    std::optional<std::string> speedCurve; // key file of speeds per output frame
+    std::optional<std::string> frameCurve; // key file of source frames per output frame
+    std::optional<std::string> scenes;     // key file of scene menu numbers per source frame
+    std::optional<FrameRange> frames;      // output frames as numbered in the output
+    int interpolation = 1;                 // 0 nearest, 1 blend, 2 weighted energy blend
+    int vectorQuality = 4;                 // 0 none to 4 best
+    float motionBlur = 0.0f;
+    double rate = 0.0; // frames per second of a video output, 0: the input's
+    bool overwrite = false;
+    bool quiet = false;
+};
+
+// Throws UsageError for anything missing, unknown, contradictory or out of range.
+RetimeSettings ParseRetimeSettings(std::span<const std::string> args);
+
+} // namespace quelmor::cli

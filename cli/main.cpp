@@ -1,0 +1,54 @@
+// quelmor: retimes clips on disk with motion vectors.
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "CommandLine.h"
+#include "Commands.h"
+#include "MediaFrame.h"
+
+namespace {
+
+constexpr const char* kUsage = R"(usage: quelmor COMMAND ARGUMENTS [options]
+
+commands:
+  synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
+      --frames N  --size WxH  --steps K  --depth 8|16|half|float  --overwrite  --quiet
+  score RESULT TRUTH    PSNR of a result against true frames
+
+INPUT and OUTPUT are image sequences (name.%04d.exr, name.####.dpx, PNG, TIFF, JPEG) or video
+files (any common container in; .mov ProRes or .mp4 H.264 out).
+)";
+
+} // namespace
+
+int main(int argc, char** argv) {
+    using namespace quelmor::cli;
+    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h") ||
+        !std::strcmp(argv[1], "help")) {
+        std::fputs(kUsage, argc < 2 ? stderr : stdout);
+        return argc < 2 ? 2 : 0;
+    }
+    const std::string command = argv[1];
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    try {
+        if (command == "synth") return RunSynth(args);
+        if (command == "score") return RunScore(args);
+        throw UsageError("unknown command \"" + command + "\"");
+    } catch (const UsageError& e) {
+        std::fprintf(stderr, "quelmor: %s\n(quelmor --help lists the commands and options)\n",
+                     e.what());
+        return 2;
+    } catch (const MediaError& e) {
+        std::fprintf(stderr, "quelmor: %s\n", e.what());
+        return 1;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "quelmor: out of memory\n");
+        return 1;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "quelmor: %s\n", e.what());
+        return 1;
+    }
+}

@@ -1,0 +1,338 @@
+// Image sequences and video files: names, round trips, bit depth and refusals.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "cli/Media.h"
+#include "cli/Score.h"
+#include "cli/SequencePattern.h"
+#include "cli/Synth.h"
+
+namespace quelmor::cli {
+namespace {
+namespace fs = std::filesystem;
+
+// A fresh folder per test, removed afterwards.
+class MediaTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = fs::temp_directory_path() /
+               ("quelmor_media_" + std::string(info->name()) + "_" + std::to_string(getpid()));
+        fs::remove_all(dir_);
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    std::string In(const std::string& name) const { return (dir_ / name).string(); }
+    std::vector<std::string> Listing() const {
+        std::vector<std::string> names;
+        for (const auto& e : fs::directory_iterator(dir_))
+            names.push_back(e.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    fs::path dir_;
+};
+
+// A frame whose every sample differs from its neighbours, in the given format.
+MediaFrame Ramp(const MediaFormat& f, int seed) {
+    MediaFormat flt = f;
+    flt.sample = SampleType::Float;
+    MediaFrame linear;
+    linear.Allocate(flt);
+    for (int y = 0; y < f.height; ++y) {
+        float* row = linear.Row<float>(y);
+        for (int x = 0; x < f.width * f.channels; ++x)
+            row[x] = float((x * 37 + y * 101 + seed * 13) % 1000) / 999.0f;
+    }
+    MediaFrame out;
+    ConvertFrame(linear, f, out);
+    return out;
+}
+
+void Touch(const std::string& path) {
+    std::ofstream(path) << "x";
+}
+
+TEST(SequencePatternTest, NamesFramesFromEveryFieldForm) {
+    struct Case {
+        const char* pattern;
+        int frame;
+        const char* expected; // nullptr: not a sequence
+    } cases[] = {
+        {"shot.%04d.exr", 7, "./shot.0007.exr"},
+        {"a/b/shot.####.dpx", 12, "a/b/shot.0012.dpx"},
+        {"%03d.png", 5, "./005.png"},
+        {"x_%d.tif", 123, "./x_123.tif"},
+        {"clip.%04d.png", 12345, "./clip.12345.png"},
+        {"dir.%04d/plain.png", 1, nullptr}, // the field must be in the file name
+        {"plain.png", 1, nullptr},
+        {"two.%04d.%04d.png", 1, nullptr},
+        {"bad.%4s.png", 1, nullptr},
+        {"h#.#.png", 1, nullptr},
+    };
+    for (const Case& c : cases) {
+        const auto p = SequencePattern::Parse(c.pattern);
+        if (!c.expected) {
+            EXPECT_FALSE(p.has_value()) << c.pattern;
+            continue;
+        }
+        ASSERT_TRUE(p.has_value()) << c.pattern;
+        EXPECT_EQ(p->Path(c.frame), c.expected) << c.pattern;
+    }
+}
+
+TEST_F(MediaTest, FindsOnlyFilesThatFitThePattern) {
+    for (const char* name : {"s.0003.png", "s.0001.png", "s.0002.png", "s.12345.png", "s.00007.png",
+                             "s.001.png", "s.0004.png.part", "t.0005.png", "s.00a6.png"})
+        Touch(In(name));
+    fs::create_directory(In("s.0009.png")); // a folder is no frame
+    const auto p = SequencePattern::Parse(In("s.%04d.png"));
+    ASSERT_TRUE(p);
+    EXPECT_EQ(p->FindFrames(), (std::vector<int>{1, 2, 3, 12345}));
+}
+
+TEST_F(MediaTest, SequencesKeepTheirBitDepth) {
+    struct Case {
+        const char* name;
+        SampleType written;
+        int channels;
+        SampleType expected;
+        double minPsnr; // 99: exact
+    } cases[] = {
+        {"png8.%04d.png", SampleType::U8, 3, SampleType::U8, 99},
+        {"png16.%04d.png", SampleType::U16, 4, SampleType::U16, 99},
+        {"tif8.%04d.tif", SampleType::U8, 3, SampleType::U8, 99},
+        {"tif16.%04d.tif", SampleType::U16, 3, SampleType::U16, 99},
+        {"exrhalf.%04d.exr", SampleType::Half, 4, SampleType::Half, 99},
+        {"exrfloat.%04d.exr", SampleType::Float, 3, SampleType::Half, 60},
+        {"exr16.%04d.exr", SampleType::U16, 3, SampleType::Half, 60},
+        {"dpx16.####.dpx", SampleType::U16, 3, SampleType::U16, 99},
+        {"jpg.%04d.jpg", SampleType::U8, 3, SampleType::U8, 15},
+    };
+    for (const Case& c : cases) {
+        const MediaFormat f{16, 8, c.channels, c.written};
+        {
+            auto writer = CreateMedia(In(c.name), f, {});
+            for (int i = 0; i < 3; ++i)
+                writer->Write(10 + i, Ramp(f, i));
+            writer->Finish();
+        }
+        auto reader = OpenMedia(In(c.name));
+        EXPECT_EQ(reader->FrameCount(), 3) << c.name;
+        EXPECT_EQ(reader->FirstNumber(), 10) << c.name;
+        EXPECT_EQ(reader->Format().sample, c.expected) << c.name;
+        EXPECT_EQ(reader->Format().width, 16) << c.name;
+        MediaFrame back;
+        reader->Read(2, back);
+        EXPECT_GE(Psnr(back, Ramp(f, 2)), c.minPsnr) << c.name;
+        EXPECT_LT(Psnr(back, Ramp(f, 1)), 40) << c.name << ": frame 2 must not read as frame 1";
+    }
+}
+
+TEST_F(MediaTest, BadSequencesAreRefusedWithTheirReason) {
+    const MediaFormat small{8, 8, 3, SampleType::U8}, large{9, 8, 3, SampleType::U8};
+    auto write = [&](const std::string& pattern, int number, const MediaFormat& f) {
+        auto w = CreateMedia(In(pattern), f, {});
+        w->Write(number, Ramp(f, 0));
+        w->Finish();
+    };
+    write("gap.%04d.png", 1, small);
+    write("gap.%04d.png", 3, small);
+    write("size.%04d.png", 1, small);
+    write("size.%04d.png", 2, large);
+    std::ofstream(In("broken.0001.png")) << "not a png";
+    struct Case {
+        const char* input;
+        const char* message;
+    } cases[] = {
+        {"gap.%04d.png", "gap.0002.png is missing"},   {"size.%04d.png", "must have one size"},
+        {"none.%04d.png", "no input frames match"},    {"broken.%04d.png", "cannot read"},
+        {"clip.%04d.xyz", "unsupported image format"}, {"missing.mov", "does not exist"},
+    };
+    for (const Case& c : cases) {
+        try {
+            OpenMedia(In(c.input));
+            ADD_FAILURE() << c.input << " was accepted";
+        } catch (const MediaError& e) {
+            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos)
+                << c.input << ": " << e.what();
+        }
+    }
+}
+
+TEST_F(MediaTest, OutputChecksRefuseBeforeAnythingIsWritten) {
+    Touch(In("taken.0005.png"));
+    Touch(In("taken.mov"));
+    struct Case {
+        const char* output;
+        bool overwrite;
+        const char* message; // nullptr: accepted
+    } cases[] = {
+        {"taken.%04d.png", false, "already exists"},
+        {"taken.%04d.png", true, nullptr},
+        {"taken.mov", false, "already exists"},
+        {"taken.mov", true, nullptr},
+        {"free.%04d.png", false, nullptr},
+        {"nofolder/out.%04d.png", false, "does not exist"},
+        {"out.%04d.xyz", false, "unsupported output format"},
+        {"out.avi", false, "unsupported output format"},
+    };
+    for (const Case& c : cases) {
+        WriteOptions options;
+        options.overwrite = c.overwrite;
+        const auto before = Listing();
+        try {
+            CheckOutput(In(c.output), 0, 10, options);
+            EXPECT_EQ(c.message, nullptr) << c.output << " was accepted";
+        } catch (const MediaError& e) {
+            ASSERT_NE(c.message, nullptr) << c.output << ": " << e.what();
+            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos)
+                << c.output << ": " << e.what();
+        }
+        EXPECT_EQ(Listing(), before) << c.output;
+    }
+    // Frames outside the range to be written are not in the way.
+    EXPECT_NO_THROW(CheckOutput(In("taken.%04d.png"), 6, 10, {}));
+}
+
+TEST_F(MediaTest, AnUnfinishedSequenceLeavesNothingBehind) {
+    const MediaFormat f{8, 8, 3, SampleType::U8};
+    {
+        auto writer = CreateMedia(In("part.%04d.png"), f, {});
+        writer->Write(0, Ramp(f, 0));
+        writer->Write(1, Ramp(f, 1));
+        EXPECT_EQ(Listing(), (std::vector<std::string>{"part.0000.png", "part.0001.png"}));
+    }
+    EXPECT_TRUE(Listing().empty());
+}
+
+TEST(ConvertFrameTest, ScalesSamplesAndFillsChannels) {
+    struct Case {
+        const char* name;
+        MediaFormat from, to;
+        std::vector<float> in;        // one pixel
+        std::vector<double> expected; // in the destination's units
+    } cases[] = {
+        {"8 to 16 bit",
+         {1, 1, 3, SampleType::U8},
+         {1, 1, 3, SampleType::U16},
+         {1.0f, 0.0f, 128 / 255.0f},
+         {65535, 0, 32896}},
+        {"16 bit to float",
+         {1, 1, 3, SampleType::U16},
+         {1, 1, 3, SampleType::Float},
+         {1.0f, 0.5f, 0.0f},
+         {1.0, 32768 / 65535.0, 0}},
+        {"rgb gains opaque alpha",
+         {1, 1, 3, SampleType::U8},
+         {1, 1, 4, SampleType::U8},
+         {0.2f, 0.4f, 0.6f},
+         {51, 102, 153, 255}},
+        {"grey to rgb",
+         {1, 1, 1, SampleType::U16},
+         {1, 1, 3, SampleType::U16},
+         {0.5f},
+         {32768, 32768, 32768}},
+        {"rgba drops alpha",
+         {1, 1, 4, SampleType::Float},
+         {1, 1, 3, SampleType::Float},
+         {0.1f, 0.2f, 0.3f, 0.0f},
+         {0.1, 0.2, 0.3}},
+    };
+    for (const Case& c : cases) {
+        MediaFrame linear, from, to, back;
+        linear.Allocate({1, 1, c.from.channels, SampleType::Float});
+        std::copy(c.in.begin(), c.in.end(), linear.Row<float>(0));
+        ConvertFrame(linear, c.from, from);
+        ConvertFrame(from, c.to, to);
+        ConvertFrame(to, {1, 1, c.to.channels, SampleType::Float}, back);
+        const double scale = c.to.sample == SampleType::U8    ? 255
+                             : c.to.sample == SampleType::U16 ? 65535
+                                                              : 1;
+        for (std::size_t i = 0; i < c.expected.size(); ++i)
+            EXPECT_NEAR(back.Row<float>(0)[i] * scale, c.expected[i], scale > 1 ? 0.5 : 1e-3)
+                << c.name << " channel " << i;
+    }
+}
+
+TEST(OutputSampleTest, KeepsDepthWhereTheFormatCan) {
+    struct Case {
+        SampleType in;
+        const char* ext;
+        SampleType out;
+    } cases[] = {
+        {SampleType::U8, "png", SampleType::U8},      {SampleType::U16, "png", SampleType::U16},
+        {SampleType::Half, "png", SampleType::U16},   {SampleType::U8, "exr", SampleType::Half},
+        {SampleType::Float, "exr", SampleType::Half}, {SampleType::Half, "exr", SampleType::Half},
+        {SampleType::U16, "tif", SampleType::U16},    {SampleType::Float, "tif", SampleType::Float},
+        {SampleType::U16, "jpg", SampleType::U8},     {SampleType::U16, "dpx", SampleType::U16},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(OutputSampleFor(c.in, c.ext), c.out) << SampleTypeName(c.in) << " into " << c.ext;
+}
+
+TEST_F(MediaTest, VideoFilesRoundTrip) {
+    struct Case {
+        const char* name;
+        SampleType sample;
+        SampleType readBack;
+        double rate;
+    } cases[] = {
+        {"clip.mp4", SampleType::U8, SampleType::U8, 24.0},
+        {"clip.mov", SampleType::U16, SampleType::U16, 30000.0 / 1001.0},
+    };
+    SynthSettings synth;
+    synth.width = 64;
+    synth.height = 48;
+    for (const Case& c : cases) {
+        synth.sample = c.sample;
+        std::vector<MediaFrame> frames(6);
+        for (int i = 0; i < 6; ++i)
+            RenderSynthFrame(synth, i, frames[i]);
+        WriteOptions options;
+        options.frameRate = c.rate;
+        {
+            auto writer = CreateMedia(In(c.name), frames[0].format, options);
+            for (int i = 0; i < 6; ++i)
+                writer->Write(i, frames[i]);
+            EXPECT_FALSE(fs::exists(In(c.name))) << c.name << " must appear only when finished";
+            writer->Finish();
+        }
+        EXPECT_EQ(Listing().size(), 1u) << c.name << ": no temporary file may stay";
+        auto reader = OpenMedia(In(c.name));
+        EXPECT_EQ(reader->FrameCount(), 6) << c.name;
+        EXPECT_EQ(reader->Format().sample, c.readBack) << c.name;
+        EXPECT_NEAR(reader->FrameRate(), c.rate, 1e-3) << c.name;
+        MediaFrame back;
+        for (int i : {4, 1, 5}) { // out of order, to force a rewind
+            reader->Read(i, back);
+            EXPECT_GT(Psnr(back, frames[i]), 32.0) << c.name << " frame " << i;
+            EXPECT_LT(Psnr(back, frames[i == 5 ? 0 : i + 1]), Psnr(back, frames[i]))
+                << c.name << " frame " << i;
+        }
+        fs::remove(In(c.name));
+    }
+}
+
+TEST(PsnrTest, MeasuresTheMeanSquaredError) {
+    const MediaFormat f{4, 4, 3, SampleType::Float};
+    MediaFrame a, b;
+    a.Allocate(f);
+    b.Allocate(f);
+    EXPECT_EQ(Psnr(a, b), 99.0);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 12; ++x)
+            b.Row<float>(y)[x] = 0.1f; // MSE 0.01: 20 dB
+    EXPECT_NEAR(Psnr(a, b), 20.0, 1e-4);
+    MediaFrame c;
+    c.Allocate({5, 4, 3, SampleType::Float});
+    EXPECT_THROW(Psnr(a, c), MediaError);
+}
+
+} // namespace
+} // namespace quelmor::cli
