@@ -230,7 +230,9 @@ void CastRows(DQImage& dst, const DQImage& src, int dx, int dy, int sx, int sy, 
 } // namespace
 
 void DQImage::CopyFrom(int dx, int dy, const DQImage* source, int sx, int sy, int w, int h) {
-    if (!source || w <= 0 || h <= 0) return;
+    // Pixels of different channel counts have different layouts: a row copy would read past
+    // the narrower rows.
+    if (!source || w <= 0 || h <= 0 || channels != source->channels) return;
     if (dataType == source->dataType) {
         if (dx == 0 && dy == 0 && sx == 0 && sy == 0 && width == w && height == h &&
             source->width == w && source->height == h) {
@@ -242,7 +244,6 @@ void DQImage::CopyFrom(int dx, int dy, const DQImage* source, int sx, int sy, in
             std::memcpy(PixelAddress(dx, dy + y), source->PixelAddress(sx, sy + y), bytes);
         return;
     }
-    if (channels != source->channels) return;
     DQDispatchType(dataType, [&]<class D>() {
         DQDispatchType(source->dataType,
                        [&]<class S>() { CastRows<D, S>(*this, *source, dx, dy, sx, sy, w, h); });

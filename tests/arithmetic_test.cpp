@@ -1,0 +1,224 @@
+#include "ImagePatterns.h"
+#include "TestSupport.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using quelmor::test::At;
+using quelmor::test::Duplicate;
+using quelmor::test::PatternImage;
+using quelmor::test::SamePixels;
+
+namespace {
+template <class Op>
+std::string Printed(Op op) {
+    testing::internal::CaptureStderr();
+    op();
+    return testing::internal::GetCapturedStderr();
+}
+
+// A w x 1 image of one channel holding `values`.
+DQImagePtr RowOf(int type, const std::vector<float>& values, int channels = 1) {
+    DQImagePtr image = DQMakeImage(static_cast<int>(values.size()) / channels, 1, channels, type);
+    for (size_t i = 0; i < values.size(); ++i)
+        image->SetChannelFloat(static_cast<int>(i) / channels, 0, static_cast<int>(i) % channels,
+                               values[i]);
+    return image;
+}
+
+std::vector<float> ValuesOf(const DQImage& image) {
+    std::vector<float> values;
+    for (int x = 0; x < image.width; ++x)
+        for (int c = 0; c < image.channels; ++c)
+            values.push_back(At(image, x, 0, c));
+    return values;
+}
+
+struct RowCase {
+    const char* name;
+    int type;
+    std::vector<float> in;
+    std::function<void(DQImage&)> op;
+    std::vector<float> out;
+    int channels = 1;
+};
+
+void RunRowCases(const std::vector<RowCase>& cases) {
+    for (const RowCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto image = RowOf(c.type, c.in, c.channels);
+        c.op(*image);
+        const std::vector<float> got = ValuesOf(*image);
+        ASSERT_EQ(got.size(), c.out.size());
+        for (size_t i = 0; i < got.size(); ++i)
+            EXPECT_FLOAT_EQ(got[i], c.out[i]) << "element " << i;
+    }
+}
+} // namespace
+
+class Arithmetic : public quelmor::test::ParallelTest {};
+
+TEST_F(Arithmetic, ScaleNearOneLeavesEveryBit) {
+    for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT}) {
+        auto image = PatternImage(40, 50, 3, type, 12);
+        auto before = Duplicate(*image);
+        image->Scale(1.0000001f);
+        image->Scale(0.9999995f);
+        EXPECT_TRUE(SamePixels(*image, *before)) << "type " << type;
+    }
+}
+
+TEST_F(Arithmetic, ScaleAndScaleColour) {
+    RunRowCases({
+        {"float scales",
+         DQ_FLOAT,
+         {0.5f, -1.0f, 3.0f},
+         [](DQImage& i) { i.Scale(2.0f); },
+         {1.0f, -2.0f, 6.0f}},
+        {"uchar truncates",
+         DQ_UCHAR,
+         {255, 101, 1},
+         [](DQImage& i) { i.Scale(0.5f); },
+         {127, 50, 0}},
+        {"uchar keeps low bits",
+         DQ_UCHAR,
+         {200, 100},
+         [](DQImage& i) { i.Scale(2.0f); },
+         {144, 200}},
+        {"ushort truncates", DQ_USHORT, {65535, 3}, [](DQImage& i) { i.Scale(0.25f); }, {16383, 0}},
+        {"colour of four channels rounds and keeps alpha",
+         DQ_UCHAR,
+         {100, 101, 255, 77},
+         [](DQImage& i) { i.ScaleColour(0.5f); },
+         {50, 51, 128, 77},
+         4},
+        {"colour of four float channels",
+         DQ_FLOAT,
+         {0.5f, 0.25f, 1.0f, 0.5f},
+         [](DQImage& i) { i.ScaleColour(0.5f); },
+         {0.25f, 0.125f, 0.5f, 0.5f},
+         4},
+        {"colour of three channels is Scale",
+         DQ_UCHAR,
+         {100, 101, 255},
+         [](DQImage& i) { i.ScaleColour(0.5f); },
+         {50, 50, 127},
+         3},
+    });
+}
+
+TEST_F(Arithmetic, ScaleXYScalesVectors) {
+    RunRowCases({
+        {"two-channel flow",
+         DQ_FLOAT,
+         {1.0f, 2.0f, -3.0f, 4.0f},
+         [](DQImage& i) { i.ScaleXY(-1.0f, 0.5f); },
+         {-1.0f, 1.0f, 3.0f, 2.0f},
+         2},
+        {"three float channels pass",
+         DQ_FLOAT,
+         {1.0f, 2.0f, 7.0f},
+         [](DQImage& i) { i.ScaleXY(2.0f, 3.0f); },
+         {2.0f, 6.0f, 7.0f},
+         3},
+    });
+    auto bytes = RowOf(DQ_UCHAR, {1, 2, 3}, 3);
+    EXPECT_EQ(Printed([&] { bytes->ScaleXY(2.0f, 2.0f); }), "error in ScaleXY!\n");
+    EXPECT_EQ(ValuesOf(*bytes), (std::vector<float>{1, 2, 3}));
+    auto shortFlow = RowOf(DQ_USHORT, {1, 2}, 2);
+    EXPECT_EQ(Printed([&] { shortFlow->ScaleXY(2.0f, 2.0f); }), "");
+}
+
+TEST_F(Arithmetic, SubtractMinMaxInvert) {
+    auto floats = RowOf(DQ_FLOAT, {0.25f, 1.0f, -2.0f});
+    auto bytes = RowOf(DQ_UCHAR, {20, 100, 200});
+    auto moreBytes = RowOf(DQ_UCHAR, {30, 50, 255});
+    auto shorts = RowOf(DQ_USHORT, {10, 60000, 7});
+    RunRowCases({
+        {"float minus float",
+         DQ_FLOAT,
+         {1.0f, 1.0f, 1.0f},
+         [&](DQImage& i) { i.Subtract(floats.get()); },
+         {0.75f, 0.0f, 3.0f}},
+        {"uchar minus uchar keeps low bits",
+         DQ_UCHAR,
+         {10, 100, 255},
+         [&](DQImage& i) { i.Subtract(bytes.get()); },
+         {246, 0, 55}},
+        {"float minus uchar",
+         DQ_FLOAT,
+         {100.0f, 100.0f, 100.0f},
+         [&](DQImage& i) { i.Subtract(bytes.get()); },
+         {80.0f, 0.0f, -100.0f}},
+        {"max of masks",
+         DQ_UCHAR,
+         {25, 10, 255},
+         [&](DQImage& i) { i.MaxInto(moreBytes.get()); },
+         {30, 50, 255}},
+        {"max of another type does nothing",
+         DQ_UCHAR,
+         {25, 10, 255},
+         [&](DQImage& i) { i.MaxInto(shorts.get()); },
+         {25, 10, 255}},
+        {"min of ushort",
+         DQ_USHORT,
+         {5, 65535, 8},
+         [&](DQImage& i) { i.MinInto(shorts.get()); },
+         {5, 60000, 7}},
+        {"min of uchar against floats",
+         DQ_UCHAR,
+         {1, 0, 3},
+         [&](DQImage& i) { i.MinInto(floats.get()); },
+         {0, 0, 254}},
+        {"invert uchar", DQ_UCHAR, {0, 200, 255}, [](DQImage& i) { i.Invert(); }, {255, 55, 0}},
+        {"invert ushort",
+         DQ_USHORT,
+         {1, 65535, 0},
+         [](DQImage& i) { i.Invert(); },
+         {65534, 0, 65535}},
+        {"invert float",
+         DQ_FLOAT,
+         {0.25f, 1.0f, 2.0f},
+         [](DQImage& i) { i.Invert(); },
+         {0.75f, 0.0f, -1.0f}},
+    });
+}
+
+TEST_F(Arithmetic, MaxIntoNeedsOneChannel) {
+    auto a = RowOf(DQ_UCHAR, {1, 2, 3, 4}, 2);
+    auto b = RowOf(DQ_UCHAR, {9, 9, 9, 9}, 2);
+    a->MaxInto(b.get());
+    EXPECT_EQ(ValuesOf(*a), (std::vector<float>{1, 2, 3, 4}));
+}
+
+TEST_F(Arithmetic, SubtractOfMismatchedImagesDoesNothing) {
+    auto image = PatternImage(8, 8, 2, DQ_FLOAT, 1);
+    auto before = Duplicate(*image);
+    auto narrow = PatternImage(7, 8, 2, DQ_FLOAT, 2);
+    auto oneChannel = PatternImage(8, 8, 1, DQ_FLOAT, 2);
+    image->Subtract(narrow.get());
+    image->Subtract(oneChannel.get());
+    image->Subtract(nullptr);
+    EXPECT_TRUE(SamePixels(*image, *before));
+}
+
+TEST_F(Arithmetic, InvertBytesTouchesWidthBytesOnly) {
+    // On a mask every pixel flips; on a four-channel image only the first `width` bytes of a row.
+    DQImage mask(5, 20, 1, DQ_UCHAR, 1);
+    const uint8_t on = 255;
+    mask.FillPixel(&on);
+    mask.InvertBytes();
+    for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 5; ++x)
+            ASSERT_EQ(mask.Row<uint8_t>(y)[x], 0);
+    DQImage wide(2, 3, 4, DQ_UCHAR, 0);
+    wide.Clear();
+    wide.InvertBytes();
+    for (int y = 0; y < 3; ++y) {
+        EXPECT_EQ(At(wide, 0, y, 0), 255);
+        EXPECT_EQ(At(wide, 0, y, 1), 255);
+        EXPECT_EQ(At(wide, 0, y, 2), 0);
+        EXPECT_EQ(At(wide, 1, y, 3), 0);
+    }
+}

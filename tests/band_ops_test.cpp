@@ -1,0 +1,74 @@
+#include "ImagePatterns.h"
+#include "TestSupport.h"
+
+#include <functional>
+#include <vector>
+
+using quelmor::test::Duplicate;
+using quelmor::test::PatternImage;
+using quelmor::test::SamePixels;
+
+// Every operation that runs in bands gives the same bytes on one band as on many: a band that
+// missed rows, ran twice or read another band's output would show here.
+TEST(BandOperations, ManyBandsGiveTheResultOfOne) {
+    struct Case {
+        const char* name;
+        int type, channels;
+        std::function<void(DQImage& image, const DQImage& other)> op;
+    };
+    const uint16_t pixel3[3] = {9, 65000, 300};
+    const std::vector<Case> cases = {
+        {"Clear", DQ_FLOAT, 3, [](DQImage& d, const DQImage&) { d.Clear(); }},
+        {"CopyWhole", DQ_UCHAR, 4, [](DQImage& d, const DQImage& o) { d.CopyWhole(&o); }},
+        {"FillPixel", DQ_USHORT, 3, [&](DQImage& d, const DQImage&) { d.FillPixel(pixel3); }},
+        {"CopyFrom with a type change", DQ_FLOAT, 2,
+         [](DQImage& d, const DQImage& o) {
+             DQImage bytes(o.width, o.height, 2, DQ_UCHAR, 1);
+             bytes.CopyFromNormalised(0, 0, &o, 0, 0, o.width, o.height);
+             d.CopyFrom(0, 0, &bytes, 0, 0, o.width, o.height);
+         }},
+        {"CopyFromNormalised", DQ_USHORT, 1,
+         [](DQImage& d, const DQImage& o) {
+             DQImage floats(o.width, o.height, 1, DQ_FLOAT, 0);
+             floats.CopyFromNormalised(0, 0, &o, 0, 0, o.width, o.height);
+             floats.Scale(1.7f);
+             d.CopyFromNormalised(0, 0, &floats, 0, 0, o.width, o.height);
+         }},
+        {"CopyChannelPlain", DQ_FLOAT, 4,
+         [](DQImage& d, const DQImage& o) { d.CopyChannelPlain(3, &o, 0); }},
+        {"CopyChannelNormalised", DQ_UCHAR, 2,
+         [](DQImage& d, const DQImage& o) {
+             DQImage floats(o.width, o.height, 1, DQ_FLOAT, 1);
+             floats.CopyChannelNormalised(0, &o, 1);
+             d.CopyChannelNormalised(0, &floats, 0);
+         }},
+        {"Scale", DQ_FLOAT, 3, [](DQImage& d, const DQImage&) { d.Scale(-0.3f); }},
+        {"Subtract", DQ_FLOAT, 2, [](DQImage& d, const DQImage& o) { d.Subtract(&o); }},
+        {"Invert", DQ_USHORT, 4, [](DQImage& d, const DQImage&) { d.Invert(); }},
+        {"Premultiply", DQ_UCHAR, 4, [](DQImage& d, const DQImage&) { d.Premultiply(); }},
+        {"Unpremultiply", DQ_USHORT, 4, [](DQImage& d, const DQImage&) { d.Unpremultiply(); }},
+        {"ReplaceAlphaScale", DQ_FLOAT, 4,
+         [](DQImage& d, const DQImage& o) { d.ReplaceAlphaScale(&o); }},
+        {"RGBAtoABGR", DQ_UCHAR, 4, [](DQImage& d, const DQImage&) { d.RGBAtoABGR(); }},
+        {"ARGBtoRGBA from another", DQ_UCHAR, 4,
+         [](DQImage& d, const DQImage& o) { d.ARGBtoRGBA(&o); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (int bottomUp : {0, 1}) {
+            auto original = PatternImage(37, 211, c.channels, c.type, 31, bottomUp);
+            auto other = PatternImage(37, 211, c.channels, c.type, 32, 1 - bottomUp);
+            DQImagePtr reference;
+            quelmor::test::ForWorkerCounts([&](int workers) {
+                auto image = Duplicate(*original);
+                c.op(*image, *other);
+                if (!reference) {
+                    reference = std::move(image);
+                    EXPECT_FALSE(SamePixels(*reference, *original)) << "the operation did nothing";
+                } else {
+                    EXPECT_TRUE(SamePixels(*image, *reference)) << "bottom-up " << bottomUp;
+                }
+            });
+        }
+    }
+}

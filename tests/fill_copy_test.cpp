@@ -1,0 +1,300 @@
+#include "ImagePatterns.h"
+#include "TestSupport.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+using quelmor::test::At;
+using quelmor::test::Duplicate;
+using quelmor::test::PatternImage;
+using quelmor::test::SamePixels;
+
+namespace {
+// Runs `op` with the standard error stream captured and returns what it printed.
+template <class Op>
+std::string Printed(Op op) {
+    testing::internal::CaptureStderr();
+    op();
+    return testing::internal::GetCapturedStderr();
+}
+} // namespace
+
+class FillCopy : public quelmor::test::ParallelTest {};
+
+TEST_F(FillCopy, FillColourPerTypeAndChannels) {
+    struct Case {
+        const char* name;
+        int type, channels;
+        std::vector<float> expected;
+    };
+    // Colour (0.5, 0.2, 1.0, 0.0) everywhere.
+    const Case cases[] = {
+        {"uchar 1", DQ_UCHAR, 1, {128}},
+        {"uchar 3", DQ_UCHAR, 3, {128, 51, 255}},
+        {"uchar 4", DQ_UCHAR, 4, {128, 51, 255, 0}},
+        // 16 bits round with 0.499: half of white lands below the middle.
+        {"ushort 4", DQ_USHORT, 4, {32767, 13107, 65535, 0}},
+        {"ushort 2", DQ_USHORT, 2, {32767, 13107}},
+        {"float 3", DQ_FLOAT, 3, {0.5f, 0.2f, 1.0f}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (int width : {1, 7, 33}) {
+            DQImage image(width, 3, c.channels, c.type, 1);
+            image.FillColour(0.5f, 0.2f, 1.0f, 0.0f);
+            for (int y = 0; y < 3; ++y)
+                for (int x = 0; x < width; ++x)
+                    for (int ch = 0; ch < c.channels; ++ch)
+                        ASSERT_EQ(At(image, x, y, ch), c.expected[ch])
+                            << "width " << width << " pixel " << x << "," << y << " ch " << ch;
+        }
+    }
+}
+
+TEST_F(FillCopy, FillColourClampsOutOfRangeColours) {
+    DQImage image(4, 2, 3, DQ_UCHAR, 0);
+    image.FillColour(-0.5f, 2.0f, 1.0f, 0.0f);
+    EXPECT_EQ(At(image, 3, 1, 0), 0.0f);
+    EXPECT_EQ(At(image, 3, 1, 1), 255.0f);
+}
+
+TEST_F(FillCopy, FillColourUsesTheWhitePointOfFloats) {
+    DQImage image(2, 2, 1, DQ_FLOAT, 0);
+    image.whitePoint = 255.0f;
+    image.FillColour(0.5f, 0, 0, 0);
+    EXPECT_EQ(At(image, 1, 1, 0), 127.5f);
+}
+
+TEST_F(FillCopy, FillPixelCopiesEveryByteOfThePixel) {
+    for (int width : {1, 5, 640}) {
+        for (int height : {1, 17, 200}) {
+            SCOPED_TRACE(::testing::Message() << width << "x" << height);
+            DQImage image(width, height, 3, DQ_USHORT, 1);
+            const uint16_t pixel[3] = {1, 0xABCD, 65535};
+            image.FillPixel(pixel);
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x)
+                    ASSERT_EQ(std::memcmp(image.PixelAddress(x, y), pixel, sizeof pixel), 0)
+                        << "pixel " << x << "," << y;
+        }
+    }
+    DQImage mask(9, 20, 1, DQ_UCHAR, 0);
+    const uint8_t on = 255;
+    mask.FillPixel(&on);
+    for (int y = 0; y < 20; ++y)
+        EXPECT_EQ(mask.Row<uint8_t>(y)[8], 255);
+}
+
+TEST_F(FillCopy, PlainAndNormalisedCopiesBetweenTypes) {
+    // One element copied from each source type to each destination type, by the plain copy (values
+    // cast as they are) and by the normalising copy (scaled by the ratio of white points, integer
+    // results rounded and clamped).
+    struct Case {
+        const char* name;
+        int from, to;
+        float value, plain, normalised;
+    };
+    const Case cases[] = {
+        {"uchar white to float", DQ_UCHAR, DQ_FLOAT, 255, 255.0f, 1.0f},
+        {"uchar to float, no rounding", DQ_UCHAR, DQ_FLOAT, 1, 1.0f, 1.0f / 255.0f},
+        {"uchar to ushort", DQ_UCHAR, DQ_USHORT, 128, 128, 32896},
+        {"ushort to uchar rounds down", DQ_USHORT, DQ_UCHAR, 32896 + 128, 0, 128},
+        {"ushort to uchar rounds up", DQ_USHORT, DQ_UCHAR, 32896 + 129, 1, 129},
+        {"ushort white to float", DQ_USHORT, DQ_FLOAT, 65535, 65535.0f, 1.0f},
+        {"float half to uchar", DQ_FLOAT, DQ_UCHAR, 0.5f, 0, 128},
+        {"float above white to uchar clamps", DQ_FLOAT, DQ_UCHAR, 1.5f, 1, 255},
+        {"float below zero to ushort clamps", DQ_FLOAT, DQ_USHORT, -0.25f, 0, 0},
+        {"float to ushort", DQ_FLOAT, DQ_USHORT, 0.25f, 0, 16384},
+        {"same type", DQ_USHORT, DQ_USHORT, 1234, 1234, 1234},
+    };
+    for (const Case& c : cases) {
+        for (int channels : {1, 2, 3, 4}) {
+            SCOPED_TRACE(::testing::Message() << c.name << ", " << channels << " channels");
+            DQImage source(5, 4, channels, c.from, 0);
+            source.FillPixel(std::vector<uint8_t>(source.pixelBytes, 0).data());
+            source.SetChannelFloat(3, 2, channels - 1, c.value);
+            DQImage plain(5, 4, channels, c.to, 1);
+            plain.Clear();
+            plain.CopyFrom(1, 1, &source, 2, 1, 3, 2);
+            EXPECT_EQ(At(plain, 2, 2, channels - 1), c.plain);
+            DQImage normalised(5, 4, channels, c.to, 1);
+            normalised.Clear();
+            normalised.CopyFromNormalised(1, 1, &source, 2, 1, 3, 2);
+            EXPECT_FLOAT_EQ(At(normalised, 2, 2, channels - 1), c.normalised);
+            // Outside the rectangle nothing is written.
+            EXPECT_EQ(At(normalised, 0, 0, 0), 0.0f);
+            EXPECT_EQ(At(normalised, 4, 3, 0), 0.0f);
+        }
+    }
+}
+
+TEST_F(FillCopy, NormalisedCopyOfAWholeImageInBands) {
+    // Large enough for several bands; every element is checked against the formula.
+    auto source = PatternImage(64, 100, 3, DQ_USHORT, 7);
+    DQImage result(64, 100, 3, DQ_UCHAR, 1);
+    result.CopyFromNormalised(0, 0, source.get(), 0, 0, 64, 100);
+    for (int y = 0; y < 100; ++y)
+        for (int x = 0; x < 64; ++x)
+            for (int c = 0; c < 3; ++c)
+                ASSERT_EQ(At(result, x, y, c),
+                          static_cast<int>(At(*source, x, y, c) * 255.0 / 65535.0 + 0.5))
+                    << x << "," << y << "," << c;
+}
+
+TEST_F(FillCopy, NormalisedCopyRefusesRectanglesOutsideTheImages) {
+    auto source = PatternImage(4, 4, 1, DQ_UCHAR, 1);
+    DQImage result(4, 4, 1, DQ_FLOAT, 0);
+    result.FillColour(0.25f, 0, 0, 0);
+    const std::string printed =
+        Printed([&] { result.CopyFromNormalised(2, 0, source.get(), 0, 0, 4, 4); });
+    EXPECT_FALSE(printed.empty());
+    EXPECT_EQ(At(result, 3, 3, 0), 0.25f);
+}
+
+TEST_F(FillCopy, CopyCentredReadsAndWritesTheMiddle) {
+    struct Case {
+        const char* name;
+        int sourceWidth, sourceHeight, destWidth, destHeight;
+        int destX, destY, sourceX, sourceY, w, h; // the expected overlap
+    };
+    const Case cases[] = {
+        {"10 wide into 6 wide reads from column 2", 10, 4, 6, 4, 0, 0, 2, 0, 6, 4},
+        {"6 wide into 10 wide writes from column 2", 6, 4, 10, 4, 2, 0, 0, 0, 6, 4},
+        {"odd difference rounds down", 9, 7, 4, 4, 0, 0, 2, 1, 4, 4},
+        {"larger on one axis, smaller on the other", 3, 9, 8, 5, 2, 0, 0, 2, 3, 5},
+        {"same size", 5, 5, 5, 5, 0, 0, 0, 0, 5, 5},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto source = PatternImage(c.sourceWidth, c.sourceHeight, 2, DQ_UCHAR, 3, 1);
+        DQImage dest(c.destWidth, c.destHeight, 2, DQ_UCHAR, 0);
+        const uint8_t marker[2] = {7, 7};
+        dest.FillPixel(marker);
+        dest.CopyCentred(source.get());
+        for (int y = 0; y < c.destHeight; ++y)
+            for (int x = 0; x < c.destWidth; ++x) {
+                const bool inside =
+                    x >= c.destX && x < c.destX + c.w && y >= c.destY && y < c.destY + c.h;
+                const float expected =
+                    inside ? At(*source, x - c.destX + c.sourceX, y - c.destY + c.sourceY, 1)
+                           : 7.0f;
+                ASSERT_EQ(At(dest, x, y, 1), expected) << "pixel " << x << "," << y;
+            }
+    }
+}
+
+TEST_F(FillCopy, CopyCentredNormalisedScalesTheOverlap) {
+    auto source = PatternImage(8, 6, 1, DQ_UCHAR, 5);
+    DQImage dest(4, 4, 1, DQ_FLOAT, 1);
+    dest.CopyCentredNormalised(source.get());
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 4; ++x)
+            ASSERT_FLOAT_EQ(At(dest, x, y, 0), At(*source, x + 2, y + 1, 0) / 255.0f);
+    // Equal white points take the plain path: a float with white 255 keeps the numbers.
+    DQImage same(4, 4, 1, DQ_FLOAT, 0);
+    same.whitePoint = 255.0f;
+    same.CopyCentredNormalised(source.get());
+    EXPECT_EQ(At(same, 0, 0, 0), At(*source, 2, 1, 0));
+}
+
+TEST_F(FillCopy, CopyImagePartFromCopiesTheInclusiveRectangle) {
+    auto source = PatternImage(6, 5, 3, DQ_FLOAT, 11);
+    DQImage dest(4, 4, 3, DQ_FLOAT, 1);
+    dest.Clear();
+    dest.CopyImagePartFrom(1, 2, source.get(), 2, 1, 4, 2); // 3 x 2 pixels
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 4; ++x) {
+            const bool inside = x >= 1 && x <= 3 && y >= 2 && y <= 3;
+            for (int c = 0; c < 3; ++c)
+                ASSERT_EQ(At(dest, x, y, c), inside ? At(*source, x + 1, y - 1, c) : 0.0f)
+                    << x << "," << y << "," << c;
+        }
+}
+
+TEST_F(FillCopy, CopyTransposeSwapsAxes) {
+    for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT}) {
+        for (int channels : {1, 3, 4}) {
+            SCOPED_TRACE(::testing::Message() << "type " << type << ", " << channels << " ch");
+            auto source = PatternImage(7, 3, channels, type, 2, 1);
+            DQImage dest(3, 7, channels, type, 0);
+            dest.CopyTranspose(source.get());
+            for (int y = 0; y < 7; ++y)
+                for (int x = 0; x < 3; ++x)
+                    for (int c = 0; c < channels; ++c)
+                        ASSERT_EQ(At(dest, x, y, c), At(*source, y, x, c));
+        }
+    }
+}
+
+TEST_F(FillCopy, ChannelCopies) {
+    struct Case {
+        const char* name;
+        int fromType, toType;
+        bool normalised;
+        float value, expected;
+    };
+    const Case cases[] = {
+        {"plain uchar to float keeps the number", DQ_UCHAR, DQ_FLOAT, false, 200, 200.0f},
+        {"normalised uchar to float", DQ_UCHAR, DQ_FLOAT, true, 51, 0.2f},
+        {"plain float to uchar truncates", DQ_FLOAT, DQ_UCHAR, false, 0.9f, 0},
+        {"normalised float to uchar rounds", DQ_FLOAT, DQ_UCHAR, true, 0.8f, 204},
+        {"normalised ushort to uchar", DQ_USHORT, DQ_UCHAR, true, 65535, 255},
+        {"plain ushort to ushort", DQ_USHORT, DQ_USHORT, false, 4321, 4321},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DQImage source(40, 40, 3, c.fromType, 1);
+        source.Clear();
+        for (int y = 0; y < 40; ++y)
+            source.SetChannelFloat(y, y, 2, c.value);
+        DQImage dest(40, 40, 4, c.toType, 0);
+        dest.Clear();
+        if (c.normalised)
+            dest.CopyChannelNormalised(1, &source, 2);
+        else
+            dest.CopyChannelPlain(1, &source, 2);
+        for (int y = 0; y < 40; ++y) {
+            EXPECT_FLOAT_EQ(At(dest, y, y, 1), c.expected) << "row " << y;
+            EXPECT_EQ(At(dest, y, y, 0), 0.0f) << "other channels stay";
+            EXPECT_EQ(At(dest, y, y, 2), 0.0f) << "other channels stay";
+        }
+    }
+}
+
+TEST_F(FillCopy, MismatchesPrintTheirMessageAndLeaveTheDestination) {
+    auto bytes4 = PatternImage(4, 3, 4, DQ_UCHAR, 1);
+    auto floats4 = PatternImage(4, 3, 4, DQ_FLOAT, 1);
+    auto bytes3 = PatternImage(4, 3, 3, DQ_UCHAR, 1);
+    auto tall = PatternImage(4, 5, 4, DQ_UCHAR, 1);
+    struct Case {
+        const char* name;
+        std::function<void(DQImage&)> op;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"part of another type",
+         [&](DQImage& d) { d.CopyImagePartFrom(0, 0, floats4.get(), 0, 0, 1, 1); },
+         "CopyImagePartFrom: incompatible images!\n"},
+        {"part with other channels",
+         [&](DQImage& d) { d.CopyImagePartFrom(0, 0, bytes3.get(), 0, 0, 1, 1); },
+         "CopyImagePartFrom: incompatible images!\n"},
+        {"transpose of the same size", [&](DQImage& d) { d.CopyTranspose(bytes4.get()); },
+         "DQImage::CopyTranspose resolutions don't match\n"},
+        {"channel of another size", [&](DQImage& d) { d.CopyChannelPlain(0, tall.get(), 0); },
+         "CopyCHannelIntoCHannel: incompatible images!\n"},
+        {"plain copy with other channels",
+         [&](DQImage& d) { d.CopyFrom(0, 0, bytes3.get(), 0, 0, 4, 3); }, ""},
+        {"centred copy with other channels", [&](DQImage& d) { d.CopyCentred(bytes3.get()); }, ""},
+        {"channel beyond the source",
+         [&](DQImage& d) { d.CopyChannelNormalised(0, bytes3.get(), 3); },
+         "CopyCHannelIntoCHannel: incompatible images!\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto dest = PatternImage(4, 3, 4, DQ_UCHAR, 9);
+        auto before = Duplicate(*dest);
+        EXPECT_EQ(Printed([&] { c.op(*dest); }), c.message);
+        EXPECT_TRUE(SamePixels(*dest, *before));
+    }
+}
