@@ -1,0 +1,24 @@
+#pragma once
+// The separable filter engine under Convolve, BlurGauss, Blur5, BlurBox and Blur3: a symmetric
+// filter run along rows into a float image and then down its columns, each pass in row bands.
+#include "image/DQImage.h"
+
+namespace warp_detail {
+
+struct SymmetricFilter {
+    const float* w = nullptr; // w[0] centre, w[k] the pair at distance k
+    int n = 0;                // half-length: the filter has 2n - 1 taps
+    int edge = 0;             // samples at each end of a line that are renormalised (>= n - 1)
+};
+
+// Filters `source` into `dest` (the same image is allowed) along rows and/or columns. Returns
+// without work for element types other than the three image types or channel counts outside
+// 1..4; throws DQErr 5 when the two images do not match.
+void FilterSeparable(DQImage* dest, const DQImage* source, const SymmetricFilter& filter, bool rows,
+                     bool columns);
+
+// One interleaved line of `length` pixels of `channels` floats, filtered from `in` to `out`.
+void FilterLine(const float* in, float* out, int length, int channels,
+                const SymmetricFilter& filter);
+
+} // namespace warp_detail
