@@ -1,0 +1,161 @@
+#include "TestSupport.h"
+
+#include <cstdlib>
+#include <vector>
+
+namespace {
+// An allocator that refuses everything, to make the bridge allocation fail.
+void* Refuse(void*, size_t) {
+    return nullptr;
+}
+void Release(void*, void* pointer) {
+    std::free(pointer);
+}
+} // namespace
+
+TEST(ZUImageBridge, ResetGivesAFreshOwnedBridge) {
+    ZUImage image;
+    EXPECT_EQ(image.internal, nullptr);
+    ASSERT_EQ(ZUImageReset(&image), 0);
+    ASSERT_NE(image.internal, nullptr);
+    EXPECT_EQ(image.ownsInternal, 1);
+    EXPECT_EQ(image.internal->data, nullptr);
+    EXPECT_EQ(image.internal->straightFlag, 0);
+    ASSERT_EQ(ZUImageReset(&image), 0); // the first bridge is deleted, not leaked
+
+    ZUMemSetAllocator(nullptr, Refuse, Release);
+    const int result = ZUImageReset(&image);
+    ZUMemSetAllocator(nullptr, nullptr, nullptr);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(image.internal, nullptr);
+    EXPECT_EQ(image.ownsInternal, 0);
+}
+
+TEST(ZUImageBridge, InitialisersSetLayoutAndPublicCopies) {
+    struct Case {
+        const char* name;
+        int channels;
+        int (*init)(ZUImage*, void*, int, int, int, int, int);
+        int hasAlpha, red, green, blue, alpha;
+    };
+    auto rgba = [](ZUImage* i, void* p, int w, int h, int rb, int o, int t) {
+        return ZUImageInitRGBA(i, p, w, h, rb, o, t, 1, 1, 0, 1, 2, 3);
+    };
+    const Case cases[] = {
+        {"gray", 1, ZUImageInitGray, 0, 0, 0, 0, 0},
+        {"two channels", 2, ZUImageInitTwoChannel, 0, 0, 1, 0, 0},
+        {"rgb", 3, ZUImageInitRGB, 0, 0, 1, 2, 0},
+        {"rgba", 4, rgba, 1, 0, 1, 2, 3},
+    };
+    std::vector<float> pixels(64 * 64 * 4);
+    for (const Case& c : cases) {
+        for (int origin : {0, 1}) {
+            SCOPED_TRACE(::testing::Message() << c.name << ", origin " << origin);
+            ZUImage image;
+            ASSERT_EQ(ZUImageReset(&image), 0);
+            const int rowBytes = 64 * 16; // a pitch wider than the pixels
+            ASSERT_EQ(c.init(&image, pixels.data(), 10, 7, rowBytes, origin, 2), 0);
+            const ZUImageInternal* bridge = image.internal;
+            EXPECT_EQ(bridge->channels, c.channels);
+            EXPECT_EQ(bridge->dataType, DQ_FLOAT);
+            EXPECT_EQ(bridge->bottomUp, origin == 1 ? 0 : 1);
+            EXPECT_EQ(bridge->rowBytes, rowBytes);
+            EXPECT_EQ(bridge->straightFlag, 1);
+            EXPECT_EQ(bridge->hasAlpha, c.hasAlpha);
+            EXPECT_EQ(bridge->redIndex, c.red);
+            EXPECT_EQ(bridge->greenIndex, c.green);
+            EXPECT_EQ(bridge->blueIndex, c.blue);
+            EXPECT_EQ(bridge->alphaIndex, c.alpha);
+            EXPECT_EQ(image.width, 10);
+            EXPECT_EQ(image.height, 7);
+            EXPECT_EQ(image.pixelBytes, 4 * c.channels);
+            EXPECT_EQ(image.rowStep, bridge->rowStep);
+            EXPECT_EQ(image.lastRow, 6);
+            EXPECT_EQ(image.lastColumn, 9);
+            EXPECT_EQ(image.origin, origin);
+            EXPECT_EQ(image.pixelType, 2);
+            EXPECT_EQ(ZUImageGetDQImage(&image), bridge);
+        }
+    }
+}
+
+TEST(ZUImageBridge, RgbaFlagsCountOnlyWhenExactlyOne) {
+    uint8_t pixels[16] = {};
+    ZUImage image;
+    ASSERT_EQ(ZUImageReset(&image), 0);
+    ZUImageInitRGBA(&image, pixels, 2, 2, 8, 1, 0, 2, 7, 3, 2, 1, 0);
+    EXPECT_EQ(image.internal->hasAlpha, 0);
+    EXPECT_EQ(image.internal->straightFlag, 0);
+    EXPECT_EQ(image.internal->redIndex, 3);
+    EXPECT_EQ(image.internal->alphaIndex, 0);
+}
+
+TEST(ZUImageBridge, WithoutABridge) {
+    uint8_t pixels[4] = {};
+    ZUImage image;
+    EXPECT_EQ(ZUImageInitGray(&image, pixels, 2, 2, 2, 1, 0), kDQErrBadArgument);
+    EXPECT_EQ(ZUImageInitRGB(&image, pixels, 1, 1, 3, 1, 0), kDQErrBadArgument);
+    try {
+        ZUImageSyncFields(&image, 1, 0);
+        ADD_FAILURE() << "syncing without a bridge must throw";
+    } catch (DQErr code) {
+        EXPECT_EQ(code, kDQErrBadArgument);
+    }
+    EXPECT_EQ(ZUImageGetDQImage(&image), nullptr);
+    EXPECT_EQ(ZUImageGetDQImage(nullptr), nullptr);
+    // A bridge over an image of zero size counts as none.
+    ASSERT_EQ(ZUImageReset(&image), 0);
+    ZUImageInitGray(&image, pixels, 0, 2, 2, 1, 0);
+    EXPECT_EQ(ZUImageGetDQImage(&image), nullptr);
+}
+
+TEST(ZUImageBridge, WrappingADQImageViewsItsPixels) {
+    for (int channels : {1, 2, 3, 4}) {
+        for (int bottomUp : {0, 1}) {
+            SCOPED_TRACE(::testing::Message() << channels << " ch, bottom-up " << bottomUp);
+            DQImage source(6, 5, channels, DQ_USHORT, bottomUp);
+            source.Clear();
+            source.SetChannelFloat(4, 3, channels - 1, 777.0f);
+            ZUImage image;
+            ZUImageFromDQImage(&image, &source);
+            DQImage* bridge = ZUImageGetDQImage(&image);
+            ASSERT_NE(bridge, nullptr);
+            EXPECT_EQ(image.data, source.data);
+            EXPECT_EQ(image.origin, bottomUp ? 0 : 1);
+            EXPECT_EQ(image.pixelType, 1);
+            EXPECT_EQ(bridge->channels, channels);
+            EXPECT_EQ(bridge->bottomUp, bottomUp);
+            float v = 0;
+            bridge->GetChannelFloat(4, 3, &v, channels - 1);
+            EXPECT_EQ(v, 777.0f) << "the bridge sees the same picture";
+        }
+    }
+    // A bridge object is borrowed as it is, and outlives the descriptor.
+    DQImage pixels(3, 3, 4, DQ_UCHAR, 0);
+    ZUImageInternal own(pixels);
+    {
+        ZUImage image;
+        ZUImageFromDQImage(&image, &own);
+        EXPECT_EQ(image.internal, &own);
+        EXPECT_EQ(image.ownsInternal, 0);
+        EXPECT_EQ(own.hasAlpha, 1);
+        EXPECT_EQ(own.alphaIndex, 3);
+    }
+    EXPECT_EQ(own.width, 3);
+}
+
+TEST(ZUImageBridge, EnumerationMapping) {
+    struct Case {
+        int pixelType, dataType;
+    };
+    for (Case c : {Case{0, DQ_UCHAR}, Case{1, DQ_USHORT}, Case{2, DQ_FLOAT}}) {
+        EXPECT_EQ(ZUImagePixelTypeToDataType(c.pixelType), c.dataType);
+        EXPECT_EQ(ZUImageDataTypeToPixelType(c.dataType), c.pixelType);
+    }
+    EXPECT_EQ(ZUImageOriginToBottomUp(1), 0);
+    EXPECT_EQ(ZUImageOriginToBottomUp(0), 1);
+    EXPECT_EQ(ZUImageBottomUpToOrigin(1), 0);
+    EXPECT_EQ(ZUImageBottomUpToOrigin(0), 1);
+    EXPECT_THROW(ZUImagePixelTypeToDataType(3), DQErr);
+    EXPECT_THROW(ZUImageOriginToBottomUp(2), DQErr);
+}
