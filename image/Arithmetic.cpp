@@ -13,6 +13,24 @@ bool SameShape(const DQImage& a, const DQImage& b) {
            a.channels == b.channels;
 }
 
+// The generic path of element-wise operations between two images of any of the three types:
+// both elements read as float, `combine` applied, the result stored as the element writers store.
+template <class Combine>
+void CombineThroughFloats(DQImage& dst, const DQImage& src, Combine combine) {
+    const int elements = dst.width * dst.channels;
+    DQDispatchType(dst.dataType, [&]<class D>() {
+        DQDispatchType(src.dataType, [&]<class S>() {
+            for (int y = 0; y < dst.height; ++y) {
+                D* __restrict out = dst.Row<D>(y);
+                const S* __restrict in = src.Row<S>(y);
+                for (int i = 0; i < elements; ++i)
+                    out[i] = DQStoreTruncated<D>(
+                        combine(static_cast<float>(out[i]), static_cast<float>(in[i])));
+            }
+        });
+    });
+}
+
 // Runs `body(row, elements)` over every row of the image on the calling thread.
 template <class T, class Body>
 void ForRowsHere(const DQImage& image, Body body) {
@@ -97,18 +115,7 @@ void DQImage::Subtract(const DQImage* source) {
         });
         return;
     }
-    DQDispatchType(dataType, [&]<class D>() {
-        DQDispatchType(source->dataType, [&]<class S>() {
-            const int elements = width * channels;
-            for (int y = 0; y < height; ++y) {
-                D* __restrict out = Row<D>(y);
-                const S* __restrict in = source->Row<S>(y);
-                for (int i = 0; i < elements; ++i)
-                    out[i] =
-                        DQStoreTruncated<D>(static_cast<float>(out[i]) - static_cast<float>(in[i]));
-            }
-        });
-    });
+    CombineThroughFloats(*this, *source, [](float a, float b) { return a - b; });
 }
 
 void DQImage::MaxInto(const DQImage* source) {
@@ -126,18 +133,7 @@ void DQImage::MaxInto(const DQImage* source) {
 
 void DQImage::MinInto(const DQImage* source) {
     if (!source || !SameShape(*this, *source)) return;
-    DQDispatchType(dataType, [&]<class D>() {
-        DQDispatchType(source->dataType, [&]<class S>() {
-            const int elements = width * channels;
-            for (int y = 0; y < height; ++y) {
-                D* __restrict out = Row<D>(y);
-                const S* __restrict in = source->Row<S>(y);
-                for (int i = 0; i < elements; ++i)
-                    out[i] = DQStoreTruncated<D>(
-                        std::min(static_cast<float>(out[i]), static_cast<float>(in[i])));
-            }
-        });
-    });
+    CombineThroughFloats(*this, *source, [](float a, float b) { return std::min(a, b); });
 }
 
 void DQImage::Invert() {

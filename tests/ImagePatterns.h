@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <gtest/gtest.h>
+#include <string>
 
 namespace quelmor::test {
 
@@ -59,6 +61,14 @@ inline DQImagePtr Duplicate(const DQImage& image) {
     copy->whitePoint = image.whitePoint;
     copy->CopyWhole(&image);
     return copy;
+}
+
+// Runs `op` with the standard error stream captured and returns what it printed.
+template <class Op>
+std::string PrintedBy(Op op) {
+    testing::internal::CaptureStderr();
+    op();
+    return testing::internal::GetCapturedStderr();
 }
 
 } // namespace quelmor::test

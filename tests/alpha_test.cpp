@@ -3,10 +3,7 @@
 
 #include <vector>
 
-using quelmor::test::At;
-using quelmor::test::Duplicate;
-using quelmor::test::PatternImage;
-using quelmor::test::SamePixels;
+using namespace quelmor::test;
 
 namespace {
 // One pixel: three colour channels and alpha.

@@ -5,19 +5,9 @@
 #include <string>
 #include <vector>
 
-using quelmor::test::At;
-using quelmor::test::Duplicate;
-using quelmor::test::PatternImage;
-using quelmor::test::SamePixels;
+using namespace quelmor::test;
 
 namespace {
-template <class Op>
-std::string Printed(Op op) {
-    testing::internal::CaptureStderr();
-    op();
-    return testing::internal::GetCapturedStderr();
-}
-
 // A w x 1 image of one channel holding `values`.
 DQImagePtr RowOf(int type, const std::vector<float>& values, int channels = 1) {
     DQImagePtr image = DQMakeImage(static_cast<int>(values.size()) / channels, 1, channels, type);
@@ -124,10 +114,10 @@ TEST_F(Arithmetic, ScaleXYScalesVectors) {
          3},
     });
     auto bytes = RowOf(DQ_UCHAR, {1, 2, 3}, 3);
-    EXPECT_EQ(Printed([&] { bytes->ScaleXY(2.0f, 2.0f); }), "error in ScaleXY!\n");
+    EXPECT_EQ(PrintedBy([&] { bytes->ScaleXY(2.0f, 2.0f); }), "error in ScaleXY!\n");
     EXPECT_EQ(ValuesOf(*bytes), (std::vector<float>{1, 2, 3}));
     auto shortFlow = RowOf(DQ_USHORT, {1, 2}, 2);
-    EXPECT_EQ(Printed([&] { shortFlow->ScaleXY(2.0f, 2.0f); }), "");
+    EXPECT_EQ(PrintedBy([&] { shortFlow->ScaleXY(2.0f, 2.0f); }), "");
 }
 
 TEST_F(Arithmetic, SubtractMinMaxInvert) {

@@ -4,9 +4,7 @@
 #include <functional>
 #include <vector>
 
-using quelmor::test::Duplicate;
-using quelmor::test::PatternImage;
-using quelmor::test::SamePixels;
+using namespace quelmor::test;
 
 // Every operation that runs in bands gives the same bytes on one band as on many: a band that
 // missed rows, ran twice or read another band's output would show here.

@@ -6,19 +6,9 @@
 #include <functional>
 #include <string>
 
-using quelmor::test::At;
-using quelmor::test::Duplicate;
-using quelmor::test::PatternImage;
-using quelmor::test::SamePixels;
+using namespace quelmor::test;
 
 namespace {
-template <class Op>
-std::string Printed(Op op) {
-    testing::internal::CaptureStderr();
-    op();
-    return testing::internal::GetCapturedStderr();
-}
-
 using Bytes = std::array<uint8_t, 4>;
 } // namespace
 
@@ -85,7 +75,7 @@ TEST_F(ColourTone, ReordersRefuseOtherLayouts) {
         SCOPED_TRACE(c.name);
         auto shorts = PatternImage(4, 4, 4, DQ_USHORT, 2);
         auto before = Duplicate(*shorts);
-        EXPECT_EQ(Printed([&] { c.op(*shorts); }), c.message);
+        EXPECT_EQ(PrintedBy([&] { c.op(*shorts); }), c.message);
         EXPECT_TRUE(SamePixels(*shorts, *before));
     }
 }
@@ -117,7 +107,7 @@ TEST_F(ColourTone, GammaTables) {
                   static_cast<int>(std::pow(200 / 255.0, 1.0 / c.gamma) * 255.0 + 0.5));
     }
     auto floats = PatternImage(2, 2, 1, DQ_FLOAT, 1);
-    EXPECT_EQ(Printed([&] { floats->GammaImage(2.0f); }),
+    EXPECT_EQ(PrintedBy([&] { floats->GammaImage(2.0f); }),
               "GammaChannel is currently designed to only work on UChar images\n");
 }
 
@@ -180,6 +170,6 @@ TEST_F(ColourTone, CompositeSourceOver) {
     }
     auto floats = PatternImage(2, 2, 4, DQ_FLOAT, 1);
     DQImage source(1, 1, 4, DQ_UCHAR, 0);
-    EXPECT_EQ(Printed([&] { floats->Composite(&source, 0, 0); }),
+    EXPECT_EQ(PrintedBy([&] { floats->Composite(&source, 0, 0); }),
               "Composite is currently designed to only work on UChar images\n");
 }

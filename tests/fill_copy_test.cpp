@@ -5,20 +5,7 @@
 #include <string>
 #include <vector>
 
-using quelmor::test::At;
-using quelmor::test::Duplicate;
-using quelmor::test::PatternImage;
-using quelmor::test::SamePixels;
-
-namespace {
-// Runs `op` with the standard error stream captured and returns what it printed.
-template <class Op>
-std::string Printed(Op op) {
-    testing::internal::CaptureStderr();
-    op();
-    return testing::internal::GetCapturedStderr();
-}
-} // namespace
+using namespace quelmor::test;
 
 class FillCopy : public quelmor::test::ParallelTest {};
 
@@ -147,7 +134,7 @@ TEST_F(FillCopy, NormalisedCopyRefusesRectanglesOutsideTheImages) {
     DQImage result(4, 4, 1, DQ_FLOAT, 0);
     result.FillColour(0.25f, 0, 0, 0);
     const std::string printed =
-        Printed([&] { result.CopyFromNormalised(2, 0, source.get(), 0, 0, 4, 4); });
+        PrintedBy([&] { result.CopyFromNormalised(2, 0, source.get(), 0, 0, 4, 4); });
     EXPECT_FALSE(printed.empty());
     EXPECT_EQ(At(result, 3, 3, 0), 0.25f);
 }
@@ -294,7 +281,7 @@ TEST_F(FillCopy, MismatchesPrintTheirMessageAndLeaveTheDestination) {
         SCOPED_TRACE(c.name);
         auto dest = PatternImage(4, 3, 4, DQ_UCHAR, 9);
         auto before = Duplicate(*dest);
-        EXPECT_EQ(Printed([&] { c.op(*dest); }), c.message);
+        EXPECT_EQ(PrintedBy([&] { c.op(*dest); }), c.message);
         EXPECT_TRUE(SamePixels(*dest, *before));
     }
 }

@@ -7,19 +7,9 @@
 #include <functional>
 #include <string>
 
-using quelmor::test::At;
-using quelmor::test::Duplicate;
-using quelmor::test::PatternImage;
-using quelmor::test::SamePixels;
+using namespace quelmor::test;
 
 namespace {
-template <class Op>
-std::string Printed(Op op) {
-    testing::internal::CaptureStderr();
-    op();
-    return testing::internal::GetCapturedStderr();
-}
-
 // Mean of the neighbours within 3 pixels on both axes that lie inside the image.
 float WindowMean(const DQImage& image, int x, int y, int c) {
     double sum = 0;
@@ -136,7 +126,7 @@ TEST(Neighbourhood, MismatchesPrintAndLeaveTheDestination) {
         SCOPED_TRACE(c.name);
         auto dest = PatternImage(6, 6, c.destChannels, c.destType, 3);
         auto before = Duplicate(*dest);
-        EXPECT_EQ(Printed([&] { c.op(*dest); }), c.message);
+        EXPECT_EQ(PrintedBy([&] { c.op(*dest); }), c.message);
         EXPECT_TRUE(SamePixels(*dest, *before));
     }
 }
