@@ -1,0 +1,79 @@
+#pragma once
+// Private state of the retime engine: flow objects, flow images kept from
+// frame to frame, and the settings of the previous pass.
+
+#include <cstdint>
+
+#include "engine/Engine.h"
+#include "engine/FlowObjects.h"
+
+constexpr int kMaxLayers = 10;
+
+class ZUQuelmor4Internal : public ZUMem {
+public:
+    ZUQuelmor4Internal();
+    ~ZUQuelmor4Internal();
+    ZUQuelmor4Internal(const ZUQuelmor4Internal&) = delete;
+    ZUQuelmor4Internal& operator=(const ZUQuelmor4Internal&) = delete;
+
+    int Render(ZUQuelmor4& engine, ZUImage* result, ZUImage* secondField, int fieldsIn,
+               int fieldsOut, int vectorQuality, float timeBegin, float timeEnd,
+               float inputFrameRate, float outputFrameRate, float motionBlur,
+               float motionSensitivity, long interpolation, long highQuality, long flowFromSequence,
+               long cacheLastMotion, int foregroundLayers, const float* matteShrink,
+               const float* layerSensitivity, ZUIdleAndProgressClass* progress, bool alphaFirst);
+
+    void SetConfig(ZUQuelmor4& engine, const ZUImage* result, int fieldsIn, int fieldsOut,
+                   int vectorQuality, long interpolation, long highQuality, float inputFrameRate,
+                   float outputFrameRate, float motionBlur);
+    static void FlowLevelForQuality(int quality, long highQuality, int width, int height,
+                                    int* level, int* flowWidth, int* flowHeight);
+
+    // Destroys flow objects and owned flow images; borrowed slots are only cleared.
+    void Reset();
+
+    // Whether a flow object was made for another flow size than the current one.
+    bool FlowObjectSizeChanged() const;
+    // Counts the flows computed by this state since it was made.
+    int64_t flowRuns = 0;
+
+    DQImage* FlowBtoA(int layer) const;
+    DQImage* FlowAtoB(int layer) const;
+    DQImage* AnyFlowAtoB() const;
+    void AllocLayerFlows(long cacheLastMotion);
+
+    // Checks out a frame (a field when fieldsIn is set) in canonical channel order.
+    int GetSequenceFrame(ZUQuelmor4& engine, ZUImage** image, int frame, int fieldsIn,
+                         bool tracking);
+    // Restores the stored channel order and hands the frame back.
+    static void GiveBackSequenceFrame(ZUQuelmor4& engine, ZUImage* image);
+
+    int32_t width = 0, height = 0;
+    int32_t layerCount = 1;
+    int32_t lastLayerCount = 0;
+    int64_t interpolation = 0, lastInterpolation = 0;
+    int32_t flowLevel = 0, lastFlowLevel = 0;
+    int32_t vectorQuality = 0, lastVectorQuality = 0;
+    int32_t warping = 0, lastWarping = 0;
+    int32_t flowWidth = 0, flowHeight = 0;
+    DQOpticalFlowUChar* opticalFlow = nullptr;
+    DQMorphFlow* morphFlow = nullptr;
+    DQImage* flowBtoA = nullptr;
+    DQImage* flowAtoB = nullptr;
+    DQImage* layerFlowAtoB[kMaxLayers] = {};
+    DQImage* layerFlowBtoA[kMaxLayers] = {};
+    int32_t lastFieldsIn = 0, lastFieldsOut = 0;
+    int32_t lastFrameA = -1;
+    int32_t lastFromFrame = -1, lastToFrame = -1;
+    float lastInputFrameRate = 0.0f, lastOutputFrameRate = 0.0f;
+    float lastSensitivity[kMaxLayers] = {};
+    float lastShrink[kMaxLayers] = {};
+    int32_t lastDrawStartLayer = 0, lastDrawEndLayer = 0;
+    bool enhanceImages = false;
+    bool doOpticalFlow[kMaxLayers] = {};
+    bool lastAnyGeometry = false;
+    int32_t vectorDirection = 0;
+
+private:
+    void DropFlowImage(DQImage*& slot);
+};

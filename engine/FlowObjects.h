@@ -1,0 +1,17 @@
+#pragma once
+// The two flow objects as the engine's state sees them: their output image,
+// the size they were made for, and their destruction.
+
+#include "image/Image.h"
+
+class DQOpticalFlowUChar;
+class DQMorphFlow;
+
+// Level-0 flow image that the object owns, or null for a null object.
+DQImage* FlowOutputOf(const DQOpticalFlowUChar* flow);
+DQImage* FlowOutputOf(const DQMorphFlow* flow);
+// Whether the object's level 0 differs from flowWidth x flowHeight.
+bool FlowSizeDiffers(const DQOpticalFlowUChar* flow, int flowWidth, int flowHeight);
+bool FlowSizeDiffers(const DQMorphFlow* flow, int flowWidth, int flowHeight);
+void DestroyFlow(DQOpticalFlowUChar*& flow);
+void DestroyFlow(DQMorphFlow*& flow);

@@ -1,0 +1,157 @@
+#pragma once
+// A retime engine over a clip held in memory, for the engine's tests: it counts check-outs and
+// give-backs, logs every fetch, can be told to fail one, and checks that every frame comes back
+// in the channel order it was handed out in.
+#include "engine/Engine.h"
+#include "image/Image.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <vector>
+
+namespace quelmor::test {
+
+// A descriptor that owns its pixels, as a host frame would be.
+class OwnedFrame {
+public:
+    OwnedFrame(int width, int height, int channels, int dataType,
+               std::array<int, 4> order = {0, 1, 2, 3})
+        : pixels_(DQMakeImage(width, height, channels, dataType)) {
+        pixels_->Clear();
+        Describe(order);
+    }
+    OwnedFrame(const DQImage& source, std::array<int, 4> order)
+        : pixels_(DQMakeImage(source.width, source.height, source.channels, source.dataType)) {
+        pixels_->CopyWhole(&source);
+        Describe(order);
+    }
+    ZUImage* Image() { return &image_; }
+    DQImage* Pixels() { return pixels_.get(); }
+
+private:
+    void Describe(std::array<int, 4> order) {
+        ZUImageReset(&image_);
+        const int type = ZUImageDataTypeToPixelType(pixels_->dataType);
+        DQImage& p = *pixels_;
+        switch (p.channels) {
+        case 1:
+            ZUImageInitGray(&image_, p.data, p.width, p.height, p.rowBytes, 1, type);
+            break;
+        case 3:
+            ZUImageInitRGB(&image_, p.data, p.width, p.height, p.rowBytes, 1, type);
+            break;
+        default:
+            ZUImageInitRGBA(&image_, p.data, p.width, p.height, p.rowBytes, 1, type, 1, 1, order[0],
+                            order[1], order[2], order[3]);
+        }
+    }
+    DQImagePtr pixels_;
+    ZUImage image_;
+};
+
+struct FetchRecord {
+    bool tracking;
+    int frame;
+    bool operator==(const FetchRecord&) const = default;
+};
+
+class MemoryClipEngine : public ZUQuelmor4 {
+public:
+    // Frames of the clip, numbered from 0, and the channel order they are stored in.
+    std::vector<DQImagePtr> frames;
+    std::array<int, 4> channelOrder = {0, 1, 2, 3};
+    // A tracking clip; empty means the tracking sequence is the clip itself.
+    std::vector<DQImagePtr> trackingFrames;
+
+    std::function<float(float)> timeCurve = [](float t) { return t; };
+    std::function<int(float)> scene = [](float) { return 0; };
+    int drawStart = -1; // -1: the base class's default
+    int drawEnd = -1;
+    int enhance = 0;
+    int warpingMode = 0;
+    unsigned long geometries = 0;
+
+    int failFrame = -1; // fetch of this frame fails with failCode
+    int failCode = kDQErrFetch;
+
+    int checkedOut = 0;
+    int givenBack = 0;
+    int returnedChanged = 0; // frames given back with other pixels than they went out with
+    std::vector<FetchRecord> fetches;
+
+    int Outstanding() const { return checkedOut - givenBack; }
+
+    int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override {
+        return CheckOut(image, frame, false);
+    }
+    int GetTrackingSequenceImage(ZUImage** image, int frame) override {
+        return CheckOut(image, frame, true);
+    }
+    void CleanUpCheckedOutImage(ZUImage* image) override {
+        auto it = out_.find(image);
+        ASSERT_NE(it, out_.end()) << "gave back an image that was never checked out";
+        ++givenBack;
+        DQImage* now = ZUImageGetDQImage(image);
+        const DQImage* before = it->second.original;
+        if (!it->second.fieldsMayChange && !SamePixels(*now, *before)) ++returnedChanged;
+        out_.erase(it);
+    }
+    int GetMatteLayerSequenceImage(ZUImage** image, int, int) override {
+        *image = nullptr;
+        return kDQErrBadArgument;
+    }
+    void CleanUpCheckedOutMatteImage(ZUImage*) override {}
+    int GetKeyframedTime(float* sourceTime, float outputTime) override {
+        *sourceTime = timeCurve(outputTime);
+        return 0;
+    }
+    int WhichScene(float time) override { return scene(time); }
+    int GetDrawStartLayer() override {
+        return drawStart < 0 ? ZUQuelmor4::GetDrawStartLayer() : drawStart;
+    }
+    int GetDrawEndLayer() override { return drawEnd < 0 ? ZUQuelmor4::GetDrawEndLayer() : drawEnd; }
+    int EnhanceImages() override { return enhance; }
+    int UsesWhichWarping() override { return warpingMode; }
+    unsigned long GetNumGeometries(int, float, float) override { return geometries; }
+
+    // Frames given to the engine may be rebuilt from one field; set when the test feeds fields.
+    bool fieldsMayChange = false;
+
+    static bool SamePixels(const DQImage& a, const DQImage& b) {
+        if (a.width != b.width || a.height != b.height || a.pixelBytes != b.pixelBytes)
+            return false;
+        for (int y = 0; y < a.height; ++y)
+            if (std::memcmp(a.RowAddress(y), b.RowAddress(y), size_t(a.width) * a.pixelBytes))
+                return false;
+        return true;
+    }
+
+private:
+    struct Loan {
+        std::unique_ptr<OwnedFrame> frame;
+        const DQImage* original;
+        bool fieldsMayChange;
+    };
+
+    int CheckOut(ZUImage** image, int frame, bool tracking) {
+        *image = nullptr;
+        fetches.push_back({tracking, frame});
+        if (frame == failFrame) return failCode;
+        auto& clip = tracking && !trackingFrames.empty() ? trackingFrames : frames;
+        if (frame < 0 || frame >= int(clip.size())) return kDQErrBadArgument;
+        auto owned = std::make_unique<OwnedFrame>(*clip[frame], channelOrder);
+        *image = owned->Image();
+        out_[*image] = Loan{std::move(owned), clip[frame].get(), fieldsMayChange};
+        ++checkedOut;
+        return 0;
+    }
+
+    std::map<ZUImage*, Loan> out_;
+};
+
+} // namespace quelmor::test
