@@ -9,5 +9,6 @@ namespace quelmor::cli {
 
 int RunSynth(std::span<const std::string> args);
 int RunScore(std::span<const std::string> args);
+int RunSpark(std::span<const std::string> args);
 
 } // namespace quelmor::cli

@@ -1,11 +1,10 @@
 #include "Keyframes.h"
 
-#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <sstream>
 
-#include "MediaFrame.h"
+#include "cli/MediaFrame.h"
 
 namespace quelmor::cli {
 
@@ -40,20 +39,11 @@ Keyframes Keyframes::Load(const std::string& path) {
     return Parse(text.str(), path);
 }
 
-double Keyframes::Linear(double frame) const {
-    if (frame <= keys_.front().frame) return keys_.front().value;
-    if (frame >= keys_.back().frame) return keys_.back().value;
-    const auto next = std::upper_bound(keys_.begin(), keys_.end(), frame,
-                                       [](double f, const Key& k) { return f < k.frame; });
-    const Key& a = *(next - 1);
-    const Key& b = *next;
-    return a.value + (b.value - a.value) * (frame - a.frame) / (b.frame - a.frame);
-}
-
-double Keyframes::Held(double frame) const {
-    const auto next = std::upper_bound(keys_.begin(), keys_.end(), frame,
-                                       [](double f, const Key& k) { return f < k.frame; });
-    return next == keys_.begin() ? keys_.front().value : (next - 1)->value;
+SparkCurve Keyframes::ToCurve(SparkCurve::Mode mode, float valueOffset) const {
+    SparkCurve curve(mode);
+    for (const Key& key : keys_)
+        curve.SetKey(key.frame + 1.0, float(key.value) + valueOffset);
+    return curve;
 }
 
 } // namespace quelmor::cli

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "sparkhost/Curve.h"
+
 namespace quelmor::cli {
 
 class Keyframes {
@@ -18,10 +20,9 @@ public:
     static Keyframes Parse(const std::string& text, const std::string& origin);
     static Keyframes Load(const std::string& path);
 
-    // Linear between keys, the first and last value held outside them.
-    double Linear(double frame) const;
-    // The value of the last key at or before `frame` (the first key's before it).
-    double Held(double frame) const;
+    // The keys as a host animation curve: host frames count from 1, so each key moves one
+    // frame on, and its value by `valueOffset`.
+    SparkCurve ToCurve(SparkCurve::Mode mode, float valueOffset = 0.0f) const;
 
     const std::vector<Key>& Keys() const { return keys_; }
 

@@ -5,7 +5,7 @@
 
 namespace quelmor::cli {
 
-double Psnr(const MediaFrame& a, const MediaFrame& b) {
+double MeanSquaredError(const MediaFrame& a, const MediaFrame& b) {
     if (!a.format.SameSize(b.format))
         throw MediaError("cannot compare frames of " + std::to_string(a.format.width) + "x" +
                          std::to_string(a.format.height) + " and " +
@@ -22,8 +22,12 @@ double Psnr(const MediaFrame& a, const MediaFrame& b) {
         const double d = double(pa[i]) - double(pb[i]);
         sum += d * d;
     }
-    const double mse = sum / double(n);
-    return mse <= 1e-10 ? 99.0 : std::min(99.0, 10.0 * std::log10(1.0 / mse));
+    return sum / double(n);
+}
+
+double PsnrOf(double meanSquaredError) {
+    return meanSquaredError <= 1e-10 ? 99.0
+                                     : std::min(99.0, 10.0 * std::log10(1.0 / meanSquaredError));
 }
 
 ClipScore ScoreClips(MediaReader& result, MediaReader& truth) {
@@ -35,14 +39,15 @@ ClipScore ScoreClips(MediaReader& result, MediaReader& truth) {
     for (int i = 0; i < score.frames; ++i) {
         result.Read(i, a);
         truth.Read(i, b);
-        const double p = Psnr(a, b);
-        sum += p;
+        const double mse = MeanSquaredError(a, b);
+        const double p = PsnrOf(mse);
+        sum += mse;
         if (p < score.worstPsnr) {
             score.worstPsnr = p;
             score.worstFrame = i;
         }
     }
-    score.meanPsnr = score.frames ? sum / score.frames : 0.0;
+    score.psnr = score.frames ? PsnrOf(sum / score.frames) : 0.0;
     if (!score.frames) score.worstPsnr = 0;
     return score;
 }

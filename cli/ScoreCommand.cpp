@@ -13,8 +13,8 @@ int RunScore(std::span<const std::string> args) {
     auto result = OpenMedia(line.files[0]);
     auto truth = OpenMedia(line.files[1]);
     const ClipScore score = ScoreClips(*result, *truth);
-    std::printf("PSNR %.2f dB mean, %.2f dB worst (frame %d), over %d frames\n", score.meanPsnr,
-                score.worstPsnr, score.worstFrame, score.frames);
+    std::printf("PSNR %.2f dB over %d frames, worst frame %d at %.2f dB\n", score.psnr,
+                score.frames, score.worstFrame, score.worstPsnr);
     return 0;
 }
 

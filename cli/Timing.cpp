@@ -1,9 +1,9 @@
-#include "Timing.h"
+#include "cli/Timing.h"
 
 #include <cmath>
 #include <string>
 
-#include "MediaFrame.h"
+#include "cli/MediaFrame.h"
 
 namespace quelmor::cli {
 
@@ -18,7 +18,7 @@ Timing Timing::Constant(double speed) {
     return t;
 }
 
-Timing Timing::SpeedCurve(Keyframes speeds) {
+Timing Timing::SpeedCurve(const Keyframes& speeds) {
     for (const auto& key : speeds.Keys())
         if (!(key.value > 0))
             throw MediaError("the speed curve must stay above 0, but frame " +
@@ -26,16 +26,18 @@ Timing Timing::SpeedCurve(Keyframes speeds) {
                              std::to_string(key.value));
     Timing t;
     t.kind_ = Kind::Speed;
-    t.keys_ = std::move(speeds);
+    t.curve_ = speeds.ToCurve(SparkCurve::Mode::Linear);
+    t.lastKey_ = speeds.Keys().back().frame;
     return t;
 }
 
-Timing Timing::FrameCurve(Keyframes frames) {
+Timing Timing::FrameCurve(const Keyframes& frames) {
     if (frames.Keys().back().frame < 0)
         throw MediaError("the frame curve has no key at output frame 0 or later");
     Timing t;
     t.kind_ = Kind::Frame;
-    t.keys_ = std::move(frames);
+    t.curve_ = frames.ToCurve(SparkCurve::Mode::Linear, 1.0f);
+    t.lastKey_ = frames.Keys().back().frame;
     return t;
 }
 
@@ -49,11 +51,11 @@ float Timing::SourceTime(float outputTime) const {
             sum += speed_;
         return sum + part * speed_;
     case Kind::Speed:
-        for (int k = 0; k < whole; ++k)
-            sum += float(keys_->Linear(k));
-        return sum + part * float(keys_->Linear(whole));
+        for (int k = 1; k <= whole; ++k)
+            sum += curve_->ValueAt(k);
+        return sum + part * curve_->ValueAt(whole + 1);
     case Kind::Frame:
-        return float(keys_->Linear(outputTime));
+        return curve_->ValueAt(double(outputTime) + 1.0) - 1.0f;
     }
     return 0.0f;
 }
@@ -63,7 +65,7 @@ int Timing::OutputFrameCount(int sourceFrames) const {
     case Kind::Constant:
         return int(float(sourceFrames) / speed_);
     case Kind::Frame:
-        return int(std::floor(keys_->Keys().back().frame)) + 1;
+        return int(std::floor(lastKey_)) + 1;
     case Kind::Speed: {
         // Source time grows by the keyed speed per frame, added up as SourceTime does.
         float sum = 0.0f;
@@ -71,7 +73,7 @@ int Timing::OutputFrameCount(int sourceFrames) const {
         while (sum < float(sourceFrames)) {
             if (++n > kMaxOutputFrames)
                 throw MediaError("the speed curve asks for more than 10000000 output frames");
-            sum += float(keys_->Linear(n - 1));
+            sum += curve_->ValueAt(n);
         }
         return n;
     }
@@ -79,9 +81,13 @@ int Timing::OutputFrameCount(int sourceFrames) const {
     return 0;
 }
 
-int SceneAt(const Keyframes* scenes, float sourceTime) {
+SparkCurve SceneCurve(const Keyframes& scenes) {
+    return scenes.ToCurve(SparkCurve::Mode::Held);
+}
+
+int SceneAt(const SparkCurve* scenes, float sourceTime) {
     if (!scenes) return 0;
-    const int menu = int(scenes->Held(std::floor(double(sourceTime))));
+    const int menu = int(scenes->ValueAt(double(int(double(sourceTime) + 1.0))));
     return menu >= 2 && menu <= 5 ? menu - 1 : 0;
 }
 

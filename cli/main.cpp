@@ -14,6 +14,12 @@ namespace {
 constexpr const char* kUsage = R"(usage: quelmor COMMAND ARGUMENTS [options]
 
 commands:
+  spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
+      --speed S  --interpolation NAME  --quality NAME  --motion-blur X
+      --fields-in none|lower|upper  --fields-out none|lower|upper
+      --setup FILE.setup    panel values to load first (and where the host saves them)
+      --speed-curve FILE  --scenes FILE   curve mode: speed and scene cuts from key files
+      --plugin PATH  --rate FPS  --overwrite  --quiet
   synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --overwrite  --quiet
   score RESULT TRUTH    PSNR of a result against true frames
@@ -34,6 +40,7 @@ int main(int argc, char** argv) {
     const std::string command = argv[1];
     const std::vector<std::string> args(argv + 2, argv + argc);
     try {
+        if (command == "spark") return RunSpark(args);
         if (command == "synth") return RunSynth(args);
         if (command == "score") return RunScore(args);
         throw UsageError("unknown command \"" + command + "\"");

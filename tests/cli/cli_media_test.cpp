@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 
+#include "CliTestSupport.h"
 #include "cli/Media.h"
 #include "cli/Score.h"
 #include "cli/SequencePattern.h"
@@ -17,17 +18,8 @@ namespace {
 namespace fs = std::filesystem;
 
 // A fresh folder per test, removed afterwards.
-class MediaTest : public ::testing::Test {
+class MediaTest : public test::FolderTest {
 protected:
-    void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir_ = fs::temp_directory_path() /
-               ("quelmor_media_" + std::string(info->name()) + "_" + std::to_string(getpid()));
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-    std::string In(const std::string& name) const { return (dir_ / name).string(); }
     std::vector<std::string> Listing() const {
         std::vector<std::string> names;
         for (const auto& e : fs::directory_iterator(dir_))
@@ -35,7 +27,6 @@ protected:
         std::sort(names.begin(), names.end());
         return names;
     }
-    fs::path dir_;
 };
 
 // A frame whose every sample differs from its neighbours, in the given format.

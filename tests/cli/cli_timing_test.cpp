@@ -38,17 +38,20 @@ TEST(KeyframesTest, ReadsKeysAndRefusesBadLines) {
     }
 }
 
-TEST(KeyframesTest, InterpolatesLinearlyOrHolds) {
+TEST(KeyframesTest, BecomeHostCurvesOneFrameOn) {
     const Keyframes k = Keyframes::Parse("2 10\n4 20\n8 0\n", "k");
+    const SparkCurve linear = k.ToCurve(SparkCurve::Mode::Linear, 1.0f);
+    const SparkCurve held = k.ToCurve(SparkCurve::Mode::Held);
     struct Case {
-        double frame, linear, held;
+        double frame; // as keyed in the file
+        float linear, held;
     } cases[] = {
-        {0, 10, 10}, {2, 10, 10},    {3, 15, 10}, {4, 20, 20},
-        {6, 10, 20}, {7.5, 2.5, 20}, {8, 0, 0},   {100, 0, 0},
+        {0, 11, 10}, {2, 11, 10},    {3, 16, 10}, {4, 21, 20},
+        {6, 11, 20}, {7.5, 3.5, 20}, {8, 1, 0},   {100, 1, 0},
     };
     for (const Case& c : cases) {
-        EXPECT_DOUBLE_EQ(k.Linear(c.frame), c.linear) << "frame " << c.frame;
-        EXPECT_DOUBLE_EQ(k.Held(c.frame), c.held) << "frame " << c.frame;
+        EXPECT_FLOAT_EQ(linear.ValueAt(c.frame + 1), c.linear) << "frame " << c.frame;
+        EXPECT_FLOAT_EQ(held.ValueAt(c.frame + 1), c.held) << "frame " << c.frame;
     }
 }
 
@@ -96,7 +99,8 @@ TEST(TimingTest, CountsOutputFrames) {
 }
 
 TEST(TimingTest, GivesSceneCodesFromHeldMenuNumbers) {
-    const Keyframes cuts = Keyframes::Parse("0 1\n10 2\n20 3\n30 4\n40 5\n50 6\n", "cuts");
+    const SparkCurve cuts =
+        SceneCurve(Keyframes::Parse("0 1\n10 2\n20 3\n30 4\n40 5\n50 6\n", "cuts"));
     struct Case {
         float time;
         int scene;

@@ -1,4 +1,5 @@
-// Runs the quelmor executable for end-to-end tests and collects what it printed.
+// Helpers of the end-to-end suites: running the quelmor executable and collecting what it
+// printed, writing small synthetic clips, comparing clips frame by frame.
 #pragma once
 
 #include <fcntl.h>
@@ -15,6 +16,11 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include "cli/Media.h"
+#include "cli/Synth.h"
 
 namespace quelmor::cli::test {
 
@@ -85,6 +91,53 @@ inline std::vector<std::string> FolderState(const std::filesystem::path& dir) {
                         (e.is_regular_file() ? std::to_string(e.file_size()) : std::string("dir")));
     std::sort(state.begin(), state.end());
     return state;
+}
+
+// Fixture with a fresh folder per test, readable by every user, removed afterwards.
+class FolderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        dir_ = std::filesystem::temp_directory_path() /
+               ("quelmor_" + std::string(info->test_suite_name()) + "_" + info->name() + "_" +
+                std::to_string(getpid()));
+        std::filesystem::remove_all(dir_);
+        std::filesystem::create_directories(dir_);
+        std::filesystem::permissions(dir_, std::filesystem::perms(0755));
+    }
+    void TearDown() override { std::filesystem::remove_all(dir_); }
+    std::string In(const std::string& name) const { return (dir_ / name).string(); }
+
+    std::filesystem::path dir_;
+};
+
+// Writes `frames` synthetic frames numbered from `first` to `pattern`.
+inline void WriteSynthClip(const std::string& pattern, int frames, SampleType sample,
+                           int width = 48, int height = 32, int first = 0) {
+    SynthSettings s;
+    s.width = width;
+    s.height = height;
+    s.sample = sample;
+    auto writer = CreateMedia(pattern, {s.width, s.height, 3, sample}, {});
+    MediaFrame frame;
+    for (int i = first; i < first + frames; ++i) {
+        RenderSynthFrame(s, i, frame);
+        writer->Write(i, frame);
+    }
+    writer->Finish();
+}
+
+// Expects two clips to hold the same number of frames with the same samples.
+inline void ExpectSameFrames(const std::string& a, const std::string& b, const std::string& what) {
+    auto ra = OpenMedia(a);
+    auto rb = OpenMedia(b);
+    ASSERT_EQ(ra->FrameCount(), rb->FrameCount()) << what;
+    MediaFrame fa, fb;
+    for (int i = 0; i < ra->FrameCount(); ++i) {
+        ra->Read(i, fa);
+        rb->Read(i, fb);
+        EXPECT_EQ(fa.pixels, fb.pixels) << what << ", frame " << i;
+    }
 }
 
 } // namespace quelmor::cli::test

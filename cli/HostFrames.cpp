@@ -1,0 +1,71 @@
+#include "cli/HostFrames.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+
+
+namespace quelmor::cli {
+
+int HostDepthFor(SampleType sample) {
+    switch (sample) {
+    case SampleType::U8:
+        return 24;
+    case SampleType::U16:
+        return 48;
+    default:
+        return 49;
+    }
+}
+
+namespace {
+
+SampleType SampleForDepth(int depth) {
+    return depth == 24 ? SampleType::U8 : depth == 48 ? SampleType::U16 : SampleType::Half;
+}
+
+} // namespace
+
+void PackHostFrame(const MediaFrame& frame, int depth, void* out) {
+    const MediaFormat rgb{frame.format.width, frame.format.height, 3, SampleForDepth(depth)};
+    MediaFrame converted;
+    const MediaFrame* source = &frame;
+    if (frame.format.channels != 3 || frame.format.sample != rgb.sample) {
+        ConvertFrame(frame, rgb, converted);
+        source = &converted;
+    }
+    std::copy(source->pixels.begin(), source->pixels.end(), static_cast<uint8_t*>(out));
+    if (depth == 48) {
+        // Twelve significant bits at the top of each word; the low nibble stays clear.
+        auto* words = static_cast<uint16_t*>(out);
+        const size_t count = size_t(rgb.width) * rgb.height * 3;
+        for (size_t i = 0; i < count; ++i)
+            words[i] = uint16_t(words[i] & 0xfff0u);
+    }
+}
+
+void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFrame& out) {
+    out.Allocate({width, height, 3, SampleForDepth(depth)});
+    const auto* bytes = static_cast<const uint8_t*>(host);
+    std::copy(bytes, bytes + out.pixels.size(), out.pixels.begin());
+}
+
+MediaFrameSource::MediaFrameSource(MediaReader& reader)
+    : reader_(reader), depth_(HostDepthFor(reader.Format().sample)) {}
+
+bool MediaFrameSource::ReadFrame(int frame, void* buffer, size_t bytes) {
+    const auto start = std::chrono::steady_clock::now();
+    if (bytes != SparkHostFrameBytes(Width(), Height(), depth_)) return false;
+    try {
+        reader_.Read(std::clamp(frame, 0, reader_.FrameCount() - 1), frame_);
+        PackHostFrame(frame_, depth_, buffer);
+    } catch (const MediaError& e) {
+        std::fprintf(stderr, "quelmor: %s\n", e.what());
+        return false;
+    }
+    seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return true;
+}
+
+} // namespace quelmor::cli

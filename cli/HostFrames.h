@@ -1,0 +1,39 @@
+// Clips on disk as the stand-in host's frame source, and host frames back to media
+// frames: packed RGB of bytes (depth 24), of 12 bits at the top of 16-bit words
+// (depth 48) or of half floats (depth 49), chosen from the clip's own bit depth.
+#pragma once
+
+#include "cli/Media.h"
+#include "sparkhost/FrameSource.h"
+
+namespace quelmor::cli {
+
+// Host depth code for frames of `sample`: 24, 48 or 49.
+int HostDepthFor(SampleType sample);
+
+// Packs `frame` into a host frame of `depth`; `out` holds SparkHostFrameBytes bytes.
+void PackHostFrame(const MediaFrame& frame, int depth, void* out);
+// Unpacks a host frame into three-channel 8-bit, 16-bit or half samples.
+void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFrame& out);
+
+class MediaFrameSource final : public SparkFrameSource {
+public:
+    explicit MediaFrameSource(MediaReader& reader);
+    int Width() const override { return reader_.Format().width; }
+    int Height() const override { return reader_.Format().height; }
+    int Depth() const override { return depth_; }
+    int FrameCount() const override { return reader_.FrameCount(); }
+    // Frames past either end hold the end frames, as the direct path does.
+    bool ReadFrame(int frame, void* buffer, size_t bytes) override;
+
+    // Seconds spent reading and packing frames.
+    double Seconds() const { return seconds_; }
+
+private:
+    MediaReader& reader_;
+    int depth_;
+    MediaFrame frame_;
+    double seconds_ = 0.0;
+};
+
+} // namespace quelmor::cli

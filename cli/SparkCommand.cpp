@@ -1,0 +1,224 @@
+// quelmor spark: runs the plug-in as its host does, with the stand-in host.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <unistd.h>
+
+#include "cli/CommandLine.h"
+#include "cli/Commands.h"
+#include "cli/HostFrames.h"
+#include "cli/Keyframes.h"
+#include "cli/Media.h"
+#include "cli/Progress.h"
+#include "cli/Timing.h"
+#include "sparkhost/HostState.h"
+#include "sparkhost/PluginLoader.h"
+#include "sparkhost/WorkerPool.h"
+
+namespace quelmor::cli {
+
+namespace {
+namespace fs = std::filesystem;
+
+constexpr OptionSpec kSparkOptions[] = {
+    {"speed", true},     {"interpolation", true}, {"quality", true}, {"motion-blur", true},
+    {"fields-in", true}, {"fields-out", true},    {"setup", true},   {"speed-curve", true},
+    {"scenes", true},    {"plugin", true},        {"rate", true},    {"overwrite", false},
+    {"quiet", false},
+};
+constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
+constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
+constexpr const char* kFields[] = {"none", "lower", "upper"};
+// Panel numbers of the animated controls read in curve mode.
+constexpr int kSceneControl = 15;
+constexpr int kSpeedControl = 32;
+
+// The plug-in built beside this executable, unless --plugin names another.
+std::string DefaultPluginPath() {
+    std::error_code ec;
+    const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+#ifdef QUELMOR_PLUGIN_PATH
+    if (fs::exists(QUELMOR_PLUGIN_PATH, ec)) return QUELMOR_PLUGIN_PATH;
+#endif
+    return (self.parent_path() / "quelmor_spark.so").string();
+}
+
+// A folder for the panel setup when none is named, removed at the end of the run.
+class ScratchFolder {
+public:
+    ScratchFolder() {
+        path_ = fs::temp_directory_path() / ("quelmor_spark_" + std::to_string(getpid()));
+        fs::create_directories(path_);
+    }
+    ~ScratchFolder() {
+        std::error_code ec;
+        fs::remove_all(path_, ec);
+    }
+    const fs::path& Path() const { return path_; }
+
+private:
+    fs::path path_;
+};
+
+// The plug-in's session: initialised on construction, saved and closed on destruction.
+class PluginSession {
+public:
+    PluginSession(const SparkPlugin& plugin, spark_info_struct info)
+        : plugin_(plugin), info_(info) {
+        plugin_.Initialise(info_);
+    }
+    ~PluginSession() { plugin_.UnInitialise(info_); }
+
+private:
+    const SparkPlugin& plugin_;
+    spark_info_struct info_;
+};
+
+void SetRecord(const SparkPlugin& plugin, const char* name, double value) {
+    if (!plugin.SetValue(name, value))
+        throw MediaError(std::string("the plug-in has no record ") + name);
+}
+
+} // namespace
+
+int RunSpark(std::span<const std::string> args) {
+    using Clock = std::chrono::steady_clock;
+    const auto started = Clock::now();
+    const CommandLine line = ParseCommandLine("spark", args, kSparkOptions);
+    if (line.files.size() != 2)
+        throw UsageError("quelmor spark wants an input and an output, such as in.mov out.mov");
+    const std::string input = line.files[0], output = line.files[1];
+    if (input == output) throw UsageError("the output must not be the input");
+    std::optional<double> speed;
+    if (auto v = line.Value("speed")) speed = ParsePositive(*v, "--speed");
+    const bool curveMode = line.Has("speed-curve") || line.Has("scenes");
+    if (line.Has("speed-curve") && speed)
+        throw UsageError("give only one of --speed and --speed-curve");
+    std::optional<fs::path> setup;
+    if (auto v = line.Value("setup")) {
+        setup = fs::absolute(*v);
+        if (setup->extension() != ".setup")
+            throw UsageError("--setup wants a file name ending in .setup, got " + *v);
+    }
+
+    auto source = OpenMedia(input);
+    std::optional<Keyframes> speedKeys, sceneKeys;
+    if (auto v = line.Value("speed-curve")) speedKeys = Keyframes::Load(*v);
+    if (auto v = line.Value("scenes")) sceneKeys = Keyframes::Load(*v);
+
+    std::string why;
+    const std::string pluginPath = line.Value("plugin").value_or(DefaultPluginPath());
+    auto plugin = SparkPlugin::Load(pluginPath, &why);
+    if (!plugin) throw MediaError("cannot load the plug-in " + pluginPath + ": " + why);
+
+    const MediaFormat& format = source->Format();
+    auto frames = std::make_shared<MediaFrameSource>(*source);
+    SparkHostReset();
+    SparkHostState& host = SparkHost();
+    ScratchFolder scratch;
+    host.setupDirectory = setup ? setup->parent_path().string() : scratch.Path().string();
+    host.plugin = plugin.get();
+    host.clips[0] = frames;
+    SparkHostSetFrameFormat(format.width, format.height, frames->Depth());
+    SparkHostSetWorkerCount(std::clamp(int(std::thread::hardware_concurrency()), 1, 64));
+    const std::string setupName = setup ? setup->stem().string() : std::string("quelmor");
+    const unsigned total = unsigned(source->FrameCount());
+    const unsigned char runMode = curveMode ? 1 : 0;
+
+    if (!plugin->IsInputFormatSupported(frames->Depth()))
+        throw MediaError("the plug-in does not take frames of depth " +
+                         std::to_string(frames->Depth()));
+    PluginSession session(*plugin, SparkHostMakeInfo(0, total, runMode, setupName.c_str()));
+    // Options override what the setup holds.
+    if (speed) SetRecord(*plugin, "SparkFloat2", *speed);
+    if (auto v = line.Value("interpolation"))
+        SetRecord(*plugin, "SparkPup0", ParseChoice(*v, "--interpolation", kInterpolations));
+    if (auto v = line.Value("quality"))
+        SetRecord(*plugin, "SparkPup1", ParseChoice(*v, "--quality", kQualities));
+    if (auto v = line.Value("motion-blur"))
+        SetRecord(*plugin, "SparkFloat3", ParseNonNegative(*v, "--motion-blur"));
+    if (auto v = line.Value("fields-in"))
+        SetRecord(*plugin, "SparkPup4", ParseChoice(*v, "--fields-in", kFields));
+    if (auto v = line.Value("fields-out"))
+        SetRecord(*plugin, "SparkPup5", ParseChoice(*v, "--fields-out", kFields));
+    plugin->MemoryTempBuffers();
+    plugin->Clips();
+
+    // Output length: the plug-in's own rule in clip mode, the speed curve's in curve mode.
+    const double clipSpeed = plugin->Value("SparkFloat2").value_or(1.0);
+    if (!curveMode && !(clipSpeed > 0)) throw MediaError("the setup's speed must be above 0");
+    std::optional<Timing> timing;
+    if (speedKeys) {
+        timing = Timing::SpeedCurve(*speedKeys);
+        host.curves[kSpeedControl] = *timing->Curve();
+    } else if (curveMode) {
+        timing = Timing::Constant(speed.value_or(1.0));
+        SetRecord(*plugin, "SparkFloat32", speed.value_or(1.0));
+    }
+    if (sceneKeys) host.curves[kSceneControl] = SceneCurve(*sceneKeys);
+    const int count = timing ? timing->OutputFrameCount(int(total))
+                             : Timing::Constant(clipSpeed).OutputFrameCount(int(total));
+    if (count <= 0)
+        throw MediaError("this speed makes no output frame from the " + std::to_string(total) +
+                         " input frames");
+
+    WriteOptions options;
+    options.overwrite = line.Has("overwrite");
+    options.frameRate = line.Has("rate")          ? ParsePositive(*line.Value("rate"), "--rate")
+                        : source->FrameRate() > 0 ? source->FrameRate()
+                                                  : 25.0;
+    const int first = source->FirstNumber();
+    CheckOutput(output, first, first + count - 1, options);
+    auto writer = CreateMedia(output, format, options);
+    Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
+    SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
+    MediaFrame frame;
+    int written = 0;
+    double pluginSeconds = 0.0;
+    auto deliver = [&](const spark_info_struct& info) {
+        const auto t0 = Clock::now();
+        const void* pixels = plugin->Process(info);
+        pluginSeconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        if (!pixels || !result)
+            throw MediaError("the plug-in returned no frame for output frame " +
+                             std::to_string(written));
+        UnpackHostFrame(pixels, format.width, format.height, frames->Depth(), frame);
+        writer->Write(first + written++, frame);
+        progress.FrameDone();
+    };
+    if (curveMode) {
+        // The host asks for each output frame by number.
+        for (int n = 0; n < count; ++n) {
+            const spark_info_struct info = SparkHostMakeInfo(n, total, 1, setupName.c_str());
+            plugin->ProcessStart(info);
+            deliver(info);
+        }
+    } else {
+        // The host walks the input; each step yields as many frames as the plug-in says.
+        for (unsigned f = 0; f < total; ++f) {
+            const spark_info_struct info = SparkHostMakeInfo(int(f), total, 0, setupName.c_str());
+            const int yields = plugin->ProcessStart(info);
+            for (int k = 0; k < yields && written < count; ++k)
+                deliver(info);
+        }
+    }
+    if (written != count)
+        throw MediaError("the plug-in made " + std::to_string(written) + " frames, not " +
+                         std::to_string(count));
+    writer->Finish();
+    progress.Finish();
+    const double totalSeconds = std::chrono::duration<double>(Clock::now() - started).count();
+    const double inEngine = pluginSeconds - frames->Seconds();
+    if (!line.Has("quiet"))
+        std::fprintf(stderr,
+                     "spark: %d frames, %.2f frames per second, %.0f%% of the time outside "
+                     "the plug-in's engine (reading, converting, writing)\n",
+                     count, count / totalSeconds, 100.0 * (totalSeconds - inEngine) / totalSeconds);
+    return 0;
+}
+
+} // namespace quelmor::cli
