@@ -9,6 +9,7 @@ namespace quelmor::cli {
 
 int RunSynth(std::span<const std::string> args);
 int RunScore(std::span<const std::string> args);
+int RunRetime(std::span<const std::string> args);
 int RunSpark(std::span<const std::string> args);
 
 } // namespace quelmor::cli

@@ -14,6 +14,19 @@ namespace {
 constexpr const char* kUsage = R"(usage: quelmor COMMAND ARGUMENTS [options]
 
 commands:
+  retime INPUT OUTPUT   retime a clip with the engine
+      --speed S             source frames per output frame (0.25: four times slower)
+      --speed-curve FILE    keyed speed per output frame ("frame value" lines, linear between keys)
+      --frame-curve FILE    keyed source frame per output frame
+      --scenes FILE         keyed scene per source frame (held values: 0/1 cut A, 2 cut B, 3 cut C,
+                            4 no motion nearest, 5 no motion blend)
+      --frames A-B          render output frames A to B only (numbered as the output files)
+      --interpolation NAME  nearest, blend (default), weighted
+      --quality NAME        none, sloppy, medium, high, best (default)
+      --motion-blur X       motion blur amount, 0 (default) to 5
+      --rate FPS            frame rate of a video output (default: the input's)
+      --overwrite           replace existing output files
+      --quiet               no progress
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
       --speed S  --interpolation NAME  --quality NAME  --motion-blur X
       --fields-in none|lower|upper  --fields-out none|lower|upper
@@ -40,6 +53,7 @@ int main(int argc, char** argv) {
     const std::string command = argv[1];
     const std::vector<std::string> args(argv + 2, argv + argc);
     try {
+        if (command == "retime") return RunRetime(args);
         if (command == "spark") return RunSpark(args);
         if (command == "synth") return RunSynth(args);
         if (command == "score") return RunScore(args);

@@ -111,6 +111,31 @@ protected:
     std::filesystem::path dir_;
 };
 
+// A reader over frames held in memory.
+class FramesReader final : public MediaReader {
+public:
+    explicit FramesReader(std::vector<MediaFrame> frames) : frames_(std::move(frames)) {}
+    const MediaFormat& Format() const override { return frames_[0].format; }
+    int FrameCount() const override { return int(frames_.size()); }
+    int FirstNumber() const override { return 0; }
+    double FrameRate() const override { return 0; }
+    void Read(int index, MediaFrame& frame) override { frame = frames_.at(size_t(index)); }
+
+private:
+    std::vector<MediaFrame> frames_;
+};
+
+// A 2x2 frame of one colour, given in the 0 to 1 scale.
+inline MediaFrame Solid(SampleType sample, int channels, std::vector<float> values) {
+    MediaFrame linear, out;
+    linear.Allocate({2, 2, channels, SampleType::Float});
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 2 * channels; ++x)
+            linear.Row<float>(y)[x] = values[size_t(x % channels)];
+    ConvertFrame(linear, {2, 2, channels, sample}, out);
+    return out;
+}
+
 // Writes `frames` synthetic frames numbered from `first` to `pattern`.
 inline void WriteSynthClip(const std::string& pattern, int frames, SampleType sample,
                            int width = 48, int height = 32, int first = 0) {

@@ -12,30 +12,8 @@
 
 namespace quelmor::cli {
 namespace {
-
-// A reader over frames held in memory.
-class FramesReader final : public MediaReader {
-public:
-    explicit FramesReader(std::vector<MediaFrame> frames) : frames_(std::move(frames)) {}
-    const MediaFormat& Format() const override { return frames_[0].format; }
-    int FrameCount() const override { return int(frames_.size()); }
-    int FirstNumber() const override { return 0; }
-    double FrameRate() const override { return 0; }
-    void Read(int index, MediaFrame& frame) override { frame = frames_.at(size_t(index)); }
-
-private:
-    std::vector<MediaFrame> frames_;
-};
-
-MediaFrame Solid(SampleType sample, int channels, std::vector<float> values) {
-    MediaFrame linear, out;
-    linear.Allocate({2, 2, channels, SampleType::Float});
-    for (int y = 0; y < 2; ++y)
-        for (int x = 0; x < 2 * channels; ++x)
-            linear.Row<float>(y)[x] = values[size_t(x % channels)];
-    ConvertFrame(linear, {2, 2, channels, sample}, out);
-    return out;
-}
+using test::FramesReader;
+using test::Solid;
 
 TEST(HostFramesTest, PacksEachDepthAsTheHostStoresIt) {
     struct Case {

@@ -1,0 +1,96 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <optional>
+#include <thread>
+
+#include "cli/Commands.h"
+#include "cli/Keyframes.h"
+#include "cli/Media.h"
+#include "cli/Progress.h"
+#include "cli/RetimeEngine.h"
+#include "cli/RetimeSettings.h"
+#include "cli/Timing.h"
+#include "image/Parallel.h"
+#include "sparkhost/WorkerPool.h"
+
+namespace quelmor::cli {
+
+namespace {
+
+Timing TimingOf(const RetimeSettings& s) {
+    if (s.speedCurve) return Timing::SpeedCurve(Keyframes::Load(*s.speedCurve));
+    if (s.frameCurve) return Timing::FrameCurve(Keyframes::Load(*s.frameCurve));
+    return Timing::Constant(*s.speed);
+}
+
+// Workers for the row loop: every core, within the slot table's limit.
+void SetWorkers(int width, int height) {
+    const int workers = std::clamp(int(std::thread::hardware_concurrency()), 1, 64);
+    Width = width;
+    Height = height;
+    ZUMPSetNumThreads(workers);
+    SparkHostSetWorkerCount(workers);
+    SparkHostSetFrameSize(width, height);
+}
+
+} // namespace
+
+int RunRetime(std::span<const std::string> args) {
+    using Clock = std::chrono::steady_clock;
+    const auto started = Clock::now();
+    const RetimeSettings s = ParseRetimeSettings(args);
+    auto source = OpenMedia(s.input);
+    const Timing timing = TimingOf(s);
+    std::optional<SparkCurve> scenes;
+    if (s.scenes) scenes = SceneCurve(Keyframes::Load(*s.scenes));
+
+    const int count = timing.OutputFrameCount(source->FrameCount());
+    if (count <= 0)
+        throw MediaError("this timing makes no output frame from the " +
+                         std::to_string(source->FrameCount()) + " input frames");
+    const int first = source->FirstNumber();
+    int from = first, to = first + count - 1;
+    if (s.frames) {
+        if (s.frames->first < from || s.frames->last > to)
+            throw MediaError("--frames " + std::to_string(s.frames->first) + "-" +
+                             std::to_string(s.frames->last) + " lies outside the output frames " +
+                             std::to_string(from) + "-" + std::to_string(to));
+        from = s.frames->first;
+        to = s.frames->last;
+    }
+    WriteOptions options;
+    options.overwrite = s.overwrite;
+    options.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
+    CheckOutput(s.output, from, to, options);
+
+    const MediaFormat& format = source->Format();
+    SetWorkers(format.width, format.height);
+    auto writer = CreateMedia(s.output, format, options);
+    CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr);
+    const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
+
+    Progress progress("retime", to - from + 1, Progress::StyleFor(stderr, s.quiet));
+    double engineSeconds = 0.0;
+    MediaFrame frame;
+    for (int number = from; number <= to; ++number) {
+        const auto t0 = Clock::now();
+        engine.Render(number - first, settings, frame);
+        engineSeconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        writer->Write(number, frame);
+        progress.FrameDone();
+    }
+    writer->Finish();
+    progress.Finish();
+
+    const double total = std::chrono::duration<double>(Clock::now() - started).count();
+    const double inEngine = engineSeconds - engine.SourceSeconds();
+    if (!s.quiet)
+        std::fprintf(stderr,
+                     "retime: %d frames, %.2f frames per second, %.0f%% of the time outside "
+                     "the engine (reading, converting, writing)\n",
+                     to - from + 1, (to - from + 1) / total, 100.0 * (total - inEngine) / total);
+    return 0;
+}
+
+} // namespace quelmor::cli

@@ -1,0 +1,61 @@
+// The engine driven straight from a clip on disk: source frames come from a media
+// reader, time from a Timing, scenes from a key curve. Every setting that the
+// plug-in fixes as a constant is fixed here the same way, so that both paths
+// make the same pictures.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <utility>
+
+#include "cli/Media.h"
+#include "cli/Timing.h"
+#include "engine/Engine.h"
+
+namespace quelmor::cli {
+
+struct EngineSettings {
+    int interpolation = 1; // 0 nearest, 1 blend, 2 weighted energy blend
+    int vectorQuality = 4; // 0 none to 4 best
+    float motionBlur = 0.0f;
+};
+
+// Working format of the engine for a source: four channels of 8 bits, 16 bits or float.
+MediaFormat WorkingFormat(const MediaFormat& source);
+
+class CliQuelmor final : public ZUQuelmor4 {
+public:
+    // `scenes` may be null; the reader, timing and curve must outlive the object.
+    CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes);
+    ~CliQuelmor() override;
+
+    // Renders output frame `index` (counted from 0) into `out`, in the working format.
+    // Throws MediaError when the engine fails.
+    void Render(int index, const EngineSettings& settings, MediaFrame& out);
+
+    // Seconds spent reading and converting source frames, inside Render.
+    double SourceSeconds() const { return sourceSeconds_; }
+
+    int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override;
+    int GetTrackingSequenceImage(ZUImage** image, int frame) override;
+    void CleanUpCheckedOutImage(ZUImage* image) override;
+    int GetMatteLayerSequenceImage(ZUImage** image, int frame, int layer) override;
+    void CleanUpCheckedOutMatteImage(ZUImage* image) override;
+    int GetKeyframedTime(float* sourceTime, float outputTime) override;
+    int WhichScene(float time) override;
+
+private:
+    // A source frame in the working format; the two most recent are kept, since
+    // consecutive in-between frames ask for the same pair.
+    const MediaFrame& WorkingFrame(int frame);
+
+    MediaReader& source_;
+    const Timing& timing_;
+    const SparkCurve* scenes_;
+    MediaFormat working_;
+    std::deque<std::pair<int, MediaFrame>> kept_;
+    MediaFrame decoded_;
+    double sourceSeconds_ = 0.0;
+};
+
+} // namespace quelmor::cli
