@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/Media.h"
+#include "cli/Score.h"
 #include "cli/Synth.h"
 
 namespace quelmor::cli::test {
@@ -150,6 +151,14 @@ inline void WriteSynthClip(const std::string& pattern, int frames, SampleType sa
         writer->Write(i, frame);
     }
     writer->Finish();
+}
+
+// PSNR of frame `i` of clip `a` against frame `j` of clip `b`.
+inline double FramePsnr(const std::string& a, int i, const std::string& b, int j) {
+    MediaFrame fa, fb;
+    OpenMedia(a)->Read(i, fa);
+    OpenMedia(b)->Read(j, fb);
+    return Psnr(fa, fb);
 }
 
 // Expects two clips to hold the same number of frames with the same samples.
