@@ -85,43 +85,6 @@ void ForEachUShortRow(DQImage* image, Op op) {
     });
 }
 
-// Straight colour from premultiplied 16-bit RGBA: min(65535, c x 65535 / alpha), rounded; a pixel
-// of alpha 0 stays as it is.
-void UnpremultiplyRow(uint16_t* row, int count) {
-    for (int i = 0; i < count; i += 4) {
-        const float alpha = row[i + 3];
-        if (alpha == 0.0f) continue;
-        for (int c = 0; c < 3; ++c)
-            row[i + c] = uint16_t(std::fmin(65535.0f, row[i + c] * 65535.0f / alpha) + 0.5f);
-    }
-}
-
-// Copies the overlap of two images of one element type, centred on each other.
-void CopyCentred(DQImage* to, const DQImage* from) {
-    const int w = std::min(to->width, from->width);
-    const int h = std::min(to->height, from->height);
-    to->CopyFrom((to->width - w) / 2, (to->height - h) / 2, from, (from->width - w) / 2,
-                 (from->height - h) / 2, w, h);
-}
-
-// Float pixels in 0..1 into an integer image of the same size: scaled to its white point,
-// rounded and clamped.
-void CopyFloatToInteger(DQImage* to, const DQImage* from) {
-    const int w = std::min(to->width, from->width);
-    const int h = std::min(to->height, from->height);
-    const int channels = std::min(to->channels, from->channels);
-    float pixel[4] = {};
-    float scaled[4] = {};
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            from->GetPixelFloat(x, y, pixel);
-            for (int c = 0; c < channels && c < 4; ++c)
-                scaled[c] = std::fmin(std::fmax(pixel[c], 0.0f), 1.0f) * to->whitePoint + 0.5f;
-            to->SetPixelFloat(x, y, scaled);
-        }
-    }
-}
-
 } // namespace
 
 int ZUImageScale(ZUImage* image, float factor, float maximum) {
@@ -132,9 +95,8 @@ int ZUImageScale(ZUImage* image, float factor, float maximum) {
         dq->Clear();
         return 0;
     }
-    const bool unpremultiply = dq->channels == 4;
+    if (dq->channels == 4) dq->Unpremultiply();
     ForEachUShortRow(dq, [=](uint16_t* row, int count) {
-        if (unpremultiply) UnpremultiplyRow(row, count);
         for (int i = 0; i < count; ++i) {
             const float scaled = std::fmax(std::fmin(maximum, row[i] * factor + 0.5f), 0.0f);
             row[i] = uint16_t(scaled);
@@ -170,8 +132,8 @@ int ZUImageCopy(ZUImage* destination, ZUImage* source) {
     DQImage* from = ZUImageGetDQImage(source);
     if (!to || !from) return 0;
     if (to->dataType != DQ_FLOAT && from->dataType == DQ_FLOAT)
-        CopyFloatToInteger(to, from);
+        to->CopyCentredNormalised(from);
     else
-        CopyCentred(to, from);
+        to->CopyCentred(from);
     return 0;
 }

@@ -58,13 +58,7 @@ void sparkViewingDraw(void) {
 int sparkMemRegisterBuffer(void) {
     SparkHostState& state = SparkHost();
     const int id = state.nextTempBufferId++;
-    SparkHostBuffer& buffer = state.buffers[id];
-    buffer.storage.assign(SparkHostFrameBytes(state.width, state.height, state.depth), 0);
-    buffer.descriptor.Buffer = buffer.storage.empty() ? nullptr : buffer.storage.data();
-    buffer.descriptor.BufState = SPARK_MEMBUF_LOCKED;
-    buffer.descriptor.BufWidth = state.width;
-    buffer.descriptor.BufHeight = state.height;
-    buffer.descriptor.BufDepth = state.depth;
+    SparkHostAllocateBuffer(state.buffers[id]);
     return id;
 }
 

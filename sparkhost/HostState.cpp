@@ -14,8 +14,8 @@ void SparkHostReset() {
     SparkHost() = SparkHostState{};
 }
 
-namespace {
-void Allocate(SparkHostBuffer& buffer, const SparkHostState& state) {
+void SparkHostAllocateBuffer(SparkHostBuffer& buffer) {
+    const SparkHostState& state = SparkHost();
     buffer.storage.assign(SparkHostFrameBytes(state.width, state.height, state.depth), 0);
     buffer.descriptor.Buffer = buffer.storage.empty() ? nullptr : buffer.storage.data();
     buffer.descriptor.BufState = SPARK_MEMBUF_LOCKED;
@@ -23,7 +23,6 @@ void Allocate(SparkHostBuffer& buffer, const SparkHostState& state) {
     buffer.descriptor.BufHeight = state.height;
     buffer.descriptor.BufDepth = state.depth;
 }
-} // namespace
 
 void SparkHostSetFrameFormat(int width, int height, int depth) {
     SparkHostState& state = SparkHost();
@@ -33,7 +32,7 @@ void SparkHostSetFrameFormat(int width, int height, int depth) {
     for (int id : {kSparkResultBufferId, kSparkFrontBufferId, kSparkBackBufferId})
         state.buffers[id];
     for (auto& [id, buffer] : state.buffers)
-        Allocate(buffer, state);
+        SparkHostAllocateBuffer(buffer);
     SparkHostSetFrameSize(width, height);
 }
 

@@ -67,6 +67,8 @@ void SparkHostReset();
 // Sets the frame format, (re)allocates the result, front, back and registered temporary buffers,
 // locked and zeroed, and slices the workers' frame by the result buffer's size.
 void SparkHostSetFrameFormat(int width, int height, int depth);
+// (Re)allocates a buffer for the current format, zeroed and locked.
+void SparkHostAllocateBuffer(SparkHostBuffer& buffer);
 // The descriptor of buffer `id`, or null.
 SparkHostBuffer* SparkHostGetBuffer(int id);
 // A host record for a call: the current format, the workers, the setup name.
