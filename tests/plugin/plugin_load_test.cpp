@@ -1,0 +1,562 @@
+// The shared object as the host sees it: loaded with dlopen into this process, which supplies the
+// host operations from the stand-in host and also links its own copy of the core. Entry points
+// and records are found by name and driven as the host drives them.
+#include "image/Parallel.h"
+#include "sparkhost/HostRun.h"
+#include "sparkhost/HostState.h"
+#include "sparkhost/PluginLoader.h"
+#include "sparkhost/WorkerPool.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
+
+namespace {
+
+constexpr int kWidth = 8;
+constexpr int kHeight = 6;
+constexpr int kFrames = 6;
+
+SparkPlugin* gPlugin = nullptr;
+// Record values as the plug-in was loaded, restored before every case.
+std::map<std::string, double> gDefaults;
+
+// Grey level of source frame n, distinct per frame.
+uint16_t Level(int frame) {
+    return uint16_t(20 + 30 * frame);
+}
+
+class PluginTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        std::string error;
+        static std::unique_ptr<SparkPlugin> plugin = SparkPlugin::Load(QUELMOR_SPARK_PATH, &error);
+        ASSERT_NE(plugin, nullptr) << error;
+        gPlugin = plugin.get();
+        for (const auto& record : gPlugin->Records())
+            if (auto value = gPlugin->Value(record)) gDefaults[record.name] = *value;
+    }
+
+    void SetUp() override {
+        ASSERT_NE(gPlugin, nullptr);
+        for (const auto& [name, value] : gDefaults)
+            gPlugin->SetValue(name, value);
+        SparkHostReset();
+        SparkHost().plugin = gPlugin;
+        SparkHost().setupDirectory = ::testing::TempDir();
+        SparkHostSetWorkerCount(3);
+        Prepare(24);
+        info_ = SparkHostMakeInfo(0, kFrames, 0, "");
+        ASSERT_EQ(gPlugin->Initialise(info_), 1);
+        gPlugin->MemoryTempBuffers();
+        ResetClipPanel();
+    }
+
+    void TearDown() override {
+        gPlugin->UnInitialise(info_);
+        SparkHostSetWorkerCount(1);
+        SparkHostReset();
+    }
+
+    // Sets the host's format and a clip of solid frames in it.
+    void Prepare(int depth) {
+        SparkHostSetFrameFormat(kWidth, kHeight, depth);
+        auto clip = std::make_shared<SparkMemoryFrameSource>(kWidth, kHeight, depth);
+        for (int frame = 0; frame < kFrames; ++frame) {
+            const uint16_t level = depth == 24 ? Level(frame) : uint16_t(Level(frame) << 4);
+            const uint16_t rgb[3] = {level, level, level};
+            clip->AddSolidFrame(rgb);
+        }
+        SparkHost().clips[0] = clip;
+    }
+
+    void ResetClipPanel() const {
+        gPlugin->SetValue("SparkPup0", 0); // Nearest
+        gPlugin->SetValue("SparkPup1", 0); // No Motion Vectors
+        gPlugin->SetValue("SparkFloat2", 1.0);
+        gPlugin->SetValue("SparkFloat3", 0.0);
+        gPlugin->SetValue("SparkPup4", 0);
+        gPlugin->SetValue("SparkPup5", 0);
+        *gPlugin->AutoDuration() = 1;
+    }
+
+    spark_info_struct Info(int frame, unsigned total, unsigned char runMode) const {
+        return SparkHostMakeInfo(frame, total, runMode, "");
+    }
+
+    static uint8_t* Result() { return SparkHostGetBuffer(kSparkResultBufferId)->storage.data(); }
+
+    spark_info_struct info_{};
+};
+
+std::string CapturedStdout() {
+    fflush(stdout);
+    return ::testing::internal::GetCapturedStdout();
+}
+
+TEST_F(PluginTest, OutputCountsOfAStep) {
+    struct Case {
+        const char* name;
+        float speed;
+        unsigned total;
+        int frame;
+        unsigned char runMode;
+        int expected;
+        int outputFrameAfter; // -1: not checked
+    };
+    const Case cases[] = {
+        {"speed 1, first frame", 1.0f, 100, 0, 0, 1, -1},
+        {"speed 1, middle frame", 1.0f, 100, 37, 0, 1, -1},
+        {"speed 2, first frame", 2.0f, 100, 0, 0, 0, -1},
+        {"speed 2, frame 98", 2.0f, 100, 98, 0, 0, -1},
+        {"speed 2, last frame yields all", 2.0f, 100, 99, 0, 50, -1},
+        {"speed 0.5, first frame", 0.5f, 100, 0, 0, 1, -1},
+        {"speed 0.5, last frame yields the surplus", 0.5f, 100, 99, 0, 101, -1},
+        {"speed 10 over 5 frames makes nothing", 10.0f, 5, 4, 0, 0, -1},
+        {"speed 1.00005 rounds the length down", 1.00005f, 100, 99, 0, 99, -1},
+        {"speed 0 keeps the clip length", 0.0f, 100, 3, 0, 1, -1},
+        {"curve mode", 2.0f, 100, 99, 1, 0, -1},
+    };
+    for (const Case& c : cases) {
+        gPlugin->SetValue("SparkFloat2", c.speed);
+        EXPECT_EQ(gPlugin->ProcessStart(Info(c.frame, c.total, c.runMode)), c.expected) << c.name;
+    }
+    *gPlugin->AutoDuration() = 0;
+    gPlugin->SetValue("SparkFloat2", 2.0);
+    EXPECT_EQ(gPlugin->ProcessStart(Info(0, 100, 0)), 1) << "the host decides the length";
+}
+
+TEST_F(PluginTest, EmptyClipIsReportedEvenInCurveMode) {
+    for (unsigned char runMode : {0, 1}) {
+        ::testing::internal::CaptureStdout();
+        EXPECT_EQ(gPlugin->ProcessStart(Info(0, 0, runMode)), 1);
+        EXPECT_EQ(CapturedStdout(), "SparkProcessStart: Error total clip length <= 0\n");
+    }
+}
+
+TEST_F(PluginTest, SpeedUpShowsProgressOnTheStatusLine) {
+    gPlugin->SetValue("SparkFloat2", 2.0);
+    const spark_info_struct last = Info(kFrames - 1, kFrames, 0);
+    ASSERT_EQ(gPlugin->ProcessStart(last), 3);
+    for (int output = 0; output < 3; ++output) {
+        ASSERT_NE(gPlugin->Process(last), nullptr);
+        EXPECT_EQ(SparkHost().statusLine,
+                  "3 Frames, Processing Frame " + std::to_string(output + 1) + ".");
+        // Nearest at source time 2 x output shows source frame 2 x output.
+        EXPECT_EQ(Result()[0], Level(2 * output)) << "output " << output;
+    }
+}
+
+TEST_F(PluginTest, SpeedCloseToOneShowsNoMessage) {
+    for (float speed : {1.0f, 1.00005f}) {
+        gPlugin->SetValue("SparkFloat2", speed);
+        gPlugin->ProcessStart(Info(1, kFrames, 0));
+        gPlugin->Process(Info(1, kFrames, 0));
+    }
+    EXPECT_EQ(SparkHost().messageCount, 0) << SparkHost().statusLine;
+}
+
+TEST_F(PluginTest, SourceFramesComeBackUnchangedInEveryDepth) {
+    const int depths[] = {24, 25, 48, 64};
+    for (int depth : depths) {
+        Prepare(depth);
+        for (int frame : {0, 3}) {
+            const spark_info_struct info = Info(frame, kFrames, 0);
+            ASSERT_EQ(gPlugin->ProcessStart(info), 1);
+            uint8_t* result = static_cast<uint8_t*>(gPlugin->Process(info));
+            ASSERT_EQ(result, Result()) << depth;
+            std::vector<uint8_t> expected(size_t(info.FrameBytes));
+            SparkHost().clips[0]->ReadFrame(frame, expected.data(), expected.size());
+            EXPECT_EQ(0, memcmp(result, expected.data(), expected.size()))
+                << "depth " << depth << " frame " << frame;
+        }
+    }
+}
+
+TEST_F(PluginTest, CurveModeTakesTimeFromTheCurvesNotTheClipPanel) {
+    gPlugin->SetValue("SparkFloat2", 2.0);  // clip mode would show source frame 4
+    gPlugin->SetValue("SparkFloat32", 1.0); // the speed curve's value without keys
+    const spark_info_struct info = Info(2, kFrames, 1);
+    EXPECT_EQ(gPlugin->ProcessStart(info), 0);
+    ASSERT_NE(gPlugin->Process(info), nullptr);
+    EXPECT_EQ(Result()[0], Level(2));
+    EXPECT_EQ(SparkHost().messageCount, 0);
+
+    SparkHostCurve(32).SetKey(1, 0.5f);
+    ASSERT_NE(gPlugin->Process(Info(4, kFrames, 1)), nullptr);
+    EXPECT_EQ(Result()[0], Level(2)) << "four frames at speed 0.5";
+}
+
+TEST_F(PluginTest, HostLoopsDeliverEveryAnnouncedFrameInOrder) {
+    struct Case {
+        const char* name;
+        float speed;
+        bool curveMode;
+        int expectedFrames;
+    };
+    const Case cases[] = {
+        {"clip mode, slow-down", 0.5f, false, 2 * kFrames},
+        {"clip mode, speed-up", 2.0f, false, kFrames / 2},
+        {"curve mode", 2.0f, true, 4},
+    };
+    for (const Case& c : cases) {
+        gPlugin->SetValue("SparkFloat2", c.speed);
+        std::vector<int> indices, levels;
+        auto sink = [&](int index, const void* frame) {
+            indices.push_back(index);
+            levels.push_back(static_cast<const uint8_t*>(frame)[0]);
+            return true;
+        };
+        const int delivered = c.curveMode ? SparkHostRunCurve(*gPlugin, 4, kFrames, sink)
+                                          : SparkHostRunClip(*gPlugin, kFrames, sink);
+        ASSERT_EQ(delivered, c.expectedFrames) << c.name;
+        for (int i = 0; i < delivered; ++i) {
+            EXPECT_EQ(indices[size_t(i)], i) << c.name;
+            // Whole source times show their source frame exactly.
+            const float sourceTime = c.curveMode ? float(i) : float(i) * c.speed;
+            if (sourceTime == float(int(sourceTime))) {
+                EXPECT_EQ(levels[size_t(i)], Level(int(sourceTime))) << c.name << " output " << i;
+            }
+        }
+    }
+    int seen = 0;
+    EXPECT_EQ(SparkHostRunClip(*gPlugin, kFrames, [&](int, const void*) { return ++seen < 2; }), 2)
+        << "the sink stops the run";
+    SparkHost().callingEnv = 2;
+    EXPECT_EQ(SparkHostRunClip(*gPlugin, kFrames, [](int, const void*) { return true; }), -1);
+}
+
+TEST_F(PluginTest, CallingEnvironmentTwoRendersNothing) {
+    SparkHost().callingEnv = 2;
+    Result()[0] = 99;
+    EXPECT_EQ(gPlugin->Process(Info(1, kFrames, 0)), nullptr);
+    EXPECT_EQ(SparkHost().busyCursorCount, 0);
+    EXPECT_EQ(Result()[0], 99);
+}
+
+TEST_F(PluginTest, BufferFailuresAreReportedOnTheirStreams) {
+    enum class Fault { Missing, Unlocked, NullPointer };
+    struct Case {
+        const char* name;
+        int id;
+        Fault fault;
+        bool onStderr;
+        const char* message;
+    };
+    const int temp = kSparkFirstTempBufferId;
+    const Case cases[] = {
+        {"result missing", 1, Fault::Missing, false, "Error: Can't get result clip buffer\n"},
+        {"front missing", 2, Fault::Missing, false, "Error: Can't get front clip buffer\n"},
+        {"back missing", 3, Fault::Missing, false, "Error: Can't get back clip buffer\n"},
+        {"temp missing", temp, Fault::Missing, false, "Error: Can't get tmp clip buffer\n"},
+        {"result unlocked", 1, Fault::Unlocked, false, "Error: result clip buffer not locked\n"},
+        {"front unlocked", 2, Fault::Unlocked, false, "Error: front clip buffer not locked\n"},
+        {"back unlocked", 3, Fault::Unlocked, false, "Error: back clip buffer not locked\n"},
+        {"temp unlocked", temp, Fault::Unlocked, false, "Error: tmp1 clip buffer not locked\n"},
+        {"front null", 2, Fault::NullPointer, true, "Error: null buffer pointer result("},
+        {"back null", 3, Fault::NullPointer, true, "Error: null buffer pointer back(0)\n"},
+        {"temp null", temp, Fault::NullPointer, true, "Error: null buffer pointer tmp1(0)\n"},
+    };
+    for (const Case& c : cases) {
+        SparkHostSetFrameFormat(kWidth, kHeight, 24);
+        SparkHostBuffer* buffer = SparkHostGetBuffer(c.id);
+        ASSERT_NE(buffer, nullptr) << c.name;
+        const SparkHostBuffer saved = *buffer;
+        switch (c.fault) {
+        case Fault::Missing:
+            buffer->available = false;
+            break;
+        case Fault::Unlocked:
+            buffer->descriptor.BufState &= ~SPARK_MEMBUF_LOCKED;
+            break;
+        case Fault::NullPointer:
+            buffer->descriptor.Buffer = nullptr;
+            break;
+        }
+        ::testing::internal::CaptureStdout();
+        ::testing::internal::CaptureStderr();
+        void* result = gPlugin->Process(Info(1, kFrames, 0));
+        const std::string out = CapturedStdout();
+        const std::string err = ::testing::internal::GetCapturedStderr();
+        EXPECT_EQ(result, nullptr) << c.name;
+        const std::string& stream = c.onStderr ? err : out;
+        EXPECT_EQ(stream.rfind(c.message, 0), 0u) << c.name << ": " << stream;
+        EXPECT_TRUE((c.onStderr ? out : err).empty()) << c.name;
+        *buffer = saved;
+        buffer->descriptor.Buffer = buffer->storage.data();
+    }
+}
+
+TEST_F(PluginTest, FailedFrameComesBackBlack) {
+    // A result buffer of a depth the engine cannot work in: no images, a failed run, a cleared
+    // result of FrameBytes bytes.
+    SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
+    std::fill(result->storage.begin(), result->storage.end(), 0x5a);
+    result->descriptor.BufDepth = 30;
+    void* pixels = gPlugin->Process(Info(1, kFrames, 0));
+    EXPECT_EQ(pixels, result->storage.data());
+    for (uint8_t value : result->storage)
+        ASSERT_EQ(value, 0);
+}
+
+TEST_F(PluginTest, ResultThatCannotBeAllocatedIsReportedAndCleared) {
+    // A result buffer that claims a frame far too large to allocate working images for.
+    SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
+    std::fill(result->storage.begin(), result->storage.end(), 0x5a);
+    result->descriptor.BufWidth = 1 << 20;
+    result->descriptor.BufHeight = 1 << 20;
+    result->descriptor.BufDepth = 49;
+    EXPECT_EQ(gPlugin->Process(Info(1, kFrames, 0)), result->storage.data());
+    EXPECT_EQ(SparkHost().statusLine,
+              "Cannot process image due to result image buffer allocation error");
+    for (uint8_t value : result->storage)
+        ASSERT_EQ(value, 0);
+}
+
+TEST_F(PluginTest, FrameSizeStaysThePluginsOwn) {
+    Width = 12345; // this process's own core
+    Height = 3;
+    gPlugin->Process(Info(0, kFrames, 0));
+    EXPECT_EQ(*gPlugin->Width(), kWidth);
+    EXPECT_EQ(*gPlugin->Height(), kHeight);
+    EXPECT_EQ(Width, 12345) << "the plug-in's frame size must not reach the loading process";
+    Width = Height = 0;
+}
+
+TEST_F(PluginTest, CallbacksRenderOneFrameWhenTheValueChanged) {
+    struct Case {
+        const char* record;
+        int why;
+        bool renders;
+    };
+    const Case cases[] = {
+        {"SparkPup4", 1, true},      {"SparkPup5", 1, true},       {"SparkPup4", 0, false},
+        {"SparkBoolean18", 1, true}, {"SparkBoolean18", 2, false}, {"SparkPup29", 1, true},
+        {"SparkPup13", 1, false},    {"SparkPup14", 1, false},     {"SparkPup31", 1, false},
+        {"SparkFloat2", 1, false}, // no callback: the host's redraw decides
+    };
+    for (const Case& c : cases) {
+        const int busy = SparkHost().busyCursorCount;
+        const int redraws = SparkHost().redrawCount;
+        void* result = gPlugin->CallCallback(c.record, c.why, Info(1, kFrames, 0));
+        EXPECT_EQ(result != nullptr, c.renders) << c.record << " why " << c.why;
+        EXPECT_EQ(SparkHost().busyCursorCount - busy, c.renders ? 1 : 0) << c.record;
+        EXPECT_EQ(SparkHost().redrawCount - redraws, c.renders ? 1 : 0) << c.record;
+    }
+}
+
+TEST_F(PluginTest, ResetWritesItsValuesWhateverWhySays) {
+    const std::pair<const char*, double> changed[] = {
+        {"SparkBoolean36", 1}, {"SparkPup27", 0},    {"SparkPup28", 1},   {"SparkPup31", 0},
+        {"SparkPup16", 2},     {"SparkPup17", 1},    {"SparkPup43", 3},   {"SparkBoolean18", 1},
+        {"SparkFloat42", 2.5}, {"SparkFloat32", 3},  {"SparkFloat44", 5}, {"SparkFloat26", 6},
+        {"SparkBoolean19", 0}, {"SparkFloat25", 40}, {"SparkFloat45", 1}, {"SparkPup29", 2},
+        {"SparkPup30", 1},     {"SparkPup13", 3},    {"SparkPup14", 4},   {"SparkInt15", 3},
+        {"SparkInt8", 4},      {"SparkPup0", 2},
+    };
+    const std::pair<const char*, double> expected[] = {
+        {"SparkBoolean36", 0}, {"SparkPup27", 1},   {"SparkPup28", 4},    {"SparkPup31", 1},
+        {"SparkPup16", 0},     {"SparkPup17", 0},   {"SparkPup43", 0},    {"SparkBoolean18", 0},
+        {"SparkFloat42", 0},   {"SparkFloat32", 1}, {"SparkFloat44", 70}, {"SparkFloat26", 70},
+        {"SparkBoolean19", 1}, {"SparkFloat25", 1}, {"SparkFloat45", 0},  {"SparkPup29", 2},
+        {"SparkPup30", 1},     {"SparkPup13", 3},   {"SparkPup14", 4},    {"SparkInt15", 3},
+        {"SparkInt8", 4},      {"SparkPup0", 2},
+    };
+    for (int why : {0, 1}) {
+        for (const auto& [name, value] : changed)
+            ASSERT_TRUE(gPlugin->SetValue(name, value));
+        const int busy = SparkHost().busyCursorCount;
+        void* result = gPlugin->CallCallback("SparkPush34", why, Info(1, kFrames, 0));
+        EXPECT_EQ(result != nullptr, why == 1);
+        EXPECT_EQ(SparkHost().busyCursorCount - busy, why == 1 ? 1 : 0);
+        for (const auto& [name, value] : expected)
+            EXPECT_FLOAT_EQ(*gPlugin->Value(name), value) << name << " after why " << why;
+    }
+}
+
+TEST_F(PluginTest, ForegroundMatteCannotBeTurnedOn) {
+    gPlugin->SetValue("SparkBoolean36", 1);
+    EXPECT_EQ(gPlugin->CallCallback("SparkBoolean36", 0, Info(1, kFrames, 0)), nullptr);
+    EXPECT_EQ(SparkHost().messageCount, 0) << "no message without a change";
+    EXPECT_NE(gPlugin->CallCallback("SparkBoolean36", 1, Info(1, kFrames, 0)), nullptr);
+    EXPECT_EQ(SparkHost().statusLine, "Cannot turn FG Matte on, no Matte clip");
+    EXPECT_EQ(*gPlugin->Value("SparkBoolean36"), 1) << "the value is not cleared";
+    gPlugin->SetValue("SparkBoolean36", 0);
+    const int messages = SparkHost().messageCount;
+    EXPECT_NE(gPlugin->CallCallback("SparkBoolean36", 1, Info(1, kFrames, 0)), nullptr);
+    EXPECT_EQ(SparkHost().messageCount, messages) << "turning it off shows nothing";
+}
+
+TEST_F(PluginTest, RecordsStandAsThePanelNeedsThem) {
+    struct Case {
+        const char* name;
+        double value;
+        const char* title; // first title or entry
+        const char* lastEntry;
+        int entries; // Pup only
+    };
+    const Case cases[] = {
+        {"SparkPup0", 1, "Nearest", "Weighted Energy Blend", 3},
+        {"SparkPup1", 4, "No Motion Vectors", "Best", 5},
+        {"SparkFloat2", 1, "Speed Factor %6.2f", nullptr, 0},
+        {"SparkFloat3", 0, "Motion Blur %5.3f", nullptr, 0},
+        {"SparkPup5", 0, "Fields OUT: None", "Out: Upper Field (1) First", 3},
+        {"SparkInt8", 1, "BurnId %0d", nullptr, 0},
+        {"SparkPup13", 1, "Source Time", "Foregrond Only", 4},
+        {"SparkPup14", 0, "Set Cut", "No MV:Frame Blend (5)", 6},
+        {"SparkInt15", 0, "Menu Anim %0d", nullptr, 0},
+        {"SparkBoolean19", 1, "Cache Last Motion", nullptr, 0},
+        {"SparkFloat25", 1, "Frame %7.1f", nullptr, 0},
+        {"SparkFloat26", 70, "Motion Sensitivity %6.2f", nullptr, 0},
+        {"SparkPup29", 0, "Inverse", "Forward", 3},
+        {"SparkPup31", 1, "Key-Framed Stretch", "Speed Stretch", 2},
+        {"SparkFloat32", 1, "Speed Factor %6.3f", nullptr, 0},
+        {"SparkPush34", -1, "Reset", nullptr, 0},
+        {"SparkBoolean36", 0, "Use FG Matte", nullptr, 0},
+        {"SparkPup43", 0, "FG Matte Red", "FG Matte Luminance", 4},
+        {"SparkFloat45", 0, "FG Inv Matte Shrink %4.2f", nullptr, 0},
+        {"SparkPush20", -1, "Interp Method", nullptr, 0},
+    };
+    for (const Case& c : cases) {
+        ASSERT_NE(gPlugin->Find(c.name), nullptr) << c.name;
+        if (c.value >= 0) {
+            EXPECT_FLOAT_EQ(gDefaults.at(c.name), c.value) << c.name;
+        }
+        EXPECT_STREQ(gPlugin->Title(c.name), c.title) << c.name;
+        if (c.entries) {
+            EXPECT_STREQ(gPlugin->Title(c.name, c.entries - 1), c.lastEntry) << c.name;
+            EXPECT_EQ(gPlugin->Title(c.name, c.entries), nullptr) << c.name;
+            EXPECT_EQ(static_cast<SparkPupStruct*>(gPlugin->Find(c.name)->address)->Count,
+                      c.entries)
+                << c.name;
+        }
+    }
+    auto* menuAnim = static_cast<SparkIntStruct*>(gPlugin->Find("SparkInt15")->address);
+    EXPECT_EQ(menuAnim->Flags, 16);
+    EXPECT_EQ(menuAnim->Max, 5);
+    auto* speed = static_cast<SparkFloatStruct*>(gPlugin->Find("SparkFloat2")->address);
+    EXPECT_EQ(speed->Max, 10.0f);
+    EXPECT_EQ(speed->Inc, 0.005f);
+    EXPECT_EQ(speed->Callback, nullptr);
+    EXPECT_EQ(gPlugin->Find("SparkPush20")->address != nullptr, true);
+    EXPECT_EQ(static_cast<SparkPushStruct*>(gPlugin->Find("SparkPush20")->address)->Callback,
+              nullptr);
+    EXPECT_EQ(gPlugin->Records().size(), 38u);
+}
+
+TEST_F(PluginTest, SetupIsSavedAndLoadedByName) {
+    const std::string name = "setup_roundtrip";
+    const std::string path = SparkHostSetupPath(name.c_str());
+    std::filesystem::remove(path);
+    spark_info_struct info = SparkHostMakeInfo(0, kFrames, 0, name.c_str());
+    gPlugin->Initialise(info); // no file yet: the records keep their values
+    gPlugin->SetValue("SparkFloat2", 2.5);
+    gPlugin->SetValue("SparkPup29", 2);
+    gPlugin->SetValue("SparkBoolean19", 0);
+    gPlugin->UnInitialise(info);
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    EXPECT_NE(text.str().find("SparkFloat2 2.5\n"), std::string::npos) << text.str();
+    EXPECT_NE(text.str().find("SparkPup29 2\n"), std::string::npos) << text.str();
+
+    gPlugin->SetValue("SparkFloat2", 1.0);
+    gPlugin->SetValue("SparkPup29", 0);
+    gPlugin->SetValue("SparkBoolean19", 1);
+    gPlugin->Initialise(info);
+    EXPECT_FLOAT_EQ(*gPlugin->Value("SparkFloat2"), 2.5);
+    EXPECT_EQ(*gPlugin->Value("SparkPup29"), 2);
+    EXPECT_EQ(*gPlugin->Value("SparkBoolean19"), 0);
+    gPlugin->SetValue("SparkPup29", 0);
+    gPlugin->SetValue("SparkBoolean19", 1);
+    std::filesystem::remove(path);
+}
+
+TEST(PluginSymbols, ExportsExactlyTheHostInterface) {
+    std::set<std::string> defined, undefined;
+    FILE* pipe = popen("nm -D --format=posix " QUELMOR_SPARK_PATH, "r");
+    ASSERT_NE(pipe, nullptr);
+    char line[512];
+    while (fgets(line, sizeof line, pipe)) {
+        std::istringstream fields(line);
+        std::string name, type;
+        fields >> name >> type;
+        if (name.find('@') != std::string::npos) continue; // versioned: system libraries
+        if (type == "U")
+            undefined.insert(name);
+        else if (type != "w" && type != "v")
+            defined.insert(name);
+    }
+    ASSERT_EQ(pclose(pipe), 0);
+    std::set<std::string> expectedDefined = {"SparkInitialise",
+                                             "SparkUnInitialise",
+                                             "SparkMemoryTempBuffers",
+                                             "SparkClips",
+                                             "SparkIsInputFormatSupported",
+                                             "SparkProcessStart",
+                                             "SparkProcess",
+                                             "AutoDuration",
+                                             "Width",
+                                             "Height",
+                                             "_Cache1",
+                                             "_Cache2"};
+    for (int n : {0, 1, 4, 5, 13, 14, 16, 17, 27, 28, 29, 30, 31, 43})
+        expectedDefined.insert("SparkPup" + std::to_string(n));
+    for (int n : {2, 3, 25, 26, 32, 42, 44, 45})
+        expectedDefined.insert("SparkFloat" + std::to_string(n));
+    for (int n : {8, 15})
+        expectedDefined.insert("SparkInt" + std::to_string(n));
+    for (int n : {18, 19, 36})
+        expectedDefined.insert("SparkBoolean" + std::to_string(n));
+    for (int n : {6, 7, 9, 10, 20, 21, 22, 23, 24, 34, 35})
+        expectedDefined.insert("SparkPush" + std::to_string(n));
+    EXPECT_EQ(defined, expectedDefined);
+    const std::set<std::string> hostOperations = {
+        "sparkAPIVersionInfo",    "sparkError",        "sparkMessage",    "sparkProgramGetName",
+        "sparkLoadSetup",         "sparkSaveSetup",    "sparkCallingEnv", "sparkCursorBusy",
+        "sparkMemRegisterBuffer", "sparkMemGetBuffer", "sparkGetFrame",   "sparkGetCurveValue",
+        "sparkGetCurveValuef",    "sparkMpFork",       "sparkMpInfo",     "sparkViewingDraw"};
+    EXPECT_EQ(undefined, hostOperations);
+}
+
+TEST(PluginSymbols, RecordSizesMatchTheirForms) {
+    FILE* pipe = popen("nm -D -S --defined-only --format=posix " QUELMOR_SPARK_PATH, "r");
+    ASSERT_NE(pipe, nullptr);
+    const std::pair<const char*, unsigned long> forms[] = {{"SparkFloat", 40},
+                                                           {"SparkInt", 40},
+                                                           {"SparkPup", 176},
+                                                           {"SparkBoolean", 24},
+                                                           {"SparkPush", 16}};
+    char line[512];
+    int checked = 0;
+    while (fgets(line, sizeof line, pipe)) {
+        std::istringstream fields(line);
+        std::string name, type, value, size;
+        fields >> name >> type >> value >> size;
+        for (const auto& [prefix, bytes] : forms) {
+            const size_t length = strlen(prefix);
+            if (name.compare(0, length, prefix) == 0 && name.size() > length &&
+                isdigit(static_cast<unsigned char>(name[length]))) {
+                EXPECT_EQ(std::stoul(size, nullptr, 16), bytes) << name;
+                ++checked;
+            }
+        }
+    }
+    pclose(pipe);
+    EXPECT_EQ(checked, 38);
+}
+
+TEST(PluginLoader, ReportsWhatIsMissing) {
+    std::string error;
+    EXPECT_EQ(SparkPlugin::Load("/nonexistent/quelmor_spark.so", &error), nullptr);
+    EXPECT_FALSE(error.empty());
+}
+
+} // namespace
