@@ -4,6 +4,12 @@
 #include "warp/PixelAccess.h"
 
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#ifdef __SSE4_1__
+#include <immintrin.h>
+#endif
 
 namespace warp_detail {
 
@@ -15,7 +21,7 @@ struct Tap {
     float fraction;
 };
 
-inline Tap CellOf(float position, int32_t lastIndex) {
+[[gnu::always_inline]] inline Tap CellOf(float position, int32_t lastIndex) {
     Tap tap{static_cast<int32_t>(position), 0.0f};
     tap.fraction = position - static_cast<float>(tap.index);
     if (tap.index >= lastIndex) {
@@ -33,30 +39,130 @@ inline float Lerp(float a, float b, float t) {
     return a + t * (b - a);
 }
 
-// Bilinear sample of all channels at a cell pair: along x on both rows, then along y.
+// Four floats in one register: a whole four-channel pixel, or two neighbouring flow vectors.
+typedef float Float4 __attribute__((vector_size(16)));
+typedef int32_t Int4 __attribute__((vector_size(16)));
+
+// Four elements from memory as floats, by value.
+template <class T>
+inline Float4 Load4(const T* p) {
+    if constexpr (std::is_floating_point_v<T>) {
+        Float4 v;
+        std::memcpy(&v, p, sizeof v);
+        return v;
+    } else {
+#ifdef __SSE4_1__
+        // The generic conversion below takes the bytes apart one by one; a widening load does it
+        // in one instruction.
+        __m128i wide;
+        if constexpr (sizeof(T) == 1) {
+            int32_t word;
+            std::memcpy(&word, p, sizeof word);
+            wide = _mm_cvtepu8_epi32(_mm_cvtsi32_si128(word));
+        } else {
+            wide = _mm_cvtepu16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+        }
+        return reinterpret_cast<Float4>(_mm_cvtepi32_ps(wide));
+#else
+        typedef T Raw __attribute__((vector_size(4 * sizeof(T))));
+        Raw raw;
+        std::memcpy(&raw, p, sizeof raw);
+        return __builtin_convertvector(raw, Float4);
+#endif
+    }
+}
+
+// StoreSample on four elements at once.
+template <class T>
+inline void Store4(T* p, Float4 v) {
+    if constexpr (std::is_floating_point_v<T>) {
+        std::memcpy(p, &v, sizeof v);
+    } else {
+        typedef T Raw __attribute__((vector_size(4 * sizeof(T))));
+        const Float4 zero = {0.0f, 0.0f, 0.0f, 0.0f};
+        const Float4 top = zero + kMaxElement<T>;
+        Float4 r = v + 0.5f;
+        r = r > zero ? r : zero; // also sends NaN to 0
+        r = r < top ? r : top;
+        const Raw raw = __builtin_convertvector(__builtin_convertvector(r, Int4), Raw);
+        std::memcpy(p, &raw, sizeof raw);
+    }
+}
+
+// Bilinear sample of all channels at a cell pair: along x on both rows, then along y. A
+// four-channel pixel is one vector.
 template <class T, int C>
-inline void SampleCell(const RowView<T>& image, Tap cx, Tap cy, float* out) {
+[[gnu::always_inline]] inline void SampleCell(const RowView<T>& image, Tap cx, Tap cy, float* out) {
     const T* a = image.Row(cy.index) + cx.index * C;
     const T* b = RowView<T>::Next(a, image.step);
-    for (int c = 0; c < C; ++c) {
-        const float top = Lerp(static_cast<float>(a[c]), static_cast<float>(a[C + c]), cx.fraction);
-        const float bottom =
-            Lerp(static_cast<float>(b[c]), static_cast<float>(b[C + c]), cx.fraction);
-        out[c] = Lerp(top, bottom, cy.fraction);
+    if constexpr (C == 4) {
+        const Float4 a0 = Load4(a), a1 = Load4(a + 4), b0 = Load4(b), b1 = Load4(b + 4);
+        const Float4 top = a0 + cx.fraction * (a1 - a0);
+        const Float4 bottom = b0 + cx.fraction * (b1 - b0);
+        const Float4 v = top + cy.fraction * (bottom - top);
+        std::memcpy(out, &v, sizeof v);
+    } else {
+        for (int c = 0; c < C; ++c) {
+            const float top =
+                Lerp(static_cast<float>(a[c]), static_cast<float>(a[C + c]), cx.fraction);
+            const float bottom =
+                Lerp(static_cast<float>(b[c]), static_cast<float>(b[C + c]), cx.fraction);
+            out[c] = Lerp(top, bottom, cy.fraction);
+        }
     }
 }
 
 template <class T, int C>
-inline void SampleBilinear(const RowView<T>& image, float sx, float sy, float* out) {
+[[gnu::always_inline]] inline void SampleBilinear(const RowView<T>& image, float sx, float sy,
+                                                  float* out) {
     SampleCell<T, C>(image, CellOf(sx, image.lastColumn), CellOf(sy, image.lastRow), out);
 }
 
-// The vector of a two-channel float flow at a cell pair, interpolated along x first.
-inline void ReadFlow(const RowView<float>& flow, Tap cx, Tap cy, float& u, float& v) {
-    float vector[2];
-    SampleCell<float, 2>(flow, cx, cy, vector);
-    u = vector[0];
-    v = vector[1];
+// The vector of a two-channel float flow at a cell pair, interpolated along x first. The two
+// vectors of a row of the cell stand side by side, so each row is one load.
+[[gnu::always_inline]] inline void ReadFlow(const RowView<float>& flow, Tap cx, Tap cy, float& u,
+                                            float& v) {
+    const float* a = flow.Row(cy.index) + cx.index * 2;
+    const float* b = RowView<float>::Next(a, flow.step);
+    const Float4 upper = Load4(a), lower = Load4(b);
+    // (u, v) of the left pixels of both rows, and of the right pixels.
+    const Float4 left = __builtin_shufflevector(upper, lower, 0, 1, 4, 5);
+    const Float4 right = __builtin_shufflevector(upper, lower, 2, 3, 6, 7);
+    const Float4 across = left + cx.fraction * (right - left);
+    u = across[0] + cy.fraction * (across[2] - across[0]);
+    v = across[1] + cy.fraction * (across[3] - across[1]);
+}
+
+// The body of ClipToImage, inlined into the warp's pixel loop.
+[[gnu::always_inline]] inline void ClipToEdges(float& sx, float& sy, float x, float y,
+                                               float lastColumn, float lastRow) {
+    // Each cut lands exactly on an edge, so a handful of rounds always settles; the bound only
+    // guards against values that are not numbers.
+    for (int round = 0; round < 8; ++round) {
+        while (sx < 0.0f) {
+            const float t = x / (x - sx);
+            sy = y - t * (y - sy);
+            sx = 0.0f;
+        }
+        while (sx > lastColumn) {
+            const float t = (x - lastColumn) / (x - sx);
+            sy = y - t * (y - sy);
+            sx = lastColumn;
+        }
+        if (sy < 0.0f) {
+            const float t = y / (y - sy);
+            sx = x - t * (x - sx);
+            sy = 0.0f;
+            continue;
+        }
+        if (sy > lastRow) {
+            const float t = (y - lastRow) / (y - sy);
+            sx = x - t * (x - sx);
+            sy = lastRow;
+            continue;
+        }
+        return;
+    }
 }
 
 } // namespace warp_detail

@@ -1,0 +1,291 @@
+#include "TestSupport.h"
+#include "WarpTestImages.h"
+#include "warp/LevelOfDetail.h"
+#include "warp/Warp.h"
+
+#include <cmath>
+#include <string>
+
+using namespace quelmor::test;
+
+namespace {
+
+DQImagePtr ConstantFlow(int width, int height, float u, float v) {
+    return MakeFlow(width, height, [&](int, int, float& fu, float& fv) {
+        fu = u;
+        fv = v;
+    });
+}
+
+DQImagePtr Weight(int width, int height, double fill = 7.0) {
+    return MakeImage(width, height, 1, DQ_UCHAR, [&](int, int, int) { return fill; });
+}
+
+double Ramp(int x, int y, int) {
+    return x + 100.0 * y;
+}
+
+} // namespace
+
+TEST(ClipToImage, ShortensAlongTheVector) {
+    struct Case {
+        const char* name;
+        float x, y, sx, sy, ex, ey;
+    };
+    const Case cases[] = {
+        {"left edge", 10, 10, -10, 20, 0, 15},      {"inside stays", 10, 10, 12.5f, 3, 12.5f, 3},
+        {"right then top", 10, 10, 30, -10, 20, 0}, {"left then top", 5, 5, -5, -15, 2.5f, 0},
+        {"bottom edge", 4, 18, 8, 22, 6, 20},
+    };
+    for (const Case& c : cases) {
+        float sx = c.sx, sy = c.sy;
+        ClipToImage(sx, sy, c.x, c.y, 20.0f, 20.0f);
+        EXPECT_NEAR(sx, c.ex, 1e-5) << c.name;
+        EXPECT_NEAR(sy, c.ey, 1e-5) << c.name;
+    }
+}
+
+TEST(WarpInverse, RefusesInputsThatDoNotFit) {
+    DQImagePtr source = MakeImage(12, 10, 3, DQ_UCHAR, Pattern(DQ_UCHAR));
+    DQImagePtr flow = ConstantFlow(12, 10, 1, 1);
+    DQImagePtr weight = Weight(12, 10);
+    DQImagePtr otherSize = MakeImage(11, 10, 3, DQ_UCHAR, Pattern(DQ_UCHAR));
+    DQImagePtr otherType = MakeImage(12, 10, 3, DQ_USHORT, Pattern(DQ_USHORT));
+    DQImagePtr otherChannels = MakeImage(12, 10, 4, DQ_UCHAR, Pattern(DQ_UCHAR));
+    DQImagePtr fiveChannels = MakeImage(12, 10, 5, DQ_UCHAR, Pattern(DQ_UCHAR));
+    DQImagePtr fiveSource = MakeImage(12, 10, 5, DQ_UCHAR, Pattern(DQ_UCHAR));
+    DQImagePtr ushortFlow = MakeImage(12, 10, 2, DQ_USHORT, Pattern(DQ_USHORT));
+    DQImagePtr threeChannelFlow = MakeImage(12, 10, 3, DQ_FLOAT, Pattern(DQ_FLOAT));
+    DQImagePtr floatWeight = MakeImage(12, 10, 1, DQ_FLOAT, Pattern(DQ_FLOAT));
+    DQImagePtr smallWeight = Weight(6, 10);
+    DQImagePtr twoChannelWeight = MakeImage(12, 10, 2, DQ_UCHAR, Pattern(DQ_UCHAR));
+    struct Case {
+        const char* name;
+        DQImage *dest, *source, *flow, *weight;
+    };
+    const Case cases[] = {
+        {"size", otherSize.get(), source.get(), flow.get(), nullptr},
+        {"type", otherType.get(), source.get(), flow.get(), nullptr},
+        {"channels", otherChannels.get(), source.get(), flow.get(), nullptr},
+        {"five channels", fiveChannels.get(), fiveSource.get(), flow.get(), nullptr},
+        {"short flow", otherChannels.get(), otherChannels.get(), ushortFlow.get(), nullptr},
+        {"three-channel flow", otherType.get(), otherType.get(), threeChannelFlow.get(), nullptr},
+        {"float weight", otherChannels.get(), otherChannels.get(), flow.get(), floatWeight.get()},
+        {"small weight", otherChannels.get(), otherChannels.get(), flow.get(), smallWeight.get()},
+        {"two-channel weight", otherChannels.get(), otherChannels.get(), flow.get(),
+         twoChannelWeight.get()},
+        {"no flow", otherChannels.get(), otherChannels.get(), nullptr, nullptr},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DQImagePtr destBefore = MakeImage(c.dest->width, c.dest->height, c.dest->channels,
+                                          c.dest->dataType, [](int, int, int) { return 0.0; });
+        destBefore->CopyFrom(0, 0, c.dest, 0, 0, c.dest->width, c.dest->height);
+        ::testing::internal::CaptureStderr();
+        EXPECT_EQ(DQWarpInverse(c.dest, c.source, c.flow, 1, c.weight, 1, 1.0f), 0);
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                  "can't warp image, input files not of correct types and sizes\n");
+        EXPECT_EQ(MaxDifference(*c.dest, *destBefore), 0.0);
+    }
+}
+
+TEST(WarpInverse, TinyScaleCopiesExactly) {
+    struct Case {
+        const char* name;
+        int flowWidth;
+        float scale;
+    };
+    // With a flow far wider than the image, scale / (flow to image ratio) falls below 1e-4.
+    const Case cases[] = {
+        {"zero", 12, 0.0f},
+        {"below 0.005", 12, 0.0049f},
+        {"negative", 12, -0.004f},
+        {"small against the flow ratio", 12 * 300, 0.03f},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DQImagePtr source = MakeImage(12, 10, 4, DQ_USHORT, Pattern(DQ_USHORT));
+        DQImagePtr dest = MakeImage(12, 10, 4, DQ_USHORT, [](int, int, int) { return 0.0; });
+        DQImagePtr flow = ConstantFlow(c.flowWidth, 10, 40.0f, -30.0f);
+        DQImagePtr weight = Weight(12, 10, 0.0);
+        EXPECT_EQ(DQWarpInverse(dest.get(), source.get(), flow.get(), 0, weight.get(), 1, c.scale),
+                  1);
+        EXPECT_EQ(MaxDifference(*dest, *source), 0.0);
+        EXPECT_EQ(MaxDifference(*weight, *Weight(12, 10, 255.0)), 0.0);
+    }
+}
+
+TEST(WarpInverse, EveryMemberCopiesUnderZeroFlowAndShifts) {
+    ForWorkerCounts(
+        [](int) {
+            for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
+                for (int channels = 1; channels <= 4; ++channels)
+                    for (int extend : {0, 1}) {
+                        SCOPED_TRACE(Describe(type, channels) + (extend ? ", extend" : ", fade"));
+                        const int w = 23, h = 40;
+                        DQImagePtr source = MakeImage(w, h, channels, type, Pattern(type));
+                        DQImagePtr dest =
+                            MakeImage(w, h, channels, type, [](int, int, int) { return 1.0; });
+                        DQImagePtr weight = Weight(w, h);
+                        DQImagePtr still = ConstantFlow(w, h, 0, 0);
+                        ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), still.get(), extend,
+                                                weight.get(), 1, 1.0f),
+                                  1);
+                        // The last column and row are read at fraction 1 of the last cell, exact
+                        // for integers and up to rounding for floats.
+                        EXPECT_LE(MaxDifference(*dest, *source), type == DQ_FLOAT ? 1e-6 : 0.0);
+                        EXPECT_EQ(MaxDifference(*weight, *Weight(w, h, 255.0)), 0.0);
+
+                        // Half a vector of (4, -2) pulls from two pixels right and one up.
+                        DQImagePtr shift = ConstantFlow(w, h, 4, -2);
+                        ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), shift.get(), extend,
+                                                weight.get(), 1, 0.5f),
+                                  1);
+                        for (int y = 1; y < h; ++y)
+                            for (int x = 0; x + 2 < w; ++x)
+                                for (int c = 0; c < channels; ++c)
+                                    ASSERT_EQ(ElementAt(*dest, x, y, c),
+                                              ElementAt(*source, x + 2, y - 1, c))
+                                        << "at " << x << "," << y;
+                        // Past the right edge: cut back along the vector to the pixel itself, or
+                        // black.
+                        const double expectedEdge = extend ? ElementAt(*source, w - 1, 6, 0) : 0.0;
+                        EXPECT_EQ(ElementAt(*dest, w - 1, 6, 0), expectedEdge);
+                        EXPECT_EQ(ElementAt(*weight, w - 1, 6, 0), extend ? 255.0 : 0.0);
+                    }
+        },
+        {1, 3});
+}
+
+TEST(WarpInverse, ExtendedEdgesShortenTheVector) {
+    // From (10, 10) a vector of (-20, 10) leaves on the left; the sample is taken at (0, 15).
+    DQImagePtr source = MakeImage(21, 21, 1, DQ_FLOAT, Ramp);
+    DQImagePtr dest = MakeImage(21, 21, 1, DQ_FLOAT, [](int, int, int) { return 0.0; });
+    DQImagePtr flow = ConstantFlow(21, 21, -20, 10);
+    ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), flow.get(), 1, nullptr, 1, 1.0f), 1);
+    EXPECT_NEAR(ElementAt(*dest, 10, 10, 0), Ramp(0, 15, 0), 1e-3);
+}
+
+TEST(WarpInverse, FadedEdgesAndTheirWeight) {
+    struct Case {
+        const char* name;
+        float u, v;
+        int x, y;
+        double value, weight;
+    };
+    // A constant image of 200 shows the fade directly.
+    const Case cases[] = {
+        {"half a pixel out on the left", -0.5f, 0, 0, 5, 100.0, 128.0},
+        {"a whole pixel out is black", -1.0f, 0, 0, 5, 0.0, 0.0},
+        {"inside", -1.0f, 0, 1, 5, 200.0, 255.0},
+        {"a quarter out on the right", 0.25f, 0, 15, 5, 150.0, 191.0},
+        {"exactly the last column is inside", 1.0f, 0, 14, 5, 200.0, 255.0},
+        // Out only in y the fade multiplies what the previous edge pixel of the band left:
+        // 0.5, 0.25, 0.125 ... along the first row.
+        {"first pixel of a y overshoot", 0, -0.5f, 0, 0, 100.0, 128.0},
+        {"second pixel compounds", 0, -0.5f, 1, 0, 50.0, 64.0},
+        {"third pixel compounds", 0, -0.5f, 2, 0, 25.0, 32.0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DQImagePtr source = MakeImage(16, 12, 1, DQ_UCHAR, [](int, int, int) { return 200.0; });
+        DQImagePtr dest = MakeImage(16, 12, 1, DQ_UCHAR, [](int, int, int) { return 9.0; });
+        DQImagePtr weight = Weight(16, 12);
+        DQImagePtr flow = ConstantFlow(16, 12, c.u, c.v);
+        ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), flow.get(), 0, weight.get(), 1, 1.0f), 1);
+        EXPECT_EQ(ElementAt(*dest, c.x, c.y, 0), c.value);
+        EXPECT_EQ(ElementAt(*weight, c.x, c.y, 0), c.weight);
+    }
+}
+
+TEST(WarpInverse, HalfSizeFlowIsScaledByTheSizeRatio) {
+    // Flow 21 wide for an image 41 wide: one flow pixel is two image pixels.
+    DQImagePtr source = MakeImage(41, 33, 1, DQ_FLOAT, Ramp);
+    DQImagePtr dest = MakeImage(41, 33, 1, DQ_FLOAT, [](int, int, int) { return 0.0; });
+    DQImagePtr flow = ConstantFlow(21, 17, 1.0f, 0.5f);
+    ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), flow.get(), 1, nullptr, 1, 1.0f), 1);
+    for (int y = 0; y + 1 < 33; y += 5)
+        for (int x = 0; x + 2 < 41; x += 3)
+            EXPECT_NEAR(ElementAt(*dest, x, y, 0), Ramp(x + 2, y + 1, 0), 1e-3) << x << "," << y;
+}
+
+TEST(WarpInverse, BandsDoNotChangeTheResult) {
+    auto flowField = [](int x, int y, float& u, float& v) {
+        u = 6.0f * std::sin(0.1f * x + 0.05f * y);
+        v = 5.0f * std::cos(0.07f * x - 0.09f * y);
+    };
+    for (int extend : {0, 1})
+        for (int filterMode : {1, 2}) {
+            SCOPED_TRACE(::testing::Message() << "extend " << extend << ", mode " << filterMode);
+            auto run = [&](int workers) {
+                WorkerScope scope(workers, 1920, 1080);
+                DQImagePtr source = MakeImage(50, 130, 3, DQ_UCHAR, Pattern(DQ_UCHAR));
+                DQImagePtr dest =
+                    MakeImage(50, 130, 3, DQ_UCHAR, [](int, int, int) { return 0.0; });
+                DQImagePtr flow = MakeFlow(26, 66, flowField);
+                // Interior vectors only when fading: the fade carries along a band by design.
+                if (!extend)
+                    for (int y = 0; y < 66; ++y)
+                        for (int x = 0; x < 26; ++x)
+                            if (x < 5 || y < 5 || x > 20 || y > 60)
+                                flow->Row<float>(y)[2 * x] = flow->Row<float>(y)[2 * x + 1] = 0.0f;
+                DQWarpInverse(dest.get(), source.get(), flow.get(), extend, nullptr, filterMode,
+                              0.8f);
+                return dest;
+            };
+            DQImagePtr single = run(1);
+            for (int workers : {2, 4, 8})
+                EXPECT_EQ(MaxDifference(*run(workers), *single), 0.0) << workers << " workers";
+        }
+}
+
+TEST(WarpInverse, LevelOfDetailFollowsTheStretch) {
+    struct Case {
+        const char* name;
+        float stretch;
+        int filterMode;
+        double inner;
+    };
+    const Case cases[] = {
+        {"no stretch", 1.0f, 2, 0.0},
+        {"double", 2.0f, 2, 1.0},
+        {"double with bias", 2.0f, 1, 1.5},
+        {"quadruple", 4.0f, 2, 2.0},
+        {"beyond the last level", 64.0f, 2, 3.0},
+        {"shrink stays at level 0", 0.5f, 2, 0.0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DQImagePtr source = MakeImage(32, 24, 1, DQ_FLOAT, Pattern(DQ_FLOAT));
+        DQMipMap mip(source.get(), 1, 1, 0); // 32x24, 16x12, 8x6, 4x3
+        ASSERT_EQ(mip.levelCount, 4);
+        DQImagePtr flow = MakeFlow(32, 24, [&](int x, int y, float& u, float& v) {
+            u = (c.stretch - 1.0f) * x;
+            v = (c.stretch - 1.0f) * y;
+        });
+        DQImagePtr plane = MakeImage(32, 24, 1, DQ_FLOAT, [](int, int, int) { return -1.0; });
+        warp_detail::ComputeLevelOfDetail(plane.get(), flow.get(), mip, c.filterMode);
+        EXPECT_NEAR(ElementAt(*plane, 10, 10, 0), c.inner, 1e-4) << "inner";
+        EXPECT_NEAR(ElementAt(*plane, 0, 7, 0), c.inner, 1e-4) << "border";
+        EXPECT_NEAR(ElementAt(*plane, 31, 23, 0), c.inner, 1e-4) << "corner";
+    }
+}
+
+TEST(WarpInverse, MipSamplingOfAStretchedConstant) {
+    for (int type : {DQ_UCHAR, DQ_FLOAT}) {
+        SCOPED_TRACE(TypeName(type));
+        const double value = type == DQ_FLOAT ? 0.25 : 77.0;
+        DQImagePtr source = MakeImage(40, 30, 4, type, [&](int, int, int) { return value; });
+        DQImagePtr dest = MakeImage(40, 30, 4, type, [](int, int, int) { return 0.0; });
+        DQImagePtr flow = MakeFlow(40, 30, [](int x, int y, float& u, float& v) {
+            u = 0.5f * x;
+            v = 0.5f * y;
+        });
+        DQImagePtr weight = Weight(40, 30);
+        ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), flow.get(), 1, weight.get(), 0, 1.0f), 1);
+        for (int y = 0; y < 30; y += 7)
+            for (int x = 0; x < 40; x += 9)
+                EXPECT_NEAR(ElementAt(*dest, x, y, 2), value, 1e-6) << x << "," << y;
+        EXPECT_EQ(ElementAt(*weight, 39, 29, 0), 255.0);
+    }
+}
