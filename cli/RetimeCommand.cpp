@@ -11,6 +11,7 @@
 #include "cli/RetimeEngine.h"
 #include "cli/RetimeSettings.h"
 #include "cli/Timing.h"
+#include "cli/WriteBehind.h"
 #include "image/Parallel.h"
 #include "sparkhost/WorkerPool.h"
 
@@ -72,15 +73,16 @@ int RunRetime(std::span<const std::string> args) {
 
     Progress progress("retime", to - from + 1, Progress::StyleFor(stderr, s.quiet));
     double engineSeconds = 0.0;
-    MediaFrame frame;
+    WriteBehind output(*writer);
     for (int number = from; number <= to; ++number) {
+        MediaFrame frame;
         const auto t0 = Clock::now();
         engine.Render(number - first, settings, frame);
         engineSeconds += std::chrono::duration<double>(Clock::now() - t0).count();
-        writer->Write(number, frame);
+        output.Write(number, std::move(frame));
         progress.FrameDone();
     }
-    writer->Finish();
+    output.Finish();
     progress.Finish();
 
     const double total = std::chrono::duration<double>(Clock::now() - started).count();

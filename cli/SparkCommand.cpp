@@ -15,6 +15,7 @@
 #include "cli/Media.h"
 #include "cli/Progress.h"
 #include "cli/Timing.h"
+#include "cli/WriteBehind.h"
 #include "sparkhost/HostState.h"
 #include "sparkhost/PluginLoader.h"
 #include "sparkhost/WorkerPool.h"
@@ -176,7 +177,7 @@ int RunSpark(std::span<const std::string> args) {
     auto writer = CreateMedia(output, format, options);
     Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
     SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
-    MediaFrame frame;
+    WriteBehind out(*writer);
     int written = 0;
     double pluginSeconds = 0.0;
     auto deliver = [&](const spark_info_struct& info) {
@@ -186,8 +187,9 @@ int RunSpark(std::span<const std::string> args) {
         if (!pixels || !result)
             throw MediaError("the plug-in returned no frame for output frame " +
                              std::to_string(written));
+        MediaFrame frame;
         UnpackHostFrame(pixels, format.width, format.height, frames->Depth(), frame);
-        writer->Write(first + written++, frame);
+        out.Write(first + written++, std::move(frame));
         progress.FrameDone();
     };
     if (curveMode) {
@@ -209,7 +211,7 @@ int RunSpark(std::span<const std::string> args) {
     if (written != count)
         throw MediaError("the plug-in made " + std::to_string(written) + " frames, not " +
                          std::to_string(count));
-    writer->Finish();
+    out.Finish();
     progress.Finish();
     const double totalSeconds = std::chrono::duration<double>(Clock::now() - started).count();
     const double inEngine = pluginSeconds - frames->Seconds();
