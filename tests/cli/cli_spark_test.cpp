@@ -1,0 +1,96 @@
+// quelmor spark end to end: the plug-in run as its host runs it gives the pixels of
+// the direct path, keeps its panel in a setup file, and follows key curves.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "CliTestSupport.h"
+#include "cli/Media.h"
+#include "cli/Score.h"
+#include "cli/Synth.h"
+
+namespace quelmor::cli {
+namespace {
+namespace fs = std::filesystem;
+using test::ExpectSameFrames;
+using test::FolderState;
+using test::RunQuelmor;
+using test::RunResult;
+
+class SparkTest : public test::FolderTest {
+protected:
+    void SetUp() override {
+        FolderTest::SetUp();
+        test::WriteSynthClip(In("c.%04d.png"), 4, SampleType::U8);
+    }
+    RunResult Run(std::vector<std::string> args) {
+        auto r = RunQuelmor(args);
+        EXPECT_EQ(r.status, 0) << args[0] << " " << args[2] << ": " << r.err;
+        return r;
+    }
+};
+
+TEST_F(SparkTest, PlugInAndDirectPathMakeTheSamePixels) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> settings;
+    } cases[] = {
+        {"none_blend", {"--speed", "0.5", "--quality", "none", "--interpolation", "blend"}},
+        {"none_weighted", {"--speed", "0.75", "--quality", "none", "--interpolation", "weighted"}},
+        {"none_nearest", {"--speed", "0.5", "--quality", "none", "--interpolation", "nearest"}},
+        {"speed_up", {"--speed", "2", "--quality", "none"}},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> spark = {"spark", In("c.%04d.png"),
+                                          In(std::string("s_") + c.name + ".%04d.png"), "--quiet"};
+        std::vector<std::string> retime = {"retime", In("c.%04d.png"),
+                                           In(std::string("r_") + c.name + ".%04d.png"), "--quiet"};
+        spark.insert(spark.end(), c.settings.begin(), c.settings.end());
+        retime.insert(retime.end(), c.settings.begin(), c.settings.end());
+        Run(spark);
+        Run(retime);
+        ExpectSameFrames(In(std::string("s_") + c.name + ".%04d.png"),
+                         In(std::string("r_") + c.name + ".%04d.png"), c.name);
+    }
+}
+
+TEST_F(SparkTest, KeepsThePanelInTheSetupFile) {
+    Run({"spark", In("c.%04d.png"), In("a.%04d.png"), "--speed", "0.5", "--quality", "none",
+         "--setup", In("panel.setup"), "--quiet"});
+    std::ifstream setup(In("panel.setup"));
+    ASSERT_TRUE(setup.good());
+    std::string text((std::istreambuf_iterator<char>(setup)), {});
+    EXPECT_NE(text.find("SparkFloat2 0.5"), std::string::npos) << text;
+    // A second run without --speed takes the speed from the setup.
+    Run({"spark", In("c.%04d.png"), In("b.%04d.png"), "--setup", In("panel.setup"), "--quiet"});
+    EXPECT_EQ(OpenMedia(In("b.%04d.png"))->FrameCount(), 8);
+    ExpectSameFrames(In("a.%04d.png"), In("b.%04d.png"), "speed from the setup");
+}
+
+TEST_F(SparkTest, RefusesWhatItCannotRun) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        const char* message;
+    } cases[] = {
+        {"missing plug-in",
+         {"--speed", "0.5", "--plugin", In("none.so")},
+         "cannot load the plug-in"},
+        {"setup name", {"--speed", "0.5", "--setup", In("panel.txt")}, "ending in .setup"},
+        {"speed of zero", {"--speed", "0"}, "--speed must be above 0"},
+        {"speed twice", {"--speed", "1", "--speed-curve", In("s.txt")}, "give only one of"},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> args = {"spark", In("c.%04d.png"), In("out.%04d.png")};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const auto before = FolderState(dir_);
+        const auto r = RunQuelmor(args);
+        EXPECT_NE(r.status, 0) << c.name;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.name << ": " << r.err;
+        EXPECT_EQ(FolderState(dir_), before) << c.name;
+    }
+}
+
+} // namespace
+} // namespace quelmor::cli
