@@ -63,6 +63,14 @@ inline DQImagePtr MakeFlow(int width, int height,
     return flow;
 }
 
+// A flow of one vector everywhere.
+inline DQImagePtr ConstantFlow(int width, int height, float u, float v) {
+    return MakeFlow(width, height, [&](int, int, float& fu, float& fv) {
+        fu = u;
+        fv = v;
+    });
+}
+
 // A deterministic pattern with detail in both directions, within 0..white.
 inline PixelFunction Pattern(int dataType) {
     const double white = dataType == DQ_UCHAR ? 255.0 : dataType == DQ_USHORT ? 65535.0 : 1.0;

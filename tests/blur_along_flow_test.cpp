@@ -6,17 +6,6 @@
 
 using namespace quelmor::test;
 
-namespace {
-
-DQImagePtr ConstantFlow(int width, int height, float u, float v) {
-    return MakeFlow(width, height, [&](int, int, float& fu, float& fv) {
-        fu = u;
-        fv = v;
-    });
-}
-
-} // namespace
-
 TEST(BlurAlongFlow, ZeroFlowCopiesEveryMember) {
     for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
         for (int channels = 1; channels <= 4; ++channels) {

@@ -10,13 +10,6 @@ using namespace quelmor::test;
 
 namespace {
 
-DQImagePtr ConstantFlow(int width, int height, float u, float v) {
-    return MakeFlow(width, height, [&](int, int, float& fu, float& fv) {
-        fu = u;
-        fv = v;
-    });
-}
-
 DQImagePtr Weight(int width, int height, double fill = 7.0) {
     return MakeImage(width, height, 1, DQ_UCHAR, [&](int, int, int) { return fill; });
 }
