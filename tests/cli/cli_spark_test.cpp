@@ -15,6 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using test::ExpectSameFrames;
 using test::FolderState;
+using test::FramePsnr;
 using test::RunQuelmor;
 using test::RunResult;
 
@@ -66,6 +67,23 @@ TEST_F(SparkTest, KeepsThePanelInTheSetupFile) {
     Run({"spark", In("c.%04d.png"), In("b.%04d.png"), "--setup", In("panel.setup"), "--quiet"});
     EXPECT_EQ(OpenMedia(In("b.%04d.png"))->FrameCount(), 8);
     ExpectSameFrames(In("a.%04d.png"), In("b.%04d.png"), "speed from the setup");
+}
+
+TEST_F(SparkTest, CurveModeFollowsTheKeyFiles) {
+    // A slowing speed, and scenes that ask for blends and then for the nearest frame.
+    std::ofstream(In("speed.txt")) << "0 0.5\n3 0.25\n";
+    std::ofstream(In("scenes.txt")) << "0 5\n2 4\n";
+    Run({"spark", In("c.%04d.png"), In("curve.%04d.png"), "--speed-curve", In("speed.txt"),
+         "--scenes", In("scenes.txt"), "--quiet"});
+    Run({"retime", In("c.%04d.png"), In("direct.%04d.png"), "--speed-curve", In("speed.txt"),
+         "--scenes", In("scenes.txt"), "--quiet"});
+    // Speeds 0.5, 0.4167, 0.3333, then 0.25 held: source time 1.25 after three frames and 4
+    // after eleven more.
+    EXPECT_EQ(OpenMedia(In("curve.%04d.png"))->FrameCount(), 14);
+    ExpectSameFrames(In("curve.%04d.png"), In("direct.%04d.png"), "curve mode");
+    // Output frame 1 (source time 0.5) is a blend, not a copy of either source frame.
+    EXPECT_LT(FramePsnr(In("curve.%04d.png"), 1, In("c.%04d.png"), 0), 45.0);
+    EXPECT_LT(FramePsnr(In("curve.%04d.png"), 1, In("c.%04d.png"), 1), 45.0);
 }
 
 TEST_F(SparkTest, RefusesWhatItCannotRun) {
