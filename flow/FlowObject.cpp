@@ -1,0 +1,237 @@
+// Construction and ownership of the flow object's pyramids, and the entry points that load the
+// inputs and start a run.
+#include "flow/Flow.h"
+
+#include <cstdio>
+#include <utility>
+
+namespace {
+
+constexpr const char* kIncompatibleInputs = "calculating flow, incompatible inputs!\n";
+
+bool SupportedType(int dataType) {
+    return dataType == DQ_UCHAR || dataType == DQ_USHORT || dataType == DQ_FLOAT;
+}
+
+// Switches the matte pyramids off for the life of the object and restores them afterwards, also
+// when the call in between throws.
+class MattesOff {
+public:
+    explicit MattesOff(DQOpticalFlowUChar& flow)
+        : flow_(flow), useMattes_(flow.useMattes), matteA_(flow.matteALevels),
+          matteB_(flow.matteBLevels) {
+        flow.useMattes = 0;
+        flow.matteALevels = nullptr;
+        flow.matteBLevels = nullptr;
+    }
+    ~MattesOff() {
+        flow_.useMattes = useMattes_;
+        flow_.matteALevels = matteA_;
+        flow_.matteBLevels = matteB_;
+    }
+    MattesOff(const MattesOff&) = delete;
+    MattesOff& operator=(const MattesOff&) = delete;
+
+private:
+    DQOpticalFlowUChar& flow_;
+    int32_t useMattes_;
+    DQImage** matteA_;
+    DQImage** matteB_;
+};
+
+DQImage** NewLevelArray(int count) {
+    auto** levels = static_cast<DQImage**>(ZUMemAllocate(sizeof(DQImage*) * count));
+    for (int i = 0; i < count; ++i)
+        levels[i] = nullptr;
+    return levels;
+}
+
+void ReleaseLevelArray(DQImage**& levels, int count) {
+    if (!levels) return;
+    for (int i = 0; i < count; ++i)
+        delete levels[i];
+    ZUMemRelease(levels);
+    levels = nullptr;
+}
+
+DQImage* NewLevelImage(int width, int height, int channels) {
+    auto* image = new DQImage(0, width, height, channels, DQ_FLOAT, 0);
+    if (image->errorCode != 0) {
+        const int code = image->errorCode;
+        delete image;
+        DQThrow(code);
+    }
+    return image;
+}
+
+} // namespace
+
+int DQOpticalFlowUChar::CountLevels(int width, int height, int minLevelSize) {
+    int count = 1;
+    int w = width, h = height;
+    for (;;) {
+        w /= 2;
+        h /= 2;
+        if (w < minLevelSize || h < minLevelSize || w <= 2 || h <= 2) break;
+        ++count;
+    }
+    return count;
+}
+
+DQOpticalFlowUChar::DQOpticalFlowUChar(int throwOnError, int width, int height, int reduction,
+                                       int useSeeds, int useMattes, int minLevelSize) {
+    Construct(throwOnError, width, height, reduction, useSeeds, useMattes, minLevelSize);
+}
+
+DQOpticalFlowUChar::DQOpticalFlowUChar(int width, int height, int reduction, int useSeeds,
+                                       int useMattes, int minLevelSize) {
+    Construct(1, width, height, reduction, useSeeds, useMattes, minLevelSize);
+}
+
+DQOpticalFlowUChar::~DQOpticalFlowUChar() {
+    ReleaseLevels();
+}
+
+void DQOpticalFlowUChar::Construct(int throwOnError, int width_, int height_, int reduction_,
+                                   int useSeeds_, int useMattes_, int minLevelSize_) {
+    iterations = 3;
+    reduction = reduction_;
+    useSeeds = useSeeds_ ? 1 : 0;
+    useMattes = useMattes_ ? 1 : 0;
+    minLevelSize = minLevelSize_;
+    inputWidth = width_;
+    inputHeight = height_;
+    width = width_;
+    height = height_;
+    for (int i = 0; i < reduction; ++i) {
+        width /= 2;
+        height /= 2;
+    }
+    maxX = width - 1;
+    maxY = height - 1;
+    numLevels = CountLevels(width, height, minLevelSize);
+    startLevel = numLevels - 1;
+    sensitivity = 1.0f;
+    try {
+        AllocateLevels();
+    } catch (DQErr code) {
+        ReleaseLevels();
+        error = code;
+        if (throwOnError == 1) DQThrow(code);
+    }
+}
+
+void DQOpticalFlowUChar::AllocateLevels() {
+    tensorLevels = NewLevelArray(numLevels);
+    residualLevels = NewLevelArray(numLevels);
+    imageBLevels = NewLevelArray(numLevels);
+    imageALevels = NewLevelArray(numLevels);
+    flowLevels = NewLevelArray(numLevels);
+    if (useSeeds) {
+        seedFlowLevels = NewLevelArray(numLevels);
+        seedWeightLevels = NewLevelArray(numLevels);
+    }
+    if (useMattes) {
+        matteALevels = NewLevelArray(numLevels);
+        matteBLevels = NewLevelArray(numLevels);
+    }
+    gradXLevels = NewLevelArray(numLevels);
+    gradYLevels = NewLevelArray(numLevels);
+    int w = width, h = height;
+    for (int level = 0; level < numLevels; ++level) {
+        imageBLevels[level] = NewLevelImage(w, h, 1);
+        imageALevels[level] = NewLevelImage(w, h, 1);
+        gradXLevels[level] = NewLevelImage(w, h, 1);
+        gradYLevels[level] = NewLevelImage(w, h, 1);
+        tensorLevels[level] = NewLevelImage(w, h, 3);
+        residualLevels[level] = NewLevelImage(w, h, 2);
+        flowLevels[level] = NewLevelImage(w, h, 2);
+        if (useSeeds) {
+            seedFlowLevels[level] = NewLevelImage(w, h, 2);
+            seedWeightLevels[level] = NewLevelImage(w, h, 1);
+        }
+        if (useMattes) {
+            matteALevels[level] = NewLevelImage(w, h, 1);
+            matteBLevels[level] = NewLevelImage(w, h, 1);
+        }
+        flowLevels[level]->Clear();
+        w = w / 2 < 2 ? 2 : w / 2;
+        h = h / 2 < 2 ? 2 : h / 2;
+    }
+}
+
+void DQOpticalFlowUChar::ReleaseLevels() {
+    for (DQImage*** levels : {&tensorLevels, &residualLevels, &imageBLevels, &imageALevels,
+                              &flowLevels, &seedFlowLevels, &seedWeightLevels, &matteALevels,
+                              &matteBLevels, &gradXLevels, &gradYLevels})
+        ReleaseLevelArray(*levels, numLevels);
+}
+
+void DQOpticalFlowUChar::ComputeFlow(DQImage* result, DQImage* imageA, DQImage* imageB,
+                                     int bandPass, int smoothing, int skipPropagation,
+                                     ZUIdleAndProgressClass* progress, bool enhanceEdges) {
+    if (!imageA || !imageB || imageA->width != imageB->width || imageA->height != imageB->height ||
+        imageA->channels != imageB->channels || imageA->dataType != imageB->dataType ||
+        !SupportedType(imageA->dataType)) {
+        fputs(kIncompatibleInputs, stderr);
+        return;
+    }
+    if (result && (result->width != width || result->height != height || result->channels != 2))
+        fputs(kIncompatibleInputs, stderr);
+    BuildImagePyramid(imageB, imageBLevels, enhanceEdges, nullptr);
+    BuildImagePyramid(imageA, imageALevels, enhanceEdges, nullptr);
+    ComputeLoadedFlow(result, bandPass, smoothing, skipPropagation, progress);
+}
+
+void DQOpticalFlowUChar::ComputeFlow(DQImage* result, DQImage* imageA, DQImage* imageB,
+                                     int bandPass, int smoothing, int skipPropagation,
+                                     ZUIdleAndProgressClass* progress) {
+    ComputeFlow(result, imageA, imageB, bandPass, smoothing, skipPropagation, progress, false);
+}
+
+void DQOpticalFlowUChar::ComputeFlowIgnoringMattes(DQImage* result, DQImage* imageA,
+                                                   DQImage* imageB, int bandPass, int smoothing,
+                                                   int skipPropagation,
+                                                   ZUIdleAndProgressClass* progress,
+                                                   bool enhanceEdges) {
+    MattesOff off(*this);
+    ComputeFlow(result, imageA, imageB, bandPass, smoothing, skipPropagation, progress,
+                enhanceEdges);
+}
+
+void DQOpticalFlowUChar::SolveLoadedFlowIgnoringMattes(DQImage* result, int smoothing,
+                                                       int skipPropagation,
+                                                       ZUIdleAndProgressClass* progress) {
+    MattesOff off(*this);
+    SolveLoadedFlow(result, smoothing, skipPropagation, progress);
+}
+
+void DQOpticalFlowUChar::LoadImage(DQImage* image, DQImage* firstCheck, DQImage* secondCheck,
+                                   int which, bool enhanceEdges) {
+    for (const DQImage* check : {firstCheck, secondCheck}) {
+        if (check && (check->width != image->width || check->height != image->height)) {
+            fputs(kIncompatibleInputs, stderr);
+            return;
+        }
+    }
+    DQImage** matte = which ? matteBLevels : matteALevels;
+    BuildImagePyramid(image, which ? imageBLevels : imageALevels, enhanceEdges,
+                      matte ? matte[0] : nullptr);
+}
+
+void DQOpticalFlowUChar::LoadMatte(DQImage* matte, int which) {
+    DQImage** levels = which ? matteBLevels : matteALevels;
+    if (!levels) return;
+    BuildMattePyramid(matte, levels);
+}
+
+void DQOpticalFlowUChar::ComputeLoadedFlow(DQImage* result, int bandPass, int smoothing,
+                                           int skipPropagation, ZUIdleAndProgressClass* progress) {
+    if (bandPass == 1) BandPassImages();
+    SolveLoadedFlow(result, smoothing, skipPropagation, progress);
+}
+
+void DQOpticalFlowUChar::SwapImages() {
+    std::swap(imageALevels, imageBLevels);
+    std::swap(matteALevels, matteBLevels);
+}

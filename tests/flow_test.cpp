@@ -1,0 +1,496 @@
+// The flow object: its levels, input conversion, start level, failure paths and what whole runs
+// recover from synthetic pairs with known motion.
+#include "TestSupport.h"
+#include "flow/Flow.h"
+#include "image/Progress.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace {
+
+using Owned = std::unique_ptr<DQImage>;
+
+Owned FloatImage(int w, int h, int channels, float value = 0.0f) {
+    Owned image(new DQImage(w, h, channels, DQ_FLOAT, 0));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w * channels; ++x)
+            image->Row<float>(y)[x] = value;
+    return image;
+}
+
+// A smooth random texture of many orientations and scales, defined everywhere so that shifted
+// copies are exact. `scale` stretches it with the input size.
+class Texture {
+public:
+    explicit Texture(float scale, unsigned seed = 7) {
+        std::mt19937 random(seed);
+        std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+        for (Wave& w : waves_) {
+            const float angle = 6.2831853f * unit(random);
+            const float wavelength = scale * 7.0f * std::pow(9.0f, unit(random));
+            w.kx = 6.2831853f * std::cos(angle) / wavelength;
+            w.ky = 6.2831853f * std::sin(angle) / wavelength;
+            w.phase = 6.2831853f * unit(random);
+        }
+    }
+    float operator()(double x, double y) const {
+        double v = 128.0;
+        for (const Wave& w : waves_)
+            v += 16.0 * std::sin(w.kx * x + w.ky * y + w.phase);
+        return static_cast<float>(std::clamp(v, 0.0, 255.0));
+    }
+
+private:
+    struct Wave {
+        double kx, ky, phase;
+    };
+    Wave waves_[20];
+};
+
+// One float channel, white point 1, holding the texture moved by (dx, dy): pixel (x, y) shows
+// the texture at (x - dx, y - dy).
+Owned Shifted(const Texture& texture, int w, int h, double dx, double dy) {
+    Owned image = FloatImage(w, h, 1);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            image->Row<float>(y)[x] = texture(x - dx, y - dy) / 255.0f;
+    return image;
+}
+
+// Eight-bit RGBA copy of a one-channel float image.
+Owned ToRGBA8(const DQImage* source) {
+    Owned image(new DQImage(source->width, source->height, 4, DQ_UCHAR, 0));
+    for (int y = 0; y < source->height; ++y)
+        for (int x = 0; x < source->width; ++x) {
+            const auto v = static_cast<uint8_t>(source->Row<float>(y)[x] * 255.0f + 0.5f);
+            uint8_t* p = image->Row<uint8_t>(y) + 4 * x;
+            p[0] = p[1] = p[2] = v;
+            p[3] = 255;
+        }
+    return image;
+}
+
+struct FlowError {
+    double meanX, meanY, meanError, worst95;
+};
+
+// Compares level 0 of a flow with a constant vector over the interior.
+FlowError Measure(const DQImage* flow, double fx, double fy, int margin) {
+    FlowError e{};
+    std::vector<double> errors;
+    for (int y = margin; y < flow->height - margin; ++y)
+        for (int x = margin; x < flow->width - margin; ++x) {
+            const float* f = flow->Row<float>(y) + 2 * x;
+            e.meanX += f[0];
+            e.meanY += f[1];
+            errors.push_back(std::hypot(f[0] - fx, f[1] - fy));
+        }
+    const double n = static_cast<double>(errors.size());
+    e.meanX /= n;
+    e.meanY /= n;
+    for (double v : errors)
+        e.meanError += v / n;
+    std::sort(errors.begin(), errors.end());
+    e.worst95 = errors[static_cast<size_t>(0.95 * (n - 1))];
+    return e;
+}
+
+class FlowObjectTest : public quelmor::test::ParallelTest {};
+
+TEST_F(FlowObjectTest, LevelCountsAndSizes) {
+    struct Case {
+        const char* name;
+        int w, h, reduction, minLevelSize;
+        int width, height, levels, lastW, lastH;
+    } cases[] = {
+        {"360x243 at full size", 360, 243, 0, 2, 360, 243, 7, 5, 3},
+        {"1440x972 reduced twice", 1440, 972, 2, 2, 360, 243, 7, 5, 3},
+        {"720x486 halved, odd height", 720, 487, 1, 2, 360, 243, 7, 5, 3},
+        {"a side of 5 gives one level", 40, 10, 1, 2, 20, 5, 1, 20, 5},
+        {"6x6 stops at 3x3", 6, 6, 0, 2, 6, 6, 2, 3, 3},
+        {"minimum level size 10", 360, 243, 0, 10, 360, 243, 5, 22, 15},
+    };
+    for (const Case& c : cases) {
+        DQOpticalFlowUChar flow(c.w, c.h, c.reduction, 1, 1, c.minLevelSize);
+        EXPECT_EQ(flow.error, 0) << c.name;
+        EXPECT_EQ(flow.width, c.width) << c.name;
+        EXPECT_EQ(flow.height, c.height) << c.name;
+        EXPECT_EQ(flow.maxX, c.width - 1) << c.name;
+        EXPECT_EQ(flow.numLevels, c.levels) << c.name;
+        EXPECT_EQ(flow.startLevel, c.levels - 1) << c.name;
+        const int last = flow.numLevels - 1;
+        for (DQImage** levels : {flow.imageALevels, flow.flowLevels, flow.seedWeightLevels,
+                                 flow.matteBLevels, flow.tensorLevels}) {
+            EXPECT_EQ(levels[last]->width, c.lastW) << c.name;
+            EXPECT_EQ(levels[last]->height, c.lastH) << c.name;
+        }
+        EXPECT_EQ(flow.tensorLevels[0]->channels, 3) << c.name;
+        EXPECT_EQ(flow.residualLevels[0]->channels, 2) << c.name;
+    }
+    DQOpticalFlowUChar plain(64, 64, 0, 0, 0, 2);
+    EXPECT_EQ(plain.seedFlowLevels, nullptr);
+    EXPECT_EQ(plain.matteALevels, nullptr);
+    EXPECT_EQ(plain.iterations, 3);
+    EXPECT_EQ(plain.sensitivity, 1.0f);
+}
+
+TEST_F(FlowObjectTest, StartLevelAndFadeFromSensitivity) {
+    struct Case {
+        const char* name;
+        float sensitivity;
+        int start;
+        float fade;
+    } cases[] = {
+        {"1 uses every level", 1.0f, 6, 1.0f},
+        {"above 1 is the same", 3.0f, 6, 1.0f},
+        {"0.7 starts one level lower, faded", 0.7f, 5, 0.97089f},
+        {"0.5 lands on a whole level with fade 0", 0.5f, 5, 0.0f},
+        {"0.25 takes four levels off", 0.25f, 3, 0.0f},
+        {"0 runs level 0 with fade 0", 0.0f, 0, 0.0f},
+        {"tiny values fall below 0", 0.05f, 0, 0.0f},
+    };
+    for (const Case& c : cases) {
+        int start = -1;
+        float fade = -1.0f;
+        DQOpticalFlowUChar::ChooseStartLevel(7, c.sensitivity, &start, &fade);
+        EXPECT_EQ(start, c.start) << c.name;
+        EXPECT_NEAR(fade, c.fade, 1e-4) << c.name;
+    }
+}
+
+TEST_F(FlowObjectTest, InputConversionTable) {
+    const double v = 255.0 / 219.0;
+    struct Case {
+        const char* name;
+        int type, channels;
+        bool video;
+        float pixel[4];
+        double expected;
+    } cases[] = {
+        {"8-bit grey", DQ_UCHAR, 1, false, {200}, 200.0},
+        {"8-bit RGB luma", DQ_UCHAR, 3, false, {100, 200, 50}, 153.5},
+        {"16-bit RGBA luma", DQ_USHORT, 4, false, {25700, 51400, 12850, 0}, 153.5},
+        {"float RGB luma", DQ_FLOAT, 3, false, {0.4f, 0.8f, 0.2f}, 0.614 * 255.0},
+        {"16-bit grey", DQ_USHORT, 1, false, {51400}, 200.0},
+        {"8-bit grey, video", DQ_UCHAR, 1, true, {200}, 200.0},
+        {"8-bit RGB, video divides by 257",
+         DQ_UCHAR,
+         3,
+         true,
+         {200, 0, 0},
+         (200.0 / 257.0 - 16.0) * v},
+        {"8-bit RGBA, video takes c1", DQ_UCHAR, 4, true, {0, 116, 0, 0}, 100.0 * v},
+        {"16-bit RGB, video has no offset", DQ_USHORT, 3, true, {25700, 0, 0}, 100.0 * v},
+        {"16-bit RGBA, video", DQ_USHORT, 4, true, {0, 29812, 0, 0}, 100.0 * v},
+        {"float RGB, video has no offset", DQ_FLOAT, 3, true, {0.4f, 0, 0}, 0.4 * 255.0 * v},
+        {"float RGBA, video", DQ_FLOAT, 4, true, {0, 116.0f / 255.0f, 0, 0}, 100.0 * v},
+        {"float grey, video", DQ_FLOAT, 1, true, {0.5f}, 127.5},
+    };
+    for (const Case& c : cases) {
+        DQImage source(2, 1, c.channels, c.type, 0);
+        for (int x = 0; x < 2; ++x)
+            source.SetPixelFloat(x, 0, c.pixel);
+        Owned target = FloatImage(2, 1, 1, -1.0f);
+        DQFlowConvertInput(target.get(), &source, c.video);
+        EXPECT_NEAR(target->Row<float>(0)[1], c.expected, 1e-3) << c.name;
+    }
+    // Two channels and a float image off the unit scale leave the target as it was.
+    DQImage twoChannels(2, 1, 2, DQ_UCHAR, 0);
+    twoChannels.Clear();
+    Owned target = FloatImage(2, 1, 1, -1.0f);
+    DQFlowConvertInput(target.get(), &twoChannels, false);
+    EXPECT_EQ(target->Row<float>(0)[0], -1.0f);
+    Owned offScale = FloatImage(2, 1, 1, 0.5f);
+    offScale->whitePoint = 255.0f;
+    testing::internal::CaptureStderr();
+    DQFlowConvertInput(target.get(), offScale.get(), false);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              " floating image input to DQOpticalFlowUChar is not in correct range\n");
+    EXPECT_EQ(target->Row<float>(0)[0], -1.0f);
+}
+
+// Runs the flow of a pair moved by (dx, dy) level-0 pixels at a reduction, and measures it.
+FlowError RunShift(int reduction, double dx, double dy, float sensitivity, int w0 = 96,
+                   int h0 = 64) {
+    const int scale = 1 << reduction;
+    const int w = w0 * scale, h = h0 * scale;
+    // Level 0 maps the first and last input pixels onto each other.
+    const double toInputX = double(w - 1) / double(w0 - 1);
+    const double toInputY = double(h - 1) / double(h0 - 1);
+    Texture texture(static_cast<float>(scale));
+    Owned a = Shifted(texture, w, h, 0.0, 0.0);
+    Owned b = Shifted(texture, w, h, dx * toInputX, dy * toInputY);
+    DQOpticalFlowUChar flow(0, w, h, reduction, 0, 0, 2);
+    EXPECT_EQ(flow.error, 0);
+    flow.SetSensitivity(sensitivity);
+    Owned result = FloatImage(w0, h0, 2);
+    flow.ComputeFlow(result.get(), a.get(), b.get(), 1, 1, 0, nullptr);
+    return Measure(result.get(), dx, dy, 10);
+}
+
+TEST_F(FlowObjectTest, RecoversSubPixelShiftAtEveryReduction) {
+    for (int reduction = 0; reduction <= 3; ++reduction) {
+        const FlowError e = RunShift(reduction, 2.6, -1.3, 1.0f);
+        SCOPED_TRACE(testing::Message() << "reduction " << reduction);
+        EXPECT_NEAR(e.meanX, 2.6, 0.1);
+        EXPECT_NEAR(e.meanY, -1.3, 0.1);
+        EXPECT_LT(e.meanError, 0.1);
+        EXPECT_LT(e.worst95, 0.25);
+    }
+}
+
+TEST_F(FlowObjectTest, LargeShiftNeedsTheCoarseLevels) {
+    const FlowError full = RunShift(0, 9.4, 6.2, 1.0f, 128, 96);
+    EXPECT_LT(full.meanError, 0.1);
+    EXPECT_NEAR(full.meanX, 9.4, 0.1);
+    // Starting four levels lower leaves the motion out of reach.
+    const FlowError fine = RunShift(0, 9.4, 6.2, 0.25f, 128, 96);
+    EXPECT_GT(fine.meanError, 2.0);
+}
+
+TEST_F(FlowObjectTest, SignConventionPointsFromAIntoB) {
+    // B shows A's content 3 pixels further right and 2 further down: A(x, y) = B(x + 3, y + 2).
+    struct Case {
+        const char* name;
+        double dx, dy;
+    } cases[] = {{"right and down", 3.0, 2.0}, {"left and up", -3.0, -2.0}};
+    for (const Case& c : cases) {
+        const FlowError e = RunShift(0, c.dx, c.dy, 1.0f);
+        EXPECT_NEAR(e.meanX, c.dx, 0.1) << c.name;
+        EXPECT_NEAR(e.meanY, c.dy, 0.1) << c.name;
+    }
+}
+
+TEST_F(FlowObjectTest, ZeroFlowCases) {
+    Texture texture(1.0f);
+    Owned a = Shifted(texture, 80, 60, 0.0, 0.0);
+    Owned b = Shifted(texture, 80, 60, 2.0, 1.0);
+    struct Case {
+        const char* name;
+        const DQImage* second;
+        float sensitivity;
+    } cases[] = {
+        {"identical images", a.get(), 1.0f},
+        {"sensitivity 0", b.get(), 0.0f},
+    };
+    for (const Case& c : cases) {
+        DQOpticalFlowUChar flow(80, 60, 0, 0, 0, 2);
+        flow.SetSensitivity(c.sensitivity);
+        flow.ComputeFlow(nullptr, a.get(), const_cast<DQImage*>(c.second), 1, 1, 0, nullptr);
+        const DQImage* level0 = flow.flowLevels[0];
+        double largest = 0.0;
+        for (int y = 0; y < 60; ++y)
+            for (int x = 0; x < 160; ++x)
+                largest = std::max(largest, double(std::fabs(level0->Row<float>(y)[x])));
+        EXPECT_EQ(largest, 0.0) << c.name;
+    }
+}
+
+TEST_F(FlowObjectTest, ReverseFlowFromSwappedPyramids) {
+    Texture texture(1.0f);
+    Owned a = Shifted(texture, 96, 64, 0.0, 0.0);
+    Owned b = Shifted(texture, 96, 64, 1.7, 0.8);
+    DQOpticalFlowUChar flow(96, 64, 0, 0, 0, 2);
+    Owned forward = FloatImage(96, 64, 2), backward = FloatImage(96, 64, 2);
+    flow.ComputeFlow(forward.get(), a.get(), b.get(), 1, 1, 0, nullptr);
+    flow.SwapImages();
+    flow.SolveLoadedFlow(backward.get(), 1, 0, nullptr);
+    const FlowError e = Measure(backward.get(), -1.7, -0.8, 10);
+    EXPECT_LT(e.meanError, 0.1);
+}
+
+TEST_F(FlowObjectTest, ResultDoesNotDependOnTheWorkerCount) {
+    Texture texture(2.0f);
+    Owned a = ToRGBA8(Shifted(texture, 256, 160, 0.0, 0.0).get());
+    Owned b = ToRGBA8(Shifted(texture, 256, 160, 3.3, -2.1).get());
+    std::vector<Owned> results;
+    quelmor::test::ForWorkerCounts([&](int) {
+        DQOpticalFlowUChar flow(256, 160, 1, 0, 0, 2);
+        flow.SetSensitivity(0.7f);
+        results.push_back(FloatImage(128, 80, 2));
+        flow.ComputeFlow(results.back().get(), a.get(), b.get(), 1, 1, 0, nullptr);
+    });
+    for (size_t i = 1; i < results.size(); ++i) {
+        double largest = 0.0;
+        for (int y = 0; y < 80; ++y)
+            for (int x = 0; x < 256; ++x)
+                largest = std::max(largest, double(std::fabs(results[i]->Row<float>(y)[x] -
+                                                             results[0]->Row<float>(y)[x])));
+        EXPECT_LT(largest, 1e-3) << "run " << i;
+    }
+}
+
+TEST_F(FlowObjectTest, MattesRemoveDataAndHoldOnlyZeroAndOne) {
+    Texture texture(1.0f);
+    Owned a = ToRGBA8(Shifted(texture, 96, 64, 0.0, 0.0).get());
+    Owned b = ToRGBA8(Shifted(texture, 96, 64, 2.0, 1.0).get());
+    struct Case {
+        const char* name;
+        int matteValue;
+        bool recovered;
+    } cases[] = {{"full matte keeps every pixel", 255, true},
+                 {"empty matte removes every pixel", 0, false},
+                 {"almost full matte counts as outside", 254, false}};
+    for (const Case& c : cases) {
+        DQImage matte(96, 64, 1, DQ_UCHAR, 0);
+        for (int y = 0; y < 64; ++y)
+            std::fill_n(matte.Row<uint8_t>(y), 96, static_cast<uint8_t>(c.matteValue));
+        DQOpticalFlowUChar flow(96, 64, 0, 0, 1, 2);
+        flow.LoadMatte(&matte, 0);
+        flow.LoadMatte(&matte, 1);
+        flow.LoadImage(a.get(), nullptr, b.get(), 0, false);
+        flow.LoadImage(b.get(), nullptr, a.get(), 1, false);
+        Owned result = FloatImage(96, 64, 2);
+        flow.ComputeLoadedFlow(result.get(), 1, 1, 0, nullptr);
+        const FlowError e = Measure(result.get(), 2.0, 1.0, 10);
+        if (c.recovered) {
+            EXPECT_LT(e.meanError, 0.1) << c.name;
+        } else {
+            EXPECT_EQ(e.meanX, 0.0) << c.name << ": no vector at all";
+            EXPECT_EQ(e.meanY, 0.0) << c.name << ": no vector at all";
+        }
+    }
+    // A disc: every level holds only 0 and 1, and fewer ones than the level below in proportion.
+    DQImage disc(96, 64, 1, DQ_UCHAR, 0);
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 96; ++x)
+            disc.Row<uint8_t>(y)[x] = std::hypot(x - 48.0, y - 32.0) < 20.0 ? 255 : 100;
+    DQOpticalFlowUChar flow(96, 64, 0, 0, 1, 2);
+    flow.LoadMatte(&disc, 0);
+    for (int level = 0; level < flow.numLevels; ++level) {
+        const DQImage* m = flow.matteALevels[level];
+        int ones = 0;
+        for (int y = 0; y < m->height; ++y)
+            for (int x = 0; x < m->width; ++x) {
+                const float value = m->Row<float>(y)[x];
+                EXPECT_TRUE(value == 0.0f || value == 1.0f) << "level " << level;
+                ones += value == 1.0f;
+            }
+        if (level < 3) {
+            EXPECT_GT(ones, 0) << "level " << level;
+        }
+        EXPECT_EQ(m->Row<float>(0)[0], 0.0f) << "level " << level;
+    }
+}
+
+TEST_F(FlowObjectTest, SeedPinsItsVector) {
+    // A flat pair has no data at all: only the seeds decide.
+    Owned a = FloatImage(64, 48, 1, 0.5f), b = FloatImage(64, 48, 1, 0.5f);
+    DQOpticalFlowUChar flow(128, 96, 1, 1, 0, 2);
+    Owned big = FloatImage(128, 96, 1, 0.5f);
+    flow.ClearSeeds();
+    // Source coordinates of a 128x96 frame; level 0 is 64x48, so they scale by 63/127, 47/95.
+    flow.AddSeed(40.0f, 30.0f, 50.0f, 22.0f, 127.0f, 95.0f);
+    flow.AddSeed(40.0f, 30.0f, 54.0f, 26.0f, 127.0f, 95.0f); // averaged with the first
+    flow.AddSeed(-5.0f, 30.0f, 0.0f, 0.0f, 127.0f, 95.0f);   // dropped: outside
+    flow.AddZeroSeed(100.0f, 80.0f, 127.0f, 95.0f);
+    flow.FinishSeeds();
+    const float sx = 63.0f / 127.0f, sy = 47.0f / 95.0f;
+    const int px = static_cast<int>(40.0f * sx + 0.5), py = static_cast<int>(30.0f * sy + 0.5);
+    EXPECT_EQ(flow.GetSeedWeight()->Row<float>(py)[px], 1.0f);
+    flow.ComputeFlow(nullptr, big.get(), big.get(), 1, 1, 0, nullptr);
+    const float* pinned = flow.flowLevels[0]->Row<float>(py) + 2 * px;
+    EXPECT_NEAR(pinned[0], 12.0f * sx, 1e-4);
+    EXPECT_NEAR(pinned[1], -6.0f * sy, 1e-4);
+    const int zx = static_cast<int>(100.0f * sx + 0.5), zy = static_cast<int>(80.0f * sy + 0.5);
+    EXPECT_EQ(flow.flowLevels[0]->Row<float>(zy)[2 * zx], 0.0f);
+}
+
+TEST_F(FlowObjectTest, BadInputsAreRefusedWithoutDamage) {
+    Texture texture(1.0f);
+    Owned a = ToRGBA8(Shifted(texture, 64, 48, 0.0, 0.0).get());
+    DQImage grey(64, 48, 1, DQ_UCHAR, 0);
+    DQImage narrow(60, 48, 4, DQ_UCHAR, 0);
+    DQImage sixteen(64, 48, 4, DQ_USHORT, 0);
+    struct Case {
+        const char* name;
+        DQImage* b;
+    } cases[] = {
+        {"channels differ", &grey}, {"widths differ", &narrow}, {"types differ", &sixteen}};
+    for (const Case& c : cases) {
+        DQOpticalFlowUChar flow(64, 48, 0, 0, 0, 2);
+        flow.flowLevels[0]->Row<float>(5)[5] = 42.0f;
+        testing::internal::CaptureStderr();
+        flow.ComputeFlow(nullptr, a.get(), c.b, 1, 1, 0, nullptr);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "calculating flow, incompatible inputs!\n")
+            << c.name;
+        EXPECT_EQ(flow.flowLevels[0]->Row<float>(5)[5], 42.0f) << c.name;
+    }
+    // A pair of the wrong size for the object is reported and still run.
+    DQOpticalFlowUChar flow(128, 96, 0, 0, 0, 2);
+    testing::internal::CaptureStderr();
+    flow.ComputeFlow(nullptr, a.get(), a.get(), 1, 1, 0, nullptr);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("incorrect with and height\n"),
+              std::string::npos);
+}
+
+TEST_F(FlowObjectTest, FailedConstructionReleasesEverything) {
+    struct Budget {
+        int left;
+    };
+    static Budget budget;
+    auto allocate = [](void*, size_t size) -> void* {
+        return budget.left-- > 0 ? malloc(size) : nullptr;
+    };
+    auto release = [](void*, void* p) { free(p); };
+    for (int allowed : {0, 3, 12, 40}) {
+        DQOpticalFlowUChar* object = nullptr;
+        int caught = -1;
+        budget.left = allowed + 1; // room for the object itself
+        ZUMemSetAllocator(nullptr, allocate, release);
+        try {
+            object = new DQOpticalFlowUChar(0, 64, 48, 0, 1, 1, 2);
+        } catch (DQErr code) {
+            caught = code;
+        }
+        ZUMemSetAllocator(nullptr, nullptr, nullptr);
+        ASSERT_NE(object, nullptr) << allowed;
+        EXPECT_EQ(caught, -1) << allowed;
+        EXPECT_EQ(object->error, kDQErrMemory) << allowed;
+        EXPECT_EQ(object->flowLevels, nullptr) << allowed;
+        EXPECT_EQ(object->matteBLevels, nullptr) << allowed;
+        delete object;
+
+        budget.left = allowed + 1;
+        ZUMemSetAllocator(nullptr, allocate, release);
+        try {
+            DQOpticalFlowUChar throwing(1, 64, 48, 0, 1, 1, 2);
+            caught = 0;
+        } catch (DQErr code) {
+            caught = code;
+        }
+        ZUMemSetAllocator(nullptr, nullptr, nullptr);
+        EXPECT_EQ(caught, kDQErrMemory) << allowed;
+    }
+}
+
+TEST_F(FlowObjectTest, InterruptionRestoresMattesAndKeepsPyramidsUsable) {
+    Texture texture(1.0f);
+    Owned a = Shifted(texture, 96, 64, 0.0, 0.0);
+    Owned b = Shifted(texture, 96, 64, 2.0, 1.0);
+    DQOpticalFlowUChar flow(96, 64, 0, 0, 1, 2);
+    DQImage** matteA = flow.matteALevels;
+    ZUIdleAndProgressClass progress;
+    progress.SetInterrupted(true);
+    int caught = -1;
+    try {
+        flow.ComputeFlowIgnoringMattes(nullptr, a.get(), b.get(), 1, 1, 0, &progress);
+    } catch (DQErr code) {
+        caught = code;
+    }
+    EXPECT_EQ(caught, kDQErrInterrupted);
+    EXPECT_EQ(flow.useMattes, 1);
+    EXPECT_EQ(flow.matteALevels, matteA);
+    // The loaded, band-passed pyramids serve the next run.
+    Owned result = FloatImage(96, 64, 2);
+    flow.SolveLoadedFlowIgnoringMattes(result.get(), 1, 0, nullptr);
+    EXPECT_LT(Measure(result.get(), 2.0, 1.0, 10).meanError, 0.1);
+    EXPECT_EQ(flow.useMattes, 1);
+}
+
+} // namespace
