@@ -67,6 +67,9 @@ bool MatteBlockInside(const DQImage* matteA, int x, int y) {
 // Offers the vector of (nx, ny) to pixel (x, y); the pixel keeps its own on a tie.
 inline void OfferNeighbour(const SweepImages& s, int x, int y, int nx, int ny) {
     float* own = s.flow->Row<float>(y) + 2 * x;
+    const float* other = s.flow->Row<float>(ny) + 2 * nx;
+    // The same vector costs the same, and a tie keeps the own vector.
+    if (other[0] == own[0] && other[1] == own[1]) return;
     const float px = static_cast<float>(x) - own[0];
     const float py = static_cast<float>(y) - own[1];
     if (!(px >= 0.0f && px <= static_cast<float>(s.flow->lastColumn) && py >= 0.0f &&
@@ -80,8 +83,8 @@ inline void OfferNeighbour(const SweepImages& s, int x, int y, int nx, int ny) {
             a[3 * j + i] = row[x - 1 + i];
     }
     float ownCost;
-    if (!DQFlowPatchCost(a, px, py, s.imageB, s.matteB, &ownCost)) return;
-    const float* other = s.flow->Row<float>(ny) + 2 * nx;
+    // Nothing beats a perfect match.
+    if (!DQFlowPatchCost(a, px, py, s.imageB, s.matteB, &ownCost) || ownCost == 0.0f) return;
     const float nu = other[0], nv = other[1];
     float otherCost;
     if (DQFlowPatchCost(a, static_cast<float>(x) - nu, static_cast<float>(y) - nv, s.imageB,
@@ -145,15 +148,17 @@ void DQFlowPropagateVectors(const DQImage* imageA, const DQImage* imageB, DQImag
         idle();
     }
     if (w - 2 > 0) {
+        // Each column depends only on its own previous pixel, so a band of columns is walked
+        // row by row, which reads memory in order and gives the same result as column by column.
         ZUMPForRows(w - 2, [&](int, int first, int last) {
-            for (int x = first + 1; x <= last + 1; ++x)
-                for (int y = 1; y <= h - 2; ++y)
+            for (int y = 1; y <= h - 2; ++y)
+                for (int x = first + 1; x <= last + 1; ++x)
                     OfferNeighbour(s, x, y, x, y - 1);
         });
         idle();
         ZUMPForRows(w - 2, [&](int, int first, int last) {
-            for (int x = first + 1; x <= last + 1; ++x)
-                for (int y = h - 2; y >= 1; --y)
+            for (int y = h - 2; y >= 1; --y)
+                for (int x = first + 1; x <= last + 1; ++x)
                     OfferNeighbour(s, x, y, x, y + 1);
         });
         idle();

@@ -3,6 +3,7 @@
 // and the binary matte pyramids.
 #include "flow/Flow.h"
 #include "flow/FlowSolver.h"
+#include "flow/FlowTiming.h"
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
 #include "warp/Filters.h"
@@ -163,6 +164,7 @@ void DQOpticalFlowUChar::BuildUpperLevels(DQImage** levels, bool threshold) {
 
 void DQOpticalFlowUChar::BuildImagePyramid(DQImage* image, DQImage** levels, bool enhanceEdges,
                                            DQImage* matte) {
+    DQFlowStepClock clock(kDQFlowStepPyramids);
     CheckReducedSize(image);
     ReduceInput(image, levels, false);
     if (enhanceEdges) {
@@ -196,6 +198,7 @@ void DQOpticalFlowUChar::BuildMattePyramid(DQImage* matte, DQImage** levels) {
 }
 
 void DQOpticalFlowUChar::BandPassImage(int which) {
+    DQFlowStepClock clock(kDQFlowStepPyramids);
     DQImage** levels = which ? imageBLevels : imageALevels;
     for (int level = 0; level < numLevels; ++level) {
         DQImage* mean = gradXLevels[level];

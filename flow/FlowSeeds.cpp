@@ -64,7 +64,7 @@ void DQOpticalFlowUChar::FinishSeeds() {
             }
         }
     }
-    DQFlowScale(flow0, -1.0f, -1.0f);
+    flow0->ScaleXY(-1.0f, -1.0f);
     for (int level = 1; level < numLevels; ++level) {
         DQImage* flowScratch = flowLevels[level - 1];
         flowScratch->CopyWhole(seedFlowLevels[level - 1]);
@@ -78,6 +78,6 @@ void DQOpticalFlowUChar::FinishSeeds() {
                          static_cast<float>(seedFlowLevels[level - 1]->lastColumn);
         const float ry = static_cast<float>(seedFlowLevels[level]->lastRow) /
                          static_cast<float>(seedFlowLevels[level - 1]->lastRow);
-        DQFlowScale(seedFlowLevels[level], rx, ry);
+        seedFlowLevels[level]->ScaleXY(rx, ry);
     }
 }

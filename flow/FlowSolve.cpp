@@ -157,14 +157,13 @@ void DQOpticalFlowUChar::SolveLoadedFlow(DQImage* result, int smoothing, int ski
         }
         if ((flow->width < 3 || flow->height < 3) && useSeeds && !LevelHasSeeds(level))
             flow->Clear();
-        if (level == startLevel && std::fabs(fade - 1.0f) >= 0.000001f)
-            DQFlowScale(flow, fade, fade);
+        if (level == startLevel && std::fabs(fade - 1.0f) >= 0.000001f) flow->ScaleXY(fade, fade);
         if (level > 0) DQFlowExpandFlow(flow, flowLevels[level - 1]);
         done += static_cast<double>(flow->width) * flow->height;
         if (progress) progress->ReportProgress(static_cast<float>(done / total));
     }
     DQImage* level0 = flowLevels[0];
-    DQFlowScale(level0, -1.0f, -1.0f);
+    level0->ScaleXY(-1.0f, -1.0f);
     if (result && result != level0 && result->channels == 2)
         result->CopyFrom(0, 0, level0, 0, 0, std::min(width, result->width),
                          std::min(height, result->height));

@@ -31,8 +31,6 @@ void DQFlowSolveStep(const DQImage* tensor, const DQImage* residual, DQImage* fl
 // Seeds: replacing mode (blend false) or blending mode.
 void DQFlowApplySeeds(DQImage* flow, const DQImage* seedFlow, const DQImage* seedWeight,
                       bool blend);
-// Multiplies channel 0 of a two-channel float image by sx and channel 1 by sy.
-void DQFlowScale(DQImage* flow, float sx, float sy);
 // Bilinear expansion of a coarse flow into the next finer level, vectors scaled by the size
 // ratio. Throws DQErr 5 when the images are not float or differ in channels.
 void DQFlowExpandFlow(const DQImage* coarse, DQImage* fine);

@@ -197,19 +197,6 @@ void DQFlowApplySeeds(DQImage* flow, const DQImage* seedFlow, const DQImage* see
     });
 }
 
-void DQFlowScale(DQImage* flow, float sx, float sy) {
-    const int w = flow->width;
-    ZUMPForRows(flow->height, [&](int, int first, int last) {
-        for (int y = first; y <= last; ++y) {
-            float* f = flow->Row<float>(y);
-            for (int x = 0; x < w; ++x) {
-                f[2 * x] *= sx;
-                f[2 * x + 1] *= sy;
-            }
-        }
-    });
-}
-
 void DQFlowExpandFlow(const DQImage* coarse, DQImage* fine) {
     if (coarse->dataType != DQ_FLOAT || fine->dataType != DQ_FLOAT ||
         coarse->channels != fine->channels)
