@@ -1,0 +1,98 @@
+// Difference mask, mix through a mask and the sharpening of a warped frame.
+
+#include "engine/EnergyBlend.h"
+
+#include "engine/Mix.h"
+#include "warp/Filters.h"
+
+#include <cmath>
+
+namespace {
+
+template <class T, int C>
+void MarkDifferences(DQImage* mask, const DQImage* a, const DQImage* b, int y, float threshold) {
+    const T* pa = a->Row<T>(y);
+    const T* pb = b->Row<T>(y);
+    uint8_t* out = mask->Row<uint8_t>(y);
+    for (int x = 0; x < a->width; ++x, pa += C, pb += C) {
+        double sum = 0.0;
+        for (int c = 0; c < 3; ++c)
+            sum += std::fabs(double(pa[c]) - double(pb[c]));
+        if (float(sum) >= threshold) out[x] = 255;
+    }
+}
+
+bool Fits(const DQImage* mask, const DQImage* a, const DQImage* b) {
+    return mask && a && b && mask->channels == 1 && mask->dataType == DQ_UCHAR &&
+           a->channels >= 3 && a->width == b->width && a->height == b->height &&
+           a->channels == b->channels && a->dataType == b->dataType && mask->width == a->width &&
+           mask->height == a->height;
+}
+
+} // namespace
+
+int DifferenceMask(DQImage* mask, const DQImage* a, const DQImage* b, int mode, int lines,
+                   float level) {
+    if (mode != 1 || !Fits(mask, a, b)) return kDQErrBadArgument;
+    mask->Clear();
+    const float threshold = float(a->whitePoint * level * level * level * 3.0);
+    // Rows walked: all, or every second one from the bottom (lines 3 one row higher).
+    const int bottom = lines == 3 ? a->lastRow - 1 : a->lastRow;
+    const int stride = lines == 2 || lines == 3 ? 2 : 1;
+    const int rows = bottom < 0 ? 0 : bottom / stride + 1;
+    DQDispatchTypeChannels(a->dataType, a->channels, [&]<class T, int C>() {
+        if constexpr (C >= 3) {
+            ZUMPForRows(rows, [&](int, int first, int last) {
+                for (int i = first; i <= last; ++i)
+                    MarkDifferences<T, C>(mask, a, b, bottom - i * stride, threshold);
+            });
+        }
+    });
+    return 0;
+}
+
+void MixThroughMask(DQImage* dest, const DQImage* other, const DQImage* mask, int one, int zero) {
+    if (!dest || !other || !mask || dest->width != other->width || dest->height != other->height ||
+        dest->channels != other->channels || dest->dataType != other->dataType ||
+        mask->width != dest->width || mask->height != dest->height || mask->dataType != DQ_UCHAR)
+        DQThrow(kDQErrBadArgument);
+    const float low = float(zero);
+    const float span = float(one - zero) / 255.0f;
+    DQDispatchTypeChannels(dest->dataType, dest->channels, [&]<class T, int C>() {
+        ZUMPForRows(dest->height, [&](int, int first, int last) {
+            for (int y = first; y <= last; ++y) {
+                T* d = dest->Row<T>(y);
+                const T* o = other->Row<T>(y);
+                const uint8_t* m = mask->Row<uint8_t>(y);
+                for (int x = 0; x < dest->width; ++x, d += C, o += C) {
+                    const float w = low + span * float(m[x]);
+                    for (int c = 0; c < C; ++c) {
+                        const float v = float(d[c]) * w + float(o[c]) * (1.0f - w);
+                        if constexpr (std::is_same_v<T, float>)
+                            d[c] = v;
+                        else
+                            d[c] = T(v + 0.5f);
+                    }
+                }
+            }
+        });
+    });
+}
+
+void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount) {
+    DQImagePtr mask = DQMakeImage(warped->width, warped->height, 1, DQ_UCHAR);
+    if (int code = DifferenceMask(mask.get(), warped, source, 1, 1, 0.4f)) DQThrow(code);
+    DQImagePtr blurred =
+        DQMakeImage(warped->width, warped->height, warped->channels, warped->dataType);
+    blurred->CopyWhole(warped);
+    BlurGauss(blurred.get(), 0, 3.0f);
+    DQImagePtr plain =
+        DQMakeImage(warped->width, warped->height, warped->channels, warped->dataType);
+    plain->CopyWhole(warped);
+    const double u = amount;
+    const double e = 1.0 - (std::fabs(0.5 - u) + std::fabs(0.5 - u));
+    // blurred = plain + (blurred - plain)(-0.5 e) = w + 0.5 e (w - blurred): an unsharp mask.
+    DQBlend(blurred.get(), plain.get(), 1, float(-0.5 * e));
+    mask->InvertBytes();
+    MixThroughMask(warped, blurred.get(), mask.get(), 1, 0);
+}

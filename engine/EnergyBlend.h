@@ -1,0 +1,19 @@
+#pragma once
+// The pieces of "Weighted Energy Blend": a mask of where two pictures differ, a mix through a
+// mask, and the unsharp step that restores detail in the parts of a warped frame that moved.
+
+#include "image/Image.h"
+
+// Mode 1 (the only one built): clears `mask` (one 8-bit channel), then sets 255 where the first
+// three channels of a and b differ by at least whitePoint x level^3 x 3 in sum. `lines` 1 walks
+// all rows; 2 and 3 every second row from the last upward, 3 beginning one row higher. Returns
+// 0, or 5 for images that do not fit or another mode.
+int DifferenceMask(DQImage* mask, const DQImage* a, const DQImage* b, int mode, int lines,
+                   float level);
+
+// dest = dest w + other (1 - w), with w running from `zero` at mask 0 to `one` at mask 255.
+void MixThroughMask(DQImage* dest, const DQImage* other, const DQImage* mask, int one, int zero);
+
+// Sharpens the parts of `warped` that differ from `source`, the frame it was warped from, by an
+// unsharp mask whose strength peaks when the frame was moved half an interval (`amount` 0.5).
+void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount);
