@@ -4,6 +4,7 @@
 
 #include "engine/Mix.h"
 #include "warp/Filters.h"
+#include "warp/Warp.h"
 
 #include <cmath>
 
@@ -95,4 +96,37 @@ void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount) {
     DQBlend(blurred.get(), plain.get(), 1, float(-0.5 * e));
     mask->InvertBytes();
     MixThroughMask(warped, blurred.get(), mask.get(), 1, 0);
+}
+
+namespace {
+
+// `scratch` when given, else a new image like `like` held by `owned`.
+DQImage* WarpTarget(DQImage* scratch, const DQImage* like, DQImagePtr& owned) {
+    if (scratch) return scratch;
+    owned = DQMakeImage(like->width, like->height, like->channels, like->dataType, like->bottomUp);
+    owned->whitePoint = like->whitePoint;
+    return owned.get();
+}
+
+// Pulls `source` along `flow` by `scale` into `warped` (a copy without a flow) and sharpens what
+// moved.
+void WarpAndSharpen(DQImage* warped, DQImage* source, DQImage* flow, float scale) {
+    if (!flow)
+        warped->CopyFrom(0, 0, source, 0, 0, source->width, source->height);
+    else if (DQWarpInverse(warped, source, flow, 1, nullptr, 1, scale) == 0)
+        DQThrow(kDQErrBadArgument);
+    SharpenWarpedFrame(warped, source, scale);
+}
+
+} // namespace
+
+void EnergyBlendInverse(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b, DQImage* flowBtoA,
+                        DQImage* scratchA, DQImage* scratchB, float weightA) {
+    const float u = 1.0f - weightA;
+    DQImagePtr ownedA, ownedB;
+    DQImage* warpedA = WarpTarget(scratchA, a, ownedA);
+    DQImage* warpedB = WarpTarget(scratchB, b, ownedB);
+    WarpAndSharpen(warpedA, a, flowBtoA, u);
+    WarpAndSharpen(warpedB, b, flowAtoB, weightA);
+    Dissolve(dest, warpedA, warpedB, u);
 }

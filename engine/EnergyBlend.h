@@ -17,3 +17,11 @@ void MixThroughMask(DQImage* dest, const DQImage* other, const DQImage* mask, in
 // Sharpens the parts of `warped` that differ from `source`, the frame it was warped from, by an
 // unsharp mask whose strength peaks when the frame was moved half an interval (`amount` 0.5).
 void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount);
+
+// "Weighted Energy Blend" with inverse warps: a is pulled towards the moment with flowBtoA and b
+// with flowAtoB (a missing flow leaves its frame as it is), each warped frame is sharpened where
+// it moved, and the two are dissolved by the share of b, 1 - weightA. scratchA and scratchB, when
+// given, hold the warped frames; otherwise images like a and b are made for the call. Without
+// flows the result is a plain dissolve.
+void EnergyBlendInverse(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b, DQImage* flowBtoA,
+                        DQImage* scratchA, DQImage* scratchB, float weightA);

@@ -34,7 +34,7 @@ public:
 
     // Whether a flow object was made for another flow size than the current one.
     bool FlowObjectSizeChanged() const;
-    // Counts the flows computed by this state since it was made.
+    // Counts the flows computed by this state since it was made (read by tests and benchmarks).
     int64_t flowRuns = 0;
 
     DQImage* FlowBtoA(int layer) const;
@@ -47,6 +47,16 @@ public:
                          bool tracking);
     // Restores the stored channel order and hands the frame back.
     static void GiveBackSequenceFrame(ZUQuelmor4& engine, ZUImage* image);
+
+    // Hands the geometry of the frame pair (first, second) of `layer` to the flow object as
+    // seeds; frame numbers are halved into times when fieldsIn is set.
+    void FeedGeometryToFlow(ZUQuelmor4& engine, DQOpticalFlowUChar* flow, int layer, int first,
+                            int second, int fieldsIn) const;
+
+    // dest receives source blurred along `flow` (amount above 0), sharpened along it (below 0)
+    // or copied (amount 0); the amount is limited to -10..20.
+    static void ApplyMotionBlur(DQImage* dest, DQImage* source, DQImage* flow, bool highQuality,
+                                ZUIdleAndProgressClass* progress, float amount);
 
     int32_t width = 0, height = 0;
     int32_t layerCount = 1;

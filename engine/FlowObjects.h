@@ -1,11 +1,16 @@
 #pragma once
-// The two flow objects as the engine's state sees them: their output image,
-// the size they were made for, and their destruction.
+// The two flow objects as the engine's state sees them: their making, their output image, the
+// size they were made for, and their destruction.
 
 #include "image/Image.h"
 
 class DQOpticalFlowUChar;
 class DQMorphFlow;
+
+// Makes a flow object for frames of width x height whose level 0 is the frame halved
+// `flowLevel` times. A failure of its construction is thrown as its code.
+DQOpticalFlowUChar* MakeOpticalFlow(int width, int height, int flowLevel, bool useSeeds,
+                                    bool useMattes);
 
 // Level-0 flow image that the object owns, or null for a null object.
 DQImage* FlowOutputOf(const DQOpticalFlowUChar* flow);

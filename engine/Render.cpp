@@ -7,9 +7,9 @@
 #include "engine/MotionReuse.h"
 #include "engine/RenderContext.h"
 #include "engine/SequenceFrames.h"
+#include "engine/SingleLayerRoad.h"
 
 #include <cmath>
-#include <cstdio>
 
 namespace {
 
@@ -37,17 +37,12 @@ bool RatesAreValid(float inputFrameRate, float outputFrameRate) {
     return outputFrameRate >= 0.01f && inputFrameRate > 0.01f;
 }
 
-[[noreturn]] void RoadNotAvailable(const char* road) {
-    std::fprintf(stderr, "Quelmor: the %s road is not available in this build\n", road);
-    DQThrow(kDQErrBadArgument);
-}
-
 // The state of one render: the request after the scene rule, the times, the motion flags shared
 // by both passes and the per-layer overrides.
 class FrameRenderer {
 public:
     FrameRenderer(ZUQuelmor4& engine, ZUQuelmor4Internal& state, const RenderRequest& request)
-        : engine_(engine), state_(state), req_(request) {}
+        : engine_(engine), state_(state), req_(request), progress_(request.progress) {}
 
     void Run();
 
@@ -61,6 +56,7 @@ private:
     ZUQuelmor4& engine_;
     ZUQuelmor4Internal& state_;
     RenderRequest req_;
+    ZUIdleAndProgressClass progress_; // the render's own link in the caller's progress chain
     float sensitivity_[kMaxLayers] = {};
     float shrink_[kMaxLayers] = {};
     int passes_ = 1;
@@ -171,7 +167,8 @@ void FrameRenderer::RunPass(int pass) {
             RoadNotAvailable("several-layer");
         NoMotionRoad(dest);
     } else if (state_.layerCount == 1) {
-        RoadNotAvailable("single-layer motion");
+        const RoadPass road{pass, passes_, t0_, t1_, sensitivity_[0], externalVectors_};
+        DrawSingleLayer(engine_, state_, req_, motion_, road, progress_, dest);
     } else {
         RoadNotAvailable("several-layer");
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <string>
 
 namespace quelmor::test {
@@ -52,6 +53,28 @@ inline bool SamePixels(const DQImage& a, const DQImage& b) {
                         static_cast<size_t>(a.width) * a.pixelBytes) != 0)
             return false;
     return true;
+}
+
+// An image whose every pixel holds `px`, channel by channel.
+inline DQImagePtr Solid(int w, int h, int channels, int type, std::initializer_list<float> px) {
+    DQImagePtr image = DQMakeImage(w, h, channels, type);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            int c = 0;
+            for (float v : px)
+                image->SetChannelFloat(x, y, c++, v);
+        }
+    return image;
+}
+
+// An image with `value` in every element.
+inline DQImagePtr Solid(int w, int h, int channels, int type, float value) {
+    DQImagePtr image = DQMakeImage(w, h, channels, type);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            for (int c = 0; c < channels; ++c)
+                image->SetChannelFloat(x, y, c, value);
+    return image;
 }
 
 // A deep copy with the same layout.

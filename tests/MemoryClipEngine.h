@@ -78,6 +78,7 @@ public:
 
     int failFrame = -1; // fetch of this frame fails with failCode
     int failCode = kDQErrFetch;
+    bool failTracking = true; // false: only the fetch from the sequence to warp fails
 
     int checkedOut = 0;
     int givenBack = 0;
@@ -119,6 +120,44 @@ public:
     int UsesWhichWarping() override { return warpingMode; }
     unsigned long GetNumGeometries(int, float, float) override { return geometries; }
 
+    // Point pairs (xA, yA, xB, yB) that every geometry returns, and what the engine asked for.
+    std::vector<std::array<float, 4>> geometryPoints;
+    int geometryFailCode = 0; // a non-zero value is returned by GetGeometryPoints
+    struct GeometryRequest {
+        int layer;
+        unsigned long index;
+        float timeA, timeB;
+    };
+    std::vector<GeometryRequest> geometryRequests;
+    int pointsLent = 0;
+    int pointsReleased = 0;
+
+    int GetGeometryPoints(int layer, unsigned long index, float timeA, float timeB,
+                          unsigned long* count, float** xA, float** yA, float** xB,
+                          float** yB) override {
+        geometryRequests.push_back({layer, index, timeA, timeB});
+        *count = 0;
+        *xA = *yA = *xB = *yB = nullptr;
+        if (geometryFailCode != 0) return geometryFailCode;
+        const size_t n = geometryPoints.size();
+        float* arrays[4] = {new float[n], new float[n], new float[n], new float[n]};
+        for (size_t i = 0; i < n; ++i)
+            for (int k = 0; k < 4; ++k)
+                arrays[k][i] = geometryPoints[i][k];
+        *count = n;
+        *xA = arrays[0];
+        *yA = arrays[1];
+        *xB = arrays[2];
+        *yB = arrays[3];
+        ++pointsLent;
+        return 0;
+    }
+    void ReleasePoints(float* xA, float* yA, float* xB, float* yB) override {
+        for (float* array : {xA, yA, xB, yB})
+            delete[] array;
+        ++pointsReleased;
+    }
+
     // Frames given to the engine may be rebuilt from one field; set when the test feeds fields.
     bool fieldsMayChange = false;
 
@@ -141,7 +180,7 @@ private:
     int CheckOut(ZUImage** image, int frame, bool tracking) {
         *image = nullptr;
         fetches.push_back({tracking, frame});
-        if (frame == failFrame) return failCode;
+        if (frame == failFrame && (failTracking || !tracking)) return failCode;
         auto& clip = tracking && !trackingFrames.empty() ? trackingFrames : frames;
         if (frame < 0 || frame >= int(clip.size())) return kDQErrBadArgument;
         auto owned = std::make_unique<OwnedFrame>(*clip[frame], channelOrder);

@@ -1,4 +1,5 @@
 // DQBlend, DQBlendParallel and Dissolve: per type, per channel count, at and beyond the ends.
+#include "ImagePatterns.h"
 #include "TestSupport.h"
 #include "engine/Mix.h"
 
@@ -9,18 +10,6 @@
 using namespace quelmor::test;
 
 namespace {
-
-// An image whose every pixel holds `px` (channel by channel).
-DQImagePtr Solid(int w, int h, int channels, int type, std::initializer_list<float> px) {
-    DQImagePtr image = DQMakeImage(w, h, channels, type);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            int c = 0;
-            for (float v : px)
-                image->SetChannelFloat(x, y, c++, v);
-        }
-    return image;
-}
 
 float Get(const DQImage& image, int c, int x = 1, int y = 1) {
     float v = 0;

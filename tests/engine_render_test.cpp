@@ -140,7 +140,7 @@ TEST_F(Clip, SceneRule) {
          [](float s) { return s >= 11.0f ? 1 : 0; }, 2, 0.0f},
         {"scene 3 uses nearest", [](float) { return 3; }, 1, 0.0f},
         {"scene 4 blends frames", [](float) { return 4; }, 0, 0.25f},
-        {"cut elsewhere changes nothing", [](float s) { return s >= 14.0f ? 2 : 0; }, 1, -1.0f},
+        {"cut elsewhere leaves motion on", [](float s) { return s >= 14.0f ? 2 : 0; }, 1, -1.0f},
     };
     engine.timeCurve = [](float) { return 10.25f; };
     for (const Case& c : cases) {
@@ -148,7 +148,10 @@ TEST_F(Clip, SceneRule) {
         // Vector quality 4 would need flow; the scene rule must turn it off.
         const int code = Render(0.0f, c.interpolation, 4);
         if (c.t < 0.0f) {
-            EXPECT_NE(code, 0) << c.name << ": motion is still wanted within a scene";
+            // Within a scene the frame is drawn with motion, and the flow is kept.
+            EXPECT_EQ(code, 0) << c.name;
+            EXPECT_EQ(engine.internal->vectorQuality, 4) << c.name;
+            EXPECT_FALSE(NoFlowKept()) << c.name;
             EXPECT_EQ(engine.Outstanding(), 0) << c.name;
             continue;
         }

@@ -1,0 +1,209 @@
+// The single-layer road with inverse warping: getting the flow (computed or kept), checking out
+// the frames to track and to warp, warping and mixing by interpolation, and motion blur.
+
+#include "engine/SingleLayerRoad.h"
+
+#include "engine/EnergyBlend.h"
+#include "engine/FlowObjects.h"
+#include "engine/Mix.h"
+#include "engine/SequenceFrames.h"
+#include "flow/Flow.h"
+#include "warp/Warp.h"
+
+#include <cmath>
+#include <cstdio>
+
+void RoadNotAvailable(const char* road) {
+    std::fprintf(stderr, "Quelmor: the %s road is not available in this build\n", road);
+    DQThrow(kDQErrBadArgument);
+}
+
+namespace {
+
+constexpr int kBandPass = 1;
+constexpr int kSmoothing = 1;
+constexpr int kSkipPropagation = 0;
+// Motion blur needs a time span and an amount above these.
+constexpr float kLeastSpan = 1e-06f;
+constexpr float kLeastMotionBlur = 0.005f;
+
+class SingleLayerRoad {
+public:
+    SingleLayerRoad(ZUQuelmor4& engine, ZUQuelmor4Internal& state, const RenderRequest& request,
+                    PassMotion& motion, const RoadPass& pass, ZUIdleAndProgressClass& progress)
+        : engine_(engine), state_(state), req_(request), motion_(motion), pass_(pass),
+          progress_(progress), tracking_(engine, state), warped_(engine, state) {}
+
+    void Draw(DQImage* dest);
+
+private:
+    void RefuseRowsNotBuilt() const;
+    DQImage* GetFlow();
+    void ComputeFlowInRange(DQImage* result, DQImage* first, DQImage* second, int firstFrame,
+                            int secondFrame, float low, float high);
+    void CheckOutFramesToWarp();
+    void WarpAndMix(DQImage* dest, DQImage* nearestFlow);
+    void MotionBlur(DQImage* dest);
+    DQImage* Working(DQImagePtr& slot, const DQImage* like);
+    static void Warp(DQImage* dest, DQImage* source, DQImage* flow, float scale);
+
+    ZUQuelmor4& engine_;
+    ZUQuelmor4Internal& state_;
+    const RenderRequest& req_;
+    PassMotion& motion_;
+    const RoadPass& pass_;
+    ZUIdleAndProgressClass& progress_;
+    SequenceFramePair tracking_;
+    SequenceFramePair warped_;
+    DQImagePtr warpedA_;
+    DQImagePtr warpedB_;
+};
+
+void SingleLayerRoad::RefuseRowsNotBuilt() const {
+    if (pass_.externalVectors) RoadNotAvailable("external-vector");
+    if (!state_.doOpticalFlow[0]) RoadNotAvailable("geometry-only motion");
+    if (state_.warping == 1) RoadNotAvailable("inverse-with-smart-blend");
+    if (state_.warping != 0) RoadNotAvailable("forward-warp");
+}
+
+void SingleLayerRoad::Draw(DQImage* dest) {
+    RefuseRowsNotBuilt();
+    DQImage* nearestFlow = GetFlow();
+    CheckOutFramesToWarp();
+    WarpAndMix(dest, nearestFlow);
+    MotionBlur(dest);
+}
+
+// A full-size working image with the layout of `like` (the frame being drawn), made on first use.
+DQImage* SingleLayerRoad::Working(DQImagePtr& slot, const DQImage* like) {
+    if (!slot) {
+        slot =
+            DQMakeImage(like->width, like->height, like->channels, like->dataType, like->bottomUp);
+        slot->whitePoint = like->whitePoint;
+    }
+    return slot.get();
+}
+
+// Runs the flow object from `first` to `second` in the progress range low..high, with the
+// geometry of the pair as seeds when there is any.
+void SingleLayerRoad::ComputeFlowInRange(DQImage* result, DQImage* first, DQImage* second,
+                                         int firstFrame, int secondFrame, float low, float high) {
+    progress_.SetSubRange(low, high);
+    if (!motion_.needMotion) return;
+    DQOpticalFlowUChar* flow = state_.opticalFlow;
+    if (motion_.anyGeometry)
+        state_.FeedGeometryToFlow(engine_, flow, 0, firstFrame, secondFrame, req_.fieldsIn);
+    ZUIdleAndProgressClass child(&progress_);
+    ++state_.flowRuns;
+    flow->ComputeFlow(result, first, second, kBandPass, kSmoothing, kSkipPropagation, &child,
+                      state_.enhanceImages);
+}
+
+// Makes or keeps the flow object, checks out the tracking frames and computes the flows the
+// interpolation needs. Returns the flow that "Nearest" warps with.
+DQImage* SingleLayerRoad::GetFlow() {
+    DestroyFlow(state_.morphFlow);
+    if (!state_.opticalFlow) {
+        state_.opticalFlow = MakeOpticalFlow(state_.width, state_.height, state_.flowLevel,
+                                             motion_.anyGeometry, state_.layerCount != 1);
+        motion_.needMotion = true;
+        if (req_.alphaFirst) state_.opticalFlow->videoLevels = true;
+    }
+    state_.opticalFlow->SetSensitivity(pass_.sensitivity);
+    tracking_.CheckOut(motion_.frameA, motion_.frameB, req_.fieldsIn, req_.flowFromSequence != 1);
+    DQImage* a = tracking_.A();
+    DQImage* b = tracking_.B();
+    const float p = float(pass_.pass);
+    const float passes = float(pass_.passes);
+
+    DQImage* nearestFlow = nullptr;
+    if (state_.interpolation == kNearest) {
+        const bool useAtoB = motion_.weightA < 0.5f;
+        if (useAtoB)
+            ComputeFlowInRange(nullptr, a, b, motion_.frameA, motion_.frameB, p / passes,
+                               (p + 1.0f) / passes);
+        else
+            ComputeFlowInRange(nullptr, b, a, motion_.frameB, motion_.frameA, p / passes,
+                               (p + 1.0f) / passes);
+        nearestFlow = FlowOutputOf(state_.opticalFlow);
+    } else {
+        if (!state_.flowBtoA) {
+            DQImagePtr image = DQMakeImage(state_.flowWidth, state_.flowHeight, 2, DQ_FLOAT);
+            state_.flowBtoA = image.release();
+        }
+        const float all = 2.0f * passes;
+        ComputeFlowInRange(state_.flowBtoA, b, a, motion_.frameB, motion_.frameA, 2.0f * p / all,
+                           (2.0f * p + 1.0f) / all);
+        progress_.RepeatProgress();
+        ComputeFlowInRange(nullptr, a, b, motion_.frameA, motion_.frameB, (2.0f * p + 1.0f) / all,
+                           (2.0f * p + 2.0f) / all);
+        state_.flowAtoB = FlowOutputOf(state_.opticalFlow); // borrowed from the flow object
+    }
+    progress_.RepeatProgress();
+    return nearestFlow;
+}
+
+// With motion measured on the frames themselves the tracking frames are warped; otherwise they
+// go back and the frames to warp are checked out.
+void SingleLayerRoad::CheckOutFramesToWarp() {
+    if (req_.flowFromSequence != 0 && !pass_.externalVectors && tracking_.Held()) return;
+    tracking_.GiveBack();
+    warped_.CheckOut(motion_.frameA, motion_.frameB, req_.fieldsIn, false);
+}
+
+void SingleLayerRoad::Warp(DQImage* dest, DQImage* source, DQImage* flow, float scale) {
+    if (DQWarpInverse(dest, source, flow, 1, nullptr, 1, scale) == 0) DQThrow(kDQErrBadArgument);
+}
+
+// Inverse warps pull a frame with the flow that starts at the other frame, so the flows cross:
+// A is pulled with the flow from B to A.
+void SingleLayerRoad::WarpAndMix(DQImage* dest, DQImage* nearestFlow) {
+    DQImage* a = warped_.Held() ? warped_.A() : tracking_.A();
+    DQImage* b = warped_.Held() ? warped_.B() : tracking_.B();
+    const float wa = motion_.weightA;
+    const float wb = 1.0f - wa;
+    switch (state_.interpolation) {
+    case kNearest:
+        // The frame nearer in time moves the short way; 0.5 counts as nearer to A.
+        if (wa < 0.5f)
+            Warp(dest, b, nearestFlow, wa);
+        else
+            Warp(dest, a, nearestFlow, wb);
+        break;
+    case kBlend: {
+        DQImage* movedA = Working(warpedA_, dest);
+        DQImage* movedB = Working(warpedB_, dest);
+        Warp(movedA, a, state_.flowBtoA, wb);
+        Warp(movedB, b, state_.flowAtoB, wa);
+        Dissolve(dest, movedA, movedB, wb);
+        break;
+    }
+    default:
+        EnergyBlendInverse(dest, a, state_.flowAtoB, b, state_.flowBtoA, Working(warpedA_, dest),
+                           Working(warpedB_, dest), wa);
+    }
+}
+
+// Blurs along the flow when the output spans more than a source frame, sharpens when it spans
+// less, and leaves the picture as it is at a span of one.
+void SingleLayerRoad::MotionBlur(DQImage* dest) {
+    const float span = std::fabs(pass_.t0 - pass_.t1);
+    DQImage* flow = state_.AnyFlowAtoB();
+    if (!(span > kLeastSpan) || !(engine_.motionBlur > kLeastMotionBlur) || !flow) return;
+    const float amount = (span - 1.0f) * engine_.motionBlur;
+    DQImage* blurred = Working(warpedA_, dest);
+    progress_.CollapseSubRange();
+    ZUIdleAndProgressClass child(&progress_);
+    ZUQuelmor4Internal::ApplyMotionBlur(blurred, dest, flow, engine_.highQuality == 1, &child,
+                                        amount);
+    dest->CopyFrom(0, 0, blurred, 0, 0, blurred->width, blurred->height);
+}
+
+} // namespace
+
+void DrawSingleLayer(ZUQuelmor4& engine, ZUQuelmor4Internal& state, const RenderRequest& request,
+                     PassMotion& motion, const RoadPass& pass, ZUIdleAndProgressClass& progress,
+                     DQImage* dest) {
+    SingleLayerRoad road(engine, state, request, motion, pass, progress);
+    road.Draw(dest);
+}
