@@ -72,7 +72,7 @@ void BlurBand(const BlurJob& job, int firstBand, int lastBand) {
                     const float px = xf + k * stepX;
                     const float py = yf + k * stepY;
                     if (!(px >= 0.0f && px < widthF && py >= 0.0f && py < heightF)) break;
-                    float sample[C];
+                    float sample[4];
                     SampleBilinear<T, C>(source, px, py, sample);
                     for (int c = 0; c < C; ++c)
                         sum[c] += sample[c];

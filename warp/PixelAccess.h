@@ -27,6 +27,43 @@ private:
     E* data_;
 };
 
+// Typed arrays cut one after another from a block of bytes, each on a 64-byte boundary. Run once
+// without a block to learn the size (Used), then over a block of that size.
+class Carver {
+public:
+    static constexpr size_t kAlign = 64;
+    explicit Carver(uint8_t* block = nullptr) : block_(block) {}
+    template <class E>
+    E* Take(size_t count) {
+        E* p = block_ ? reinterpret_cast<E*>(block_ + used_) : nullptr;
+        used_ += (count * sizeof(E) + kAlign - 1) / kAlign * kAlign;
+        return p;
+    }
+    size_t Used() const { return used_; }
+
+private:
+    uint8_t* block_;
+    size_t used_ = 0;
+};
+
+// The working memory of the bands of one parallel pass, the same size for each band, made before
+// the fork so that bands allocate nothing.
+class BandSpace {
+public:
+    BandSpace(int bands, size_t bytesPerBand)
+        : stride_((bytesPerBand + Carver::kAlign - 1) / Carver::kAlign * Carver::kAlign),
+          block_(stride_ * static_cast<size_t>(bands > 0 ? bands : 1) + Carver::kAlign) {}
+    uint8_t* For(int band) const {
+        const auto base = reinterpret_cast<uintptr_t>(block_.get());
+        const uintptr_t aligned = (base + Carver::kAlign - 1) / Carver::kAlign * Carver::kAlign;
+        return reinterpret_cast<uint8_t*>(aligned) + stride_ * static_cast<size_t>(band);
+    }
+
+private:
+    size_t stride_;
+    Scratch<uint8_t> block_;
+};
+
 // Logical rows of an image as a base address and a signed step, so that row y + 1 is one add
 // away from row y whatever the storage order.
 template <class T>

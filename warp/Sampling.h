@@ -89,27 +89,70 @@ inline void Store4(T* p, Float4 v) {
     }
 }
 
-// Bilinear sample of all channels at a cell pair: along x on both rows, then along y. A
-// four-channel pixel is one vector.
+// Stores the first three lanes of v as StoreSample would.
+template <class T>
+inline void Store3(T* p, Float4 v) {
+    if constexpr (std::is_floating_point_v<T>) {
+        std::memcpy(p, &v, 3 * sizeof(T));
+    } else {
+        T four[4];
+        Store4(four, v);
+        std::memcpy(p, four, 3 * sizeof(T));
+    }
+}
+
+// Bilinear sample of all channels of a cell whose upper-left pixel is at `a` and lower-left pixel
+// at `b`: along x on both rows, then along y. Three and four channels are one vector per pixel;
+// a three-channel pixel leaves garbage in the fourth lane of `out`.
 template <class T, int C>
-[[gnu::always_inline]] inline void SampleCell(const RowView<T>& image, Tap cx, Tap cy, float* out) {
-    const T* a = image.Row(cy.index) + cx.index * C;
-    const T* b = RowView<T>::Next(a, image.step);
-    if constexpr (C == 4) {
-        const Float4 a0 = Load4(a), a1 = Load4(a + 4), b0 = Load4(b), b1 = Load4(b + 4);
-        const Float4 top = a0 + cx.fraction * (a1 - a0);
-        const Float4 bottom = b0 + cx.fraction * (b1 - b0);
-        const Float4 v = top + cy.fraction * (bottom - top);
+[[gnu::always_inline]] inline void SampleAt(const T* a, const T* b, float tx, float ty,
+                                            float* out) {
+    if constexpr (C == 4 || C == 3) {
+        Float4 a0, a1, b0, b1;
+        if constexpr (C == 4) {
+            a0 = Load4(a), a1 = Load4(a + 4), b0 = Load4(b), b1 = Load4(b + 4);
+        } else {
+            // The right pixel is read from two elements before it, so that no load leaves the
+            // six elements of the pair.
+            a0 = Load4(a), b0 = Load4(b);
+            const Float4 ar = Load4(a + 2), br = Load4(b + 2);
+            a1 = __builtin_shufflevector(ar, ar, 1, 2, 3, 3);
+            b1 = __builtin_shufflevector(br, br, 1, 2, 3, 3);
+        }
+        const Float4 top = a0 + tx * (a1 - a0);
+        const Float4 bottom = b0 + tx * (b1 - b0);
+        const Float4 v = top + ty * (bottom - top);
         std::memcpy(out, &v, sizeof v);
     } else {
         for (int c = 0; c < C; ++c) {
-            const float top =
-                Lerp(static_cast<float>(a[c]), static_cast<float>(a[C + c]), cx.fraction);
-            const float bottom =
-                Lerp(static_cast<float>(b[c]), static_cast<float>(b[C + c]), cx.fraction);
-            out[c] = Lerp(top, bottom, cy.fraction);
+            const float top = Lerp(static_cast<float>(a[c]), static_cast<float>(a[C + c]), tx);
+            const float bottom = Lerp(static_cast<float>(b[c]), static_cast<float>(b[C + c]), tx);
+            out[c] = Lerp(top, bottom, ty);
         }
     }
+}
+
+// Stores a sampled pixel of C channels as StoreSample would; `px` holds max(C, 4) floats.
+template <class T, int C>
+[[gnu::always_inline]] inline void StorePixel(T* target, const float* px) {
+    if constexpr (C == 4 || C == 3) {
+        Float4 v;
+        std::memcpy(&v, px, sizeof v);
+        if constexpr (C == 4)
+            Store4(target, v);
+        else
+            Store3(target, v);
+    } else {
+        for (int c = 0; c < C; ++c)
+            target[c] = StoreSample<T>(px[c]);
+    }
+}
+
+// Bilinear sample of all channels at a cell pair. `out` has room for max(C, 4) floats.
+template <class T, int C>
+[[gnu::always_inline]] inline void SampleCell(const RowView<T>& image, Tap cx, Tap cy, float* out) {
+    const T* a = image.Row(cy.index) + cx.index * C;
+    SampleAt<T, C>(a, RowView<T>::Next(a, image.step), cx.fraction, cy.fraction, out);
 }
 
 template <class T, int C>

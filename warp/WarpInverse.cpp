@@ -1,8 +1,8 @@
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
 #include "warp/LevelOfDetail.h"
-#include "warp/Sampling.h"
 #include "warp/Warp.h"
+#include "warp/WarpRows.h"
 
 #include <array>
 #include <cmath>
@@ -46,7 +46,8 @@ struct MipLevels {
     }
 };
 
-// Sample of the mip map at the relative position (a, b) of the image, between two levels.
+// Sample of the mip map at the relative position (a, b) of the image, between two levels. `out`
+// has room for max(C, 4) floats.
 template <class T, int C>
 inline void SampleMip(const MipLevels<T>& mip, float level, float a, float b, float* out) {
     auto at = [&](int i, float* px) {
@@ -57,7 +58,7 @@ inline void SampleMip(const MipLevels<T>& mip, float level, float a, float b, fl
     if (level <= 0.0f) return at(0, out);
     if (level >= static_cast<float>(mip.count - 1)) return at(mip.count - 1, out);
     const int i = static_cast<int>(level);
-    float upper[C];
+    float upper[4];
     at(i, out);
     at(i + 1, upper);
     const float t = level - static_cast<float>(i);
@@ -66,109 +67,71 @@ inline void SampleMip(const MipLevels<T>& mip, float level, float a, float b, fl
 }
 
 template <class T, int C>
-inline void StorePixel(T* target, const float* px) {
-    if constexpr (C == 4) {
-        Float4 v;
-        std::memcpy(&v, px, sizeof v);
-        Store4(target, v);
-    } else {
-        for (int c = 0; c < C; ++c)
-            target[c] = StoreSample<T>(px[c]);
+void SampleMipRow(const MipLevels<T>& mip, const float* level, const float* sx, const float* sy,
+                  float toA, float toB, int width, T* target) {
+    for (int x = 0; x < width; ++x) {
+        float px[4];
+        SampleMip<T, C>(mip, level[x], sx[x] * toA, sy[x] * toB, px);
+        StorePixel<T, C>(target + x * C, px);
     }
 }
 
-// A pixel that is only partly inside: stored as usual, then faded by the coverage.
-template <class T, int C>
-inline void StoreFaded(T* target, const float* px, float coverage) {
-    for (int c = 0; c < C; ++c) {
-        if constexpr (std::is_floating_point_v<T>)
-            target[c] = px[c] * coverage;
-        else
-            target[c] = StoreSample<T>(static_cast<float>(StoreSample<T>(px[c])) * coverage);
-    }
-}
-
-inline uint8_t CoverageWeight(float coverage) {
-    return StoreSample<uint8_t>(coverage * 255.0f);
-}
-
+// One band of the warp, a row at a time: the flow rows around it, the source positions and
+// cells, the edge handling where some position leaves the source, then the samples.
 template <class T, int C, bool Extend, bool Mip>
-void WarpBand(const WarpJob& job, int first, int last) {
+void WarpBand(const WarpJob& job, uint8_t* block, int first, int last) {
+    const int width = job.dest->width;
+    const WarpRowSpace space(block, width);
+    FlowRowReader vectors(*job.flow, job.flowColumns, width, space.flowSpace);
     const RowView<T> source(*job.source);
     const RowView<T> dest(*job.dest);
-    const RowView<float> flow(*job.flow);
-    const int width = job.dest->width;
-    const float widthF = static_cast<float>(job.source->width);
-    const float heightF = static_cast<float>(job.source->height);
-    const float lastColumn = static_cast<float>(job.source->lastColumn);
-    const float lastRow = static_cast<float>(job.source->lastRow);
-    const float toA = 1.0f / lastColumn;
-    const float toB = 1.0f / lastRow;
+    const int32_t flowLastRow = job.flow->lastRow;
+    const SourceFrame frame{static_cast<float>(job.source->width),
+                            static_cast<float>(job.source->height),
+                            static_cast<float>(job.source->lastColumn),
+                            static_cast<float>(job.source->lastRow),
+                            source.lastColumn,
+                            source.lastRow,
+                            static_cast<int32_t>(C * sizeof(T)),
+                            source.step};
     // Locals rather than fields of the job: stores of 8-bit elements may alias anything, and
     // would otherwise force every field to be reloaded per pixel.
     const float gx = job.gx;
     const float gy = job.gy;
     const float fy = job.fy;
-    const Tap* flowColumns = job.flowColumns;
     uint8_t* const weightOrigin = job.weight ? job.weight->RowAddress(0) : nullptr;
     const int32_t weightStep = job.weight ? job.weight->rowStep : 0;
     std::optional<MipLevels<T>> mip;
     if constexpr (Mip) mip.emplace(*job.mip);
-    auto sample = [&](float sx, float sy, int x, const float* levelRow, float* px) {
-        if constexpr (Mip)
-            SampleMip<T, C>(*mip, levelRow[x], sx * toA, sy * toB, px);
-        else
-            SampleBilinear<T, C>(source, sx, sy, px);
-    };
+    constexpr bool kCells = !Mip;
 
     // The fade of partly covered pixels carries over from one such pixel to the next within the
     // band; it is not reset per pixel or per row.
     float coverage = 1.0f;
     for (int y = first; y <= last; ++y) {
         const float yf = static_cast<float>(y);
-        const Tap cy = CellOf(yf * fy, flow.lastRow);
         T* target = dest.Row(y);
         uint8_t* weight = weightOrigin ? weightOrigin + y * weightStep : nullptr;
-        const float* levelRow = nullptr;
-        if constexpr (Mip) levelRow = job.levelOfDetail->Row<float>(y);
-        if (Extend && weight) std::memset(weight, 255, static_cast<size_t>(width));
-        for (int x = 0; x < width; ++x) {
-            const float xf = static_cast<float>(x);
-            float u, v;
-            ReadFlow(flow, flowColumns[x], cy, u, v);
-            float sx = gx * u + xf;
-            float sy = gy * v + yf;
-            float px[C];
-            T* pixel = target + x * C;
-            if constexpr (Extend) {
-                ClipToEdges(sx, sy, xf, yf, lastColumn, lastRow);
-                sample(sx, sy, x, levelRow, px);
-                StorePixel<T, C>(pixel, px);
-                continue;
-            }
-            if (sx <= -1.0f || sx >= widthF || sy <= -1.0f || sy >= heightF) {
-                for (int c = 0; c < C; ++c)
-                    pixel[c] = T(0);
-                if (weight) weight[x] = 0;
-            } else if (sx >= 0.0f && sx <= lastColumn && sy >= 0.0f && sy <= lastRow) {
-                sample(sx, sy, x, levelRow, px);
-                StorePixel<T, C>(pixel, px);
-                if (weight) weight[x] = 255;
-            } else {
-                if (sx < 0.0f)
-                    coverage = sx + 1.0f;
-                else if (sx > lastColumn)
-                    coverage = widthF - sx;
-                if (sy < 0.0f)
-                    coverage *= sy + 1.0f;
-                else if (sy > lastRow)
-                    coverage *= heightF - sy;
-                ClipToEdges(sx, sy, xf, yf, lastColumn, lastRow);
-                sample(sx, sy, x, levelRow, px);
-                StoreFaded<T, C>(pixel, px, coverage);
-                if (weight) weight[x] = CoverageWeight(coverage);
-            }
+
+        const FlowRowPair flow = vectors.Rows(CellOf(yf * fy, flowLastRow));
+        const bool edges = RowPositions<kCells>(flow, gx, gy, yf, width, frame, space);
+        if (edges) {
+            if constexpr (Extend)
+                ClipRow<kCells>(space, width, yf, frame);
+            else
+                ClassifyRow<kCells>(space, width, yf, frame, coverage);
         }
+
+        if constexpr (Mip)
+            SampleMipRow<T, C>(*mip, job.levelOfDetail->Row<float>(y), space.sx, space.sy,
+                               1.0f / frame.lastColumn, 1.0f / frame.lastRow, width, target);
+        else
+            SampleRow<T, C>(source, space.taps, width, target);
+
+        if (!Extend && edges)
+            FinishFadedRow<T, C>(target, weight, space, width);
+        else if (weight)
+            std::memset(weight, 255, static_cast<size_t>(width));
     }
 }
 
@@ -227,19 +190,21 @@ int DQWarpInverse(DQImage* dest, DQImage* source, DQImage* flow, int extendEdges
         ComputeLevelOfDetail(levelOfDetail.get(), flow, *mip, filterMode);
     }
 
-    Scratch<Tap> flowColumns(static_cast<size_t>(source->width));
-    for (int x = 0; x < source->width; ++x)
-        flowColumns[x] = CellOf(static_cast<float>(x) * fx, flow->lastColumn);
+    const int width = source->width;
+    Scratch<Tap> flowColumns(static_cast<size_t>(width));
+    FlowColumns(flowColumns.get(), width, fx, flow->lastColumn);
 
     const WarpJob job{
         source, dest,       flow,       weight,           mip.get(), levelOfDetail.get(),
         fy,     scale / fx, scale / fy, flowColumns.get()};
     const bool extend = extendEdges != 0;
     const bool filtered = mip != nullptr;
+    const int threads = ZUMPNumThreadsForRows(source->height);
+    const BandSpace space(threads, WarpRowSpace::Bytes(width));
     DQDispatchTypeChannels(source->dataType, source->channels, [&]<class T, int C>() {
         auto run = [&]<bool Extend, bool Mip>() {
-            ZUMPForRows(source->height, [&](int, int first, int last) {
-                WarpBand<T, C, Extend, Mip>(job, first, last);
+            ZUMPForRows(threads, source->height, [&](int worker, int first, int last) {
+                WarpBand<T, C, Extend, Mip>(job, space.For(worker), first, last);
             });
         };
         if (extend && filtered)
