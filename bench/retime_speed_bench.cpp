@@ -1,0 +1,190 @@
+// Speed of retiming at "Best" with "Blend" on the real clip, at its own size (960x507) and
+// bilinearly upscaled to 1920x1080.
+//
+//   BM_FreshInBetween/W/H      one in-between frame (t = 0.5) with fresh flows: two flows, two
+//                              warps, the mix. Counters: flow_ms and warp_mix_ms, the latter
+//                              timed on the same frame rendered again from kept flows.
+//   BM_SlowMotion4x/W/H/N      4x slow motion of the first N source frames with "Cache Last
+//                              Motion" on: per source interval, one frame on the source frame,
+//                              one that computes flow and two that reuse it. Counters: output
+//                              fps, flow_ms per interval, warp_mix_ms per in-between frame,
+//                              copy_ms per frame on a source frame.
+//
+// Workers: one per core. Without the clip (or OpenImageIO) every benchmark skips.
+#include "FlowBenchSupport.h"
+#include "RetimeBenchSupport.h"
+
+#include "flow/FlowTiming.h"
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <tuple>
+
+namespace {
+
+using namespace quelmor::bench;
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// The first `count` frames of the clip at `width` x `height`, read once per size.
+const std::vector<Owned>& ClipFrames(int width, int height, int count) {
+    static std::map<std::tuple<int, int, int>, std::vector<Owned>> cache;
+    auto& frames = cache[{width, height, count}];
+    if (!frames.empty()) return frames;
+    const auto dir = DataDir() / "clip";
+    for (int i = 0; i < count; ++i) {
+        char name[16];
+        std::snprintf(name, sizeof name, "%03d.png", i);
+        Owned frame = ReadRGBA(dir / name);
+        if (!frame) break;
+        if (frame->width != width || frame->height != height) {
+            Owned scaled(new DQImage(width, height, 4, DQ_UCHAR, 0));
+            ResizeBilinear(scaled.get(), frame.get());
+            frame = std::move(scaled);
+        }
+        frames.push_back(std::move(frame));
+    }
+    if (int(frames.size()) < count) frames.clear();
+    return frames;
+}
+
+std::vector<DQImage*> Borrow(const std::vector<Owned>& frames) {
+    std::vector<DQImage*> out;
+    for (const Owned& f : frames)
+        out.push_back(f.get());
+    return out;
+}
+
+RetimeSettings BestBlend() {
+    RetimeSettings s;
+    s.vectorQuality = 4;
+    s.interpolation = 1;
+    s.cacheLastMotion = 1;
+    return s;
+}
+
+void BM_FreshInBetween(benchmark::State& state) {
+    const int width = int(state.range(0)), height = int(state.range(1));
+    const auto& frames = ClipFrames(width, height, 2);
+    if (frames.empty()) {
+        state.SkipWithError("clip not found (or built without OpenImageIO)");
+        return;
+    }
+    SetWorkers(width, height);
+    ClipEngine engine(Borrow(frames));
+    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
+    const RetimeSettings settings = BestBlend();
+    if (RenderFrame(engine, out.get(), 0.5f, settings) != 0) {
+        state.SkipWithError("the engine failed to render the frame");
+        return;
+    }
+    double fresh = 0.0;
+    for (auto _ : state) {
+        engine.ResetMotion();
+        const auto start = Clock::now();
+        RenderFrame(engine, out.get(), 0.5f, settings);
+        const double seconds = SecondsSince(start);
+        fresh += seconds;
+        state.SetIterationTime(seconds);
+    }
+    fresh /= double(state.iterations());
+    // The same frame again from the kept flows: warp and mix alone.
+    double warpMix = 1e30;
+    for (int i = 0; i < 5; ++i) {
+        const auto start = Clock::now();
+        RenderFrame(engine, out.get(), 0.5f, settings);
+        warpMix = std::min(warpMix, SecondsSince(start));
+    }
+    state.counters["flow_ms"] = 1000.0 * (fresh - warpMix);
+    state.counters["warp_mix_ms"] = 1000.0 * warpMix;
+    state.counters["workers"] = ZUMPGetNumThreads();
+}
+BENCHMARK(BM_FreshInBetween)
+    ->Args({960, 507})
+    ->Args({1920, 1080})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(2.0);
+
+// Frames of a slow motion sorted by what they cost.
+struct SlowMotionTimes {
+    double sourceFrames = 0.0, freshFrames = 0.0, reuseFrames = 0.0, flow = 0.0;
+    int sourceCount = 0, freshCount = 0, reuseCount = 0;
+};
+
+void BM_SlowMotion4x(benchmark::State& state) {
+    const int width = int(state.range(0)), height = int(state.range(1));
+    const int count = int(state.range(2));
+    const auto& frames = ClipFrames(width, height, count);
+    if (frames.empty()) {
+        state.SkipWithError("clip not found (or built without OpenImageIO)");
+        return;
+    }
+    SetWorkers(width, height);
+    const RetimeSettings settings = BestBlend();
+    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
+    const int outputFrames = 4 * (count - 1);
+    SlowMotionTimes times;
+    DQFlowStepTimes steps;
+    DQFlowSetStepTimes(&steps);
+    for (auto _ : state) {
+        ClipEngine engine(Borrow(frames));
+        engine.timeCurve = [](float t) { return t / 4.0f; };
+        double seconds = 0.0;
+        for (int n = 0; n < outputFrames; ++n) {
+            double flowBefore = 0.0;
+            for (double s : steps.seconds)
+                flowBefore += s;
+            const auto start = Clock::now();
+            if (RenderFrame(engine, out.get(), float(n), settings) != 0) {
+                state.SkipWithError("the engine failed to render a frame");
+                DQFlowSetStepTimes(nullptr);
+                return;
+            }
+            const double t = SecondsSince(start);
+            double flowAfter = 0.0;
+            for (double s : steps.seconds)
+                flowAfter += s;
+            seconds += t;
+            if (n % 4 == 0) {
+                times.sourceFrames += t;
+                ++times.sourceCount;
+            } else if (flowAfter > flowBefore) {
+                times.freshFrames += t;
+                ++times.freshCount;
+            } else {
+                times.reuseFrames += t;
+                ++times.reuseCount;
+            }
+        }
+        state.SetIterationTime(seconds);
+    }
+    DQFlowSetStepTimes(nullptr);
+    const double reuse = times.reuseCount ? times.reuseFrames / times.reuseCount : 0.0;
+    const double fresh = times.freshCount ? times.freshFrames / times.freshCount : 0.0;
+    const double all = times.sourceFrames + times.freshFrames + times.reuseFrames;
+    state.counters["fps"] = (times.sourceCount + times.freshCount + times.reuseCount) / all;
+    state.counters["flow_ms"] = 1000.0 * (fresh - reuse);
+    state.counters["warp_mix_ms"] = 1000.0 * reuse;
+    state.counters["copy_ms"] =
+        times.sourceCount ? 1000.0 * times.sourceFrames / times.sourceCount : 0.0;
+    state.counters["fresh_frames"] = times.freshCount;
+    state.counters["reused_frames"] = times.reuseCount;
+    state.SetItemsProcessed(int64_t(outputFrames) * state.iterations());
+}
+BENCHMARK(BM_SlowMotion4x)
+    ->Args({960, 507, 17})
+    ->Args({1920, 1080, 17})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
+} // namespace
+
+BENCHMARK_MAIN();
