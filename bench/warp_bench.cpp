@@ -1,8 +1,9 @@
 // Speed of the pixel workhorses of the retime beside OpenCV's equivalents on the same data:
 // the inverse warp of a 1080p RGBA frame by a half-size flow against cv::remap on the equivalent
-// full-size map, the Gaussian of radius 7 on a 960x540 RGB float image against cv::sepFilter2D
-// with the same taps, and the 2:1 bilinear resize of a float plane against cv::resize.
-// Each benchmark takes the worker count as its argument; OpenCV is given the same count.
+// full-size map, the blur along the same flow, the Gaussian of radius 7 on a 960x540 RGB float
+// image against cv::sepFilter2D with the same taps, and the 2:1 bilinear resize of a float plane
+// against cv::resize. Each benchmark takes the worker count as its argument; OpenCV is given the
+// same count.
 #include "image/Image.h"
 #include "sparkhost/WorkerPool.h"
 #include "warp/Warp.h"
@@ -78,6 +79,20 @@ void BM_WarpInverse(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * kFrameWidth * kFrameHeight);
 }
 BENCHMARK(BM_WarpInverse)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// The motion blur of a retimed frame: each pixel of a 1080p RGBA frame is the mean of samples
+// along its vector of the half-size flow. There is no OpenCV equivalent; cv::remap above is the
+// yardstick, as one sample per pixel.
+void BM_BlurAlongFlow(benchmark::State& state) {
+    UseWorkers(static_cast<int>(state.range(0)));
+    WarpData data;
+    for (auto _ : state) {
+        DQBlurAlongFlow(data.dest.get(), data.source.get(), data.flow.get(), 1, nullptr, 0, 0.5f);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * kFrameWidth * kFrameHeight);
+}
+BENCHMARK(BM_BlurAlongFlow)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 constexpr float kGaussRadius = 7.0f;
 constexpr int kBlurWidth = 960;

@@ -4,6 +4,7 @@
 // (x, y) + scale * vector in source pixels, edges shortened along the vector or faded with a
 // coverage that runs on along the band.
 #include "TestSupport.h"
+#include "WarpReference.h"
 #include "WarpTestImages.h"
 #include "warp/Warp.h"
 
@@ -15,43 +16,6 @@
 using namespace quelmor::test;
 
 namespace {
-
-float Mix(float a, float b, float t) {
-    return a + t * (b - a);
-}
-
-// Cell and fraction of a position: the last cell at fraction 1 at or past the last pixel.
-void Cell(float position, int lastIndex, int& index, float& fraction) {
-    index = static_cast<int>(position);
-    fraction = position - static_cast<float>(index);
-    if (index >= lastIndex) {
-        index = lastIndex - 1;
-        fraction = 1.0f;
-    }
-}
-
-std::vector<float> SampleAt(const DQImage& image, float sx, float sy) {
-    int ix, iy;
-    float tx, ty;
-    Cell(sx, image.lastColumn, ix, tx);
-    Cell(sy, image.lastRow, iy, ty);
-    std::vector<float> out(static_cast<size_t>(image.channels));
-    for (int c = 0; c < image.channels; ++c) {
-        const float a0 = static_cast<float>(ElementAt(image, ix, iy, c));
-        const float a1 = static_cast<float>(ElementAt(image, ix + 1, iy, c));
-        const float b0 = static_cast<float>(ElementAt(image, ix, iy + 1, c));
-        const float b1 = static_cast<float>(ElementAt(image, ix + 1, iy + 1, c));
-        out[c] = Mix(Mix(a0, a1, tx), Mix(b0, b1, tx), ty);
-    }
-    return out;
-}
-
-double Stored(int dataType, double v) {
-    if (dataType == DQ_FLOAT) return v;
-    const double top = dataType == DQ_UCHAR ? 255.0 : 65535.0;
-    const double r = std::floor(v + 0.5);
-    return r < 0.0 ? 0.0 : r > top ? top : r;
-}
 
 // The warp of one band covering the whole image, pixel by pixel.
 void ReferenceWarp(DQImage& dest, const DQImage& source, const DQImage& flow, bool extend,
@@ -98,28 +62,6 @@ void ReferenceWarp(DQImage& dest, const DQImage& source, const DQImage& flow, bo
             }
             if (weight) SetElement(*weight, x, y, 0, w);
         }
-}
-
-// Largest difference and the number of elements that differ by more than `tolerance`.
-struct Difference {
-    double worst = 0.0;
-    int beyond = 0;
-    int differing = 0;
-    int elements = 0;
-};
-
-Difference Compare(const DQImage& a, const DQImage& b, double tolerance) {
-    Difference d;
-    for (int y = 0; y < a.height; ++y)
-        for (int x = 0; x < a.width; ++x)
-            for (int c = 0; c < a.channels; ++c) {
-                const double e = std::fabs(ElementAt(a, x, y, c) - ElementAt(b, x, y, c));
-                d.worst = std::max(d.worst, e);
-                if (e > tolerance) ++d.beyond;
-                if (e > 0.0) ++d.differing;
-                ++d.elements;
-            }
-    return d;
 }
 
 // A smooth field with vectors that leave the image on every side near the borders.

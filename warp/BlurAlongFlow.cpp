@@ -1,6 +1,7 @@
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
-#include "warp/Sampling.h"
+#include "warp/FlowRows.h"
+#include "warp/SampleRow.h"
 #include "warp/Warp.h"
 
 #include <algorithm>
@@ -18,19 +19,120 @@ struct BlurJob {
     int firstColumn, lastColumn, firstRow;
     float fx, fy;
     float shutter;
+    const Tap* flowColumns; // flow cell of each column of the region
     ZUIdleAndProgressClass* progress;
     int* sharedError;
 };
 
+// The samples of one pixel lie at (x, y) + k * step for k = -reach .. reach, taken forwards from
+// k = 0 and backwards from k = -1, each run stopped at its first sample outside 0 <= px < width,
+// 0 <= py < height. Each of the four limits holds for a half-line of k, so once a sample of a run
+// is outside all later ones are too: the runs are made eight steps at a time, each block adding
+// the samples up to its first one outside.
+struct LineOfSamples {
+    float x, y, stepX, stepY;
+    int reach;
+};
+
 template <class T, int C>
-void BlurBand(const BlurJob& job, int firstBand, int lastBand) {
+class LineSampler {
+public:
+    LineSampler(const RowView<T>& image, float width, float height)
+        : image_(image), width_(width), height_(height) {}
+
+    // Adds the samples of `line` into `sum` (four floats) and returns how many there were.
+    [[gnu::always_inline]] int Sum(const LineOfSamples& line, float* sum) const {
+        Accumulator acc;
+        // Forwards from the pixel itself; backwards only when the pixel itself was inside.
+        if (Run(line, 0.0f, 1.0f, line.reach + 1, acc) > 0)
+            Run(line, -1.0f, -1.0f, line.reach, acc);
+        Float4 total = acc.single + __builtin_shufflevector(acc.pairs, acc.pairs, 0, 1, 2, 3) +
+                       __builtin_shufflevector(acc.pairs, acc.pairs, 4, 5, 6, 7);
+        std::memcpy(sum, &total, sizeof total);
+        return acc.taken;
+    }
+
+private:
+    struct Accumulator {
+        Float4 single = {};
+        Float8 pairs = {};
+        int taken = 0;
+    };
+
+    // Samples at k = start + direction * i for i = 0 .. count - 1, up to the first one outside.
+    // Returns how many were taken.
+    [[gnu::always_inline]] int Run(const LineOfSamples& line, float start, float direction,
+                                   int count, Accumulator& acc) const {
+        const Float8 zero = {};
+        const Float8 lanes = {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f};
+        const Float8 steps = lanes * direction;
+        const Float8 width = zero + width_;
+        const Float8 height = zero + height_;
+        int taken = 0;
+        for (int i = 0; i < count; i += 8) {
+            const Float8 kf = (start + direction * static_cast<float>(i)) + steps;
+            const Float8 px = line.x + kf * line.stepX;
+            const Float8 py = line.y + kf * line.stepY;
+            const Int8 in = (px >= zero) & (px < width) & (py >= zero) & (py < height);
+            // The lanes before the first one outside, and not beyond the run's end.
+            const unsigned within = count - i >= 8 ? 0xffu : (1u << (count - i)) - 1u;
+            const int end = __builtin_ctz(~LaneMask(in) | ~within);
+            if (end > 0) Add(px, py, end, acc);
+            taken += end;
+            if (end < 8) break;
+        }
+        acc.taken += taken;
+        return taken;
+    }
+
+    // Adds the samples of the first `end` lanes.
+    [[gnu::always_inline]] void Add(Float8 px, Float8 py, int end, Accumulator& acc) const {
+        constexpr int32_t kPixelBytes = static_cast<int32_t>(C * sizeof(T));
+        Int8 ix, iy;
+        Float8 tx, ty;
+        CellsOf8(px, image_.lastColumn, ix, tx);
+        CellsOf8(py, image_.lastRow, iy, ty);
+        const Int8 offset = iy * image_.step + ix * kPixelBytes;
+        int lane = 0;
+        if constexpr (std::is_same_v<T, uint8_t> && C == 4) {
+            for (; lane + 2 <= end; lane += 2)
+                acc.pairs +=
+                    SampleTwo(image_.origin + offset[lane], image_.origin + offset[lane + 1],
+                              image_.step, tx[lane], tx[lane + 1], ty[lane], ty[lane + 1]);
+        }
+        for (; lane < end; ++lane) {
+            const T* a = reinterpret_cast<const T*>(image_.origin + offset[lane]);
+            float px4[4];
+            SampleAt<T, C>(a, RowView<T>::Next(a, image_.step), tx[lane], ty[lane], px4);
+            Float4 v;
+            std::memcpy(&v, px4, sizeof v);
+            if constexpr (C >= 3) {
+                acc.single += v;
+            } else {
+                for (int c = 0; c < C; ++c)
+                    acc.single[c] += v[c];
+            }
+        }
+    }
+
+private:
+    RowView<T> image_;
+    float width_, height_;
+};
+
+template <class T, int C>
+void BlurBand(const BlurJob& job, float* flowSpace, int firstBand, int lastBand) {
     const RowView<T> source(*job.source);
     const RowView<T> dest(*job.dest);
-    const RowView<float> flow(*job.flow);
-    const float widthF = static_cast<float>(job.source->width);
-    const float heightF = static_cast<float>(job.source->height);
+    const int firstColumn = job.firstColumn;
+    const int columns = job.lastColumn - firstColumn + 1;
+    FlowRowReader vectors(*job.flow, job.flowColumns, columns, flowSpace);
+    const int32_t flowLastRow = job.flow->lastRow;
+    const LineSampler<T, C> sampler(source, static_cast<float>(job.source->width),
+                                    static_cast<float>(job.source->height));
     const float halfX = job.shutter * 0.5f / job.fx;
     const float halfY = job.shutter * 0.5f / job.fy;
+    const float fy = job.fy;
     std::optional<ZUIldeAndProgressMPInterruptible> progress;
     if (job.progress) progress.emplace(job.progress, false, job.sharedError);
     const float bandRows = static_cast<float>(lastBand - firstBand + 1);
@@ -38,57 +140,41 @@ void BlurBand(const BlurJob& job, int firstBand, int lastBand) {
     for (int r = firstBand; r <= lastBand; ++r) {
         const int y = job.firstRow + r;
         const float yf = static_cast<float>(y);
-        const Tap cy = CellOf(yf * job.fy, flow.lastRow);
+        const FlowRowPair flow = vectors.Rows(CellOf(yf * fy, flowLastRow));
         const T* sourceRow = source.Row(y);
         T* target = dest.Row(y);
-        for (int x = job.firstColumn; x <= job.lastColumn; ++x) {
+        for (int i = 0; i < columns; ++i) {
+            const int x = firstColumn + i;
             const float xf = static_cast<float>(x);
-            float u, v;
-            ReadFlow(flow, CellOf(xf * job.fx, flow.lastColumn), cy, u, v);
+            const float u = Lerp(flow.upperU[i], flow.lowerU[i], flow.ty);
+            const float v = Lerp(flow.upperV[i], flow.lowerV[i], flow.ty);
             const float hx = u * halfX;
             const float hy = v * halfY;
             const float lengthSquared = hx * hx + hy * hy;
-            if (lengthSquared < 1e-06f) {
-                for (int c = 0; c < C; ++c)
-                    target[x * C + c] = sourceRow[x * C + c];
-                continue;
-            }
-            int count = static_cast<int>(std::sqrt(lengthSquared) + 1.0f);
+            int count = 0;
             float stepX = hx;
             float stepY = hy;
-            if (count > 1) {
-                stepX = hx / static_cast<float>(count - 1);
-                stepY = hy / static_cast<float>(count - 1);
-            } else {
-                count = 2;
-            }
-            float sum[C] = {};
-            int taken = 0;
-            // Samples at i steps along the direction for i = begin .. count - 1, stopping at the
-            // first one outside the image.
-            auto gather = [&](float direction, int begin) {
-                for (int i = begin; i < count; ++i) {
-                    const float k = direction * static_cast<float>(i);
-                    const float px = xf + k * stepX;
-                    const float py = yf + k * stepY;
-                    if (!(px >= 0.0f && px < widthF && py >= 0.0f && py < heightF)) break;
-                    float sample[4];
-                    SampleBilinear<T, C>(source, px, py, sample);
-                    for (int c = 0; c < C; ++c)
-                        sum[c] += sample[c];
-                    ++taken;
+            if (!(lengthSquared < 1e-06f)) {
+                count = static_cast<int>(std::sqrt(lengthSquared) + 1.0f);
+                if (count > 1) {
+                    stepX = hx / static_cast<float>(count - 1);
+                    stepY = hy / static_cast<float>(count - 1);
+                } else {
+                    count = 2;
                 }
-            };
-            gather(1.0f, 0);  // the pixel itself and forwards
-            gather(-1.0f, 1); // backwards, from one step behind the pixel
-            if (taken == 0) { // a vector that is not a number: keep the pixel
+            }
+            float sum[4];
+            const int taken = count ? sampler.Sum({xf, yf, stepX, stepY, count - 1}, sum) : 0;
+            // A short vector, or one that is not a number: the pixel stays as it is.
+            if (taken == 0) {
                 for (int c = 0; c < C; ++c)
                     target[x * C + c] = sourceRow[x * C + c];
                 continue;
             }
             const float norm = 1.0f / static_cast<float>(taken);
-            for (int c = 0; c < C; ++c)
-                target[x * C + c] = StoreSample<T>(sum[c] * norm);
+            for (float& s : sum)
+                s *= norm;
+            StorePixel<T, C>(target + x * C, sum);
         }
         if (progress) progress->ReportProgress(static_cast<float>(r - firstBand + 1) / bandRows);
     }
@@ -116,20 +202,27 @@ void DQBlurAlongFlow(DQImage* dest, DQImage* source, DQImage* flow, int firstCol
     if (firstColumn > lastColumn || firstRow > lastRow) return;
 
     int sharedError = 0;
-    const BlurJob job{source,
-                      dest,
-                      flow,
-                      firstColumn,
-                      lastColumn,
-                      firstRow,
-                      static_cast<float>(flow->lastColumn) / static_cast<float>(source->lastColumn),
-                      static_cast<float>(flow->lastRow) / static_cast<float>(source->lastRow),
-                      shutter,
-                      progress,
-                      &sharedError};
+    const float fx = static_cast<float>(flow->lastColumn) / static_cast<float>(source->lastColumn);
+    const int columns = lastColumn - firstColumn + 1;
+    Scratch<Tap> flowColumns(static_cast<size_t>(columns));
+    for (int i = 0; i < columns; ++i)
+        flowColumns[i] = CellOf(static_cast<float>(firstColumn + i) * fx, flow->lastColumn);
+    const BlurJob job{
+        source,     dest,
+        flow,       firstColumn,
+        lastColumn, firstRow,
+        fx,         static_cast<float>(flow->lastRow) / static_cast<float>(source->lastRow),
+        shutter,    flowColumns.get(),
+        progress,   &sharedError};
     const int rows = lastRow - firstRow + 1;
+    const int threads = ZUMPNumThreadsForRows(rows);
+    const size_t perBand = FlowRowReader::SpaceFor(columns);
+    Scratch<float> flowSpace(perBand * static_cast<size_t>(std::max(threads, 1)));
     DQDispatchTypeChannels(source->dataType, source->channels, [&]<class T, int C>() {
-        ZUMPForRows(rows, [&](int, int first, int last) { BlurBand<T, C>(job, first, last); });
+        ZUMPForRows(threads, rows, [&](int worker, int first, int last) {
+            BlurBand<T, C>(job, flowSpace.get() + perBand * static_cast<size_t>(worker), first,
+                           last);
+        });
     });
 }
 

@@ -36,6 +36,18 @@ typedef int32_t Int8 __attribute__((vector_size(32)));
     fraction = f;
 }
 
+// One bit per lane of a comparison result, lane 0 in bit 0.
+[[gnu::always_inline]] inline unsigned LaneMask(Int8 mask) {
+#ifdef __AVX__
+    return static_cast<unsigned>(_mm256_movemask_ps(reinterpret_cast<__m256>(mask)));
+#else
+    unsigned bits = 0;
+    for (int i = 0; i < 8; ++i)
+        bits |= mask[i] ? 1u << i : 0u;
+    return bits;
+#endif
+}
+
 // CellOf for the positions (sx, sy) of `width` pixels.
 inline void CellsOfRow(const float* __restrict sx, const float* __restrict sy, int width,
                        int32_t lastColumn, int32_t lastRow, int32_t pixelBytes, int32_t rowStep,
@@ -91,20 +103,22 @@ typedef uint8_t Byte16 __attribute__((vector_size(16)));
 #endif
 }
 
-// Two 8-bit four-channel pixels at once: the same operations per lane as SampleAt and Store4.
-[[gnu::always_inline]] inline void SampleTwo(const uint8_t* origin, int32_t step,
-                                             const int32_t* offset, const float* tx,
-                                             const float* ty, uint8_t* target) {
-    const uint8_t* a0 = origin + offset[0];
-    const uint8_t* a1 = origin + offset[1];
+// Bilinear samples of two 8-bit four-channel cells, whose upper-left pixels are at a0 and a1, in
+// lanes 0-3 and 4-7: the same operations per lane as SampleAt.
+[[gnu::always_inline]] inline Float8 SampleTwo(const uint8_t* a0, const uint8_t* a1, int32_t step,
+                                               float tx0, float tx1, float ty0, float ty1) {
     Float8 al, ar, bl, br;
     LoadPairs(a0, a1, al, ar);
     LoadPairs(a0 + step, a1 + step, bl, br);
-    const Float8 fx = {tx[0], tx[0], tx[0], tx[0], tx[1], tx[1], tx[1], tx[1]};
-    const Float8 fy = {ty[0], ty[0], ty[0], ty[0], ty[1], ty[1], ty[1], ty[1]};
+    const Float8 fx = {tx0, tx0, tx0, tx0, tx1, tx1, tx1, tx1};
+    const Float8 fy = {ty0, ty0, ty0, ty0, ty1, ty1, ty1, ty1};
     const Float8 top = al + fx * (ar - al);
     const Float8 bottom = bl + fx * (br - bl);
-    const Float8 v = top + fy * (bottom - top);
+    return top + fy * (bottom - top);
+}
+
+// Store4 of two pixels.
+[[gnu::always_inline]] inline void StoreTwo(uint8_t* target, Float8 v) {
     const Float8 zero = {};
     const Float8 white = zero + 255.0f;
     Float8 r = v + 0.5f;
@@ -125,7 +139,8 @@ void SampleRow(const RowView<T>& image, const RowTaps& taps, int width, T* __res
     int x = 0;
     if constexpr (std::is_same_v<T, uint8_t> && C == 4) {
         for (; x + 2 <= width; x += 2)
-            SampleTwo(origin, step, offset + x, tx + x, ty + x, target + x * C);
+            StoreTwo(target + x * C, SampleTwo(origin + offset[x], origin + offset[x + 1], step,
+                                               tx[x], tx[x + 1], ty[x], ty[x + 1]));
     }
     for (; x < width; ++x) {
         const T* a = reinterpret_cast<const T*>(origin + offset[x]);

@@ -11,10 +11,6 @@
 #include <cstdint>
 #include <cstring>
 
-#ifdef __AVX__
-#include <immintrin.h>
-#endif
-
 namespace warp_detail {
 
 constexpr int kWarpBlock = 8;
@@ -64,16 +60,6 @@ struct SourceFrame {
     }
 };
 
-inline bool AllLanes(Int8 mask) {
-#ifdef __AVX__
-    return _mm256_movemask_ps(reinterpret_cast<__m256>(mask)) == 0xff;
-#else
-    for (int i = 0; i < 8; ++i)
-        if (!mask[i]) return false;
-    return true;
-#endif
-}
-
 // Source positions of row y: (x, y) plus the vector scaled by (gx, gy), with their cells when
 // `Cells` is set. Marks the blocks that hold a position outside 0..lastColumn, 0..lastRow (a
 // position that is not a number counts as outside) and returns whether there is any.
@@ -102,7 +88,7 @@ bool RowPositions(const FlowRowPair& f, float gx, float gy, float y, int width,
         std::memcpy(sx + x, &px, sizeof px);
         std::memcpy(sy + x, &py, sizeof py);
         const Int8 in = (px >= zero) & (px <= lastColumn) & (py >= zero) & (py <= lastRow);
-        const bool out = !AllLanes(in);
+        const bool out = LaneMask(in) != 0xff;
         space.blockOutside[x / kWarpBlock] = out;
         any |= out;
         if constexpr (Cells) {
