@@ -43,9 +43,12 @@ public:
     // Adds the samples of `line` into `sum` (four floats) and returns how many there were.
     [[gnu::always_inline]] int Sum(const LineOfSamples& line, float* sum) const {
         Accumulator acc;
-        // Forwards from the pixel itself; backwards only when the pixel itself was inside.
-        if (Run(line, 0.0f, 1.0f, line.reach + 1, acc) > 0)
+        if (2 * line.reach + 1 <= 8) {
+            ShortLine(line, acc);
+        } else if (Run(line, 0.0f, 1.0f, line.reach + 1, acc) > 0) {
+            // Forwards from the pixel itself; backwards only when the pixel itself was inside.
             Run(line, -1.0f, -1.0f, line.reach, acc);
+        }
         Float4 total = acc.single + __builtin_shufflevector(acc.pairs, acc.pairs, 0, 1, 2, 3) +
                        __builtin_shufflevector(acc.pairs, acc.pairs, 4, 5, 6, 7);
         std::memcpy(sum, &total, sizeof total);
@@ -58,6 +61,23 @@ private:
         Float8 pairs = {};
         int taken = 0;
     };
+
+    // A line of at most eight samples in one block, k = -reach .. reach. As the samples inside
+    // form one run of k, the run through the pixel itself is all of them.
+    [[gnu::always_inline]] void ShortLine(const LineOfSamples& line, Accumulator& acc) const {
+        const Float8 zero = {};
+        const Float8 lanes = {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f};
+        const Float8 kf = static_cast<float>(-line.reach) + lanes;
+        const Float8 px = line.x + kf * line.stepX;
+        const Float8 py = line.y + kf * line.stepY;
+        const Int8 in = (px >= zero) & (px < width_) & (py >= zero) & (py < height_);
+        const unsigned mask = LaneMask(in) & ((2u << (2 * line.reach)) - 1u);
+        if (!(mask >> line.reach & 1u)) return; // the pixel itself is not inside
+        const int begin = __builtin_ctz(mask);
+        const int end = 32 - __builtin_clz(mask);
+        Add(px, py, begin, end, acc);
+        acc.taken += end - begin;
+    }
 
     // Samples at k = start + direction * i for i = 0 .. count - 1, up to the first one outside.
     // Returns how many were taken.
@@ -77,7 +97,7 @@ private:
             // The lanes before the first one outside, and not beyond the run's end.
             const unsigned within = count - i >= 8 ? 0xffu : (1u << (count - i)) - 1u;
             const int end = __builtin_ctz(~LaneMask(in) | ~within);
-            if (end > 0) Add(px, py, end, acc);
+            if (end > 0) Add(px, py, 0, end, acc);
             taken += end;
             if (end < 8) break;
         }
@@ -85,15 +105,16 @@ private:
         return taken;
     }
 
-    // Adds the samples of the first `end` lanes.
-    [[gnu::always_inline]] void Add(Float8 px, Float8 py, int end, Accumulator& acc) const {
+    // Adds the samples of lanes begin .. end - 1.
+    [[gnu::always_inline]] void Add(Float8 px, Float8 py, int begin, int end,
+                                    Accumulator& acc) const {
         constexpr int32_t kPixelBytes = static_cast<int32_t>(C * sizeof(T));
         Int8 ix, iy;
         Float8 tx, ty;
         CellsOf8(px, image_.lastColumn, ix, tx);
         CellsOf8(py, image_.lastRow, iy, ty);
         const Int8 offset = iy * image_.step + ix * kPixelBytes;
-        int lane = 0;
+        int lane = begin;
         if constexpr (std::is_same_v<T, uint8_t> && C == 4) {
             for (; lane + 2 <= end; lane += 2)
                 acc.pairs +=
@@ -120,13 +141,85 @@ private:
     float width_, height_;
 };
 
+// The per-pixel line of a row: step and reach (0 where the vector is too short to blur).
+struct BlurRowSpace {
+    float* stepX;
+    float* stepY;
+    int32_t* reach;
+    float* flowSpace;
+    size_t bytes;
+
+    BlurRowSpace(uint8_t* block, int width) {
+        const size_t w = static_cast<size_t>(width);
+        Carver carver(block);
+        stepX = carver.Take<float>(w);
+        stepY = carver.Take<float>(w);
+        reach = carver.Take<int32_t>(w);
+        flowSpace = carver.Take<float>(FlowRowReader::SpaceFor(width));
+        bytes = carver.Used();
+    }
+    static size_t Bytes(int width) { return BlurRowSpace(nullptr, width).bytes; }
+};
+
+inline Float8 Sqrt8(Float8 v) {
+#ifdef __AVX__
+    return reinterpret_cast<Float8>(_mm256_sqrt_ps(reinterpret_cast<__m256>(v)));
+#else
+    for (int i = 0; i < 8; ++i)
+        v[i] = std::sqrt(v[i]);
+    return v;
+#endif
+}
+
+// Half vector h = (u, v) * half; a line of N = truncate(|h| + 1) samples each way, at least 2,
+// with step h / (N - 1). Eight pixels at a time: the compiler does not vectorise the selects.
+inline void LineSteps(const FlowRowPair& f, float halfX, float halfY, int width,
+                      const BlurRowSpace& space) {
+    auto one = [&](int i) {
+        const float hx = Lerp(f.upperU[i], f.lowerU[i], f.ty) * halfX;
+        const float hy = Lerp(f.upperV[i], f.lowerV[i], f.ty) * halfY;
+        const float lengthSquared = hx * hx + hy * hy;
+        int count = static_cast<int>(std::sqrt(lengthSquared) + 1.0f);
+        const bool divide = count > 1;
+        count = divide ? count : 2;
+        const float divisor = divide ? static_cast<float>(count - 1) : 1.0f;
+        space.stepX[i] = hx / divisor;
+        space.stepY[i] = hy / divisor;
+        space.reach[i] = lengthSquared < 1e-06f ? 0 : count - 1;
+    };
+    int i = 0;
+    for (; i + 8 <= width; i += 8) {
+        Float8 uTop, uBottom, vTop, vBottom;
+        std::memcpy(&uTop, f.upperU + i, sizeof uTop);
+        std::memcpy(&uBottom, f.lowerU + i, sizeof uBottom);
+        std::memcpy(&vTop, f.upperV + i, sizeof vTop);
+        std::memcpy(&vBottom, f.lowerV + i, sizeof vBottom);
+        const Float8 hx = (uTop + f.ty * (uBottom - uTop)) * halfX;
+        const Float8 hy = (vTop + f.ty * (vBottom - vTop)) * halfY;
+        const Float8 lengthSquared = hx * hx + hy * hy;
+        Int8 count = __builtin_convertvector(Sqrt8(lengthSquared) + 1.0f, Int8);
+        const Int8 divide = count > 1;
+        count = divide ? count : 2;
+        const Float8 divisor = divide ? __builtin_convertvector(count - 1, Float8) : 1.0f;
+        const Float8 stepX = hx / divisor;
+        const Float8 stepY = hy / divisor;
+        const Int8 reach = lengthSquared < 1e-06f ? 0 : count - 1;
+        std::memcpy(space.stepX + i, &stepX, sizeof stepX);
+        std::memcpy(space.stepY + i, &stepY, sizeof stepY);
+        std::memcpy(space.reach + i, &reach, sizeof reach);
+    }
+    for (; i < width; ++i)
+        one(i);
+}
+
 template <class T, int C>
-void BlurBand(const BlurJob& job, float* flowSpace, int firstBand, int lastBand) {
+void BlurBand(const BlurJob& job, uint8_t* block, int firstBand, int lastBand) {
     const RowView<T> source(*job.source);
     const RowView<T> dest(*job.dest);
     const int firstColumn = job.firstColumn;
     const int columns = job.lastColumn - firstColumn + 1;
-    FlowRowReader vectors(*job.flow, job.flowColumns, columns, flowSpace);
+    const BlurRowSpace space(block, columns);
+    FlowRowReader vectors(*job.flow, job.flowColumns, columns, space.flowSpace);
     const int32_t flowLastRow = job.flow->lastRow;
     const LineSampler<T, C> sampler(source, static_cast<float>(job.source->width),
                                     static_cast<float>(job.source->height));
@@ -143,28 +236,15 @@ void BlurBand(const BlurJob& job, float* flowSpace, int firstBand, int lastBand)
         const FlowRowPair flow = vectors.Rows(CellOf(yf * fy, flowLastRow));
         const T* sourceRow = source.Row(y);
         T* target = dest.Row(y);
+        LineSteps(flow, halfX, halfY, columns, space);
         for (int i = 0; i < columns; ++i) {
             const int x = firstColumn + i;
-            const float xf = static_cast<float>(x);
-            const float u = Lerp(flow.upperU[i], flow.lowerU[i], flow.ty);
-            const float v = Lerp(flow.upperV[i], flow.lowerV[i], flow.ty);
-            const float hx = u * halfX;
-            const float hy = v * halfY;
-            const float lengthSquared = hx * hx + hy * hy;
-            int count = 0;
-            float stepX = hx;
-            float stepY = hy;
-            if (!(lengthSquared < 1e-06f)) {
-                count = static_cast<int>(std::sqrt(lengthSquared) + 1.0f);
-                if (count > 1) {
-                    stepX = hx / static_cast<float>(count - 1);
-                    stepY = hy / static_cast<float>(count - 1);
-                } else {
-                    count = 2;
-                }
-            }
+            const int reach = space.reach[i];
             float sum[4];
-            const int taken = count ? sampler.Sum({xf, yf, stepX, stepY, count - 1}, sum) : 0;
+            const int taken =
+                reach ? sampler.Sum(
+                            {static_cast<float>(x), yf, space.stepX[i], space.stepY[i], reach}, sum)
+                      : 0;
             // A short vector, or one that is not a number: the pixel stays as it is.
             if (taken == 0) {
                 for (int c = 0; c < C; ++c)
@@ -216,12 +296,10 @@ void DQBlurAlongFlow(DQImage* dest, DQImage* source, DQImage* flow, int firstCol
         progress,   &sharedError};
     const int rows = lastRow - firstRow + 1;
     const int threads = ZUMPNumThreadsForRows(rows);
-    const size_t perBand = FlowRowReader::SpaceFor(columns);
-    Scratch<float> flowSpace(perBand * static_cast<size_t>(std::max(threads, 1)));
+    const BandSpace space(threads, BlurRowSpace::Bytes(columns));
     DQDispatchTypeChannels(source->dataType, source->channels, [&]<class T, int C>() {
         ZUMPForRows(threads, rows, [&](int worker, int first, int last) {
-            BlurBand<T, C>(job, flowSpace.get() + perBand * static_cast<size_t>(worker), first,
-                           last);
+            BlurBand<T, C>(job, space.For(worker), first, last);
         });
     });
 }
