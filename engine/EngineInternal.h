@@ -84,6 +84,12 @@ public:
     bool lastAnyGeometry = false;
     int32_t vectorDirection = 0;
 
+    // Full-size working images of the motion road. They live as long as the kept motion, so
+    // that the in-between frames of one interval do not fault fresh pages in every pass; Reset
+    // releases them with the flow.
+    DQImagePtr workingA;
+    DQImagePtr workingB;
+
 private:
     void DropFlowImage(DQImage*& slot);
 };

@@ -67,6 +67,8 @@ void ZUQuelmor4Internal::Reset() {
     DropFlowImage(flowAtoB);
     DestroyFlow(opticalFlow);
     DestroyFlow(morphFlow);
+    workingA.reset();
+    workingB.reset();
 }
 
 bool ZUQuelmor4Internal::FlowObjectSizeChanged() const {

@@ -55,8 +55,6 @@ private:
     ZUIdleAndProgressClass& progress_;
     SequenceFramePair tracking_;
     SequenceFramePair warped_;
-    DQImagePtr warpedA_;
-    DQImagePtr warpedB_;
 };
 
 void SingleLayerRoad::RefuseRowsNotBuilt() const {
@@ -74,9 +72,13 @@ void SingleLayerRoad::Draw(DQImage* dest) {
     MotionBlur(dest);
 }
 
-// A full-size working image with the layout of `like` (the frame being drawn), made on first use.
+// A full-size working image with the layout of `like` (the frame being drawn), made when the
+// kept one is missing or laid out otherwise.
 DQImage* SingleLayerRoad::Working(DQImagePtr& slot, const DQImage* like) {
-    if (!slot) {
+    if (!slot || slot->width != like->width || slot->height != like->height ||
+        slot->channels != like->channels || slot->dataType != like->dataType ||
+        slot->bottomUp != like->bottomUp) {
+        slot.reset();
         slot =
             DQMakeImage(like->width, like->height, like->channels, like->dataType, like->bottomUp);
         slot->whitePoint = like->whitePoint;
@@ -171,16 +173,16 @@ void SingleLayerRoad::WarpAndMix(DQImage* dest, DQImage* nearestFlow) {
             Warp(dest, a, nearestFlow, wb);
         break;
     case kBlend: {
-        DQImage* movedA = Working(warpedA_, dest);
-        DQImage* movedB = Working(warpedB_, dest);
+        DQImage* movedA = Working(state_.workingA, dest);
+        DQImage* movedB = Working(state_.workingB, dest);
         Warp(movedA, a, state_.flowBtoA, wb);
         Warp(movedB, b, state_.flowAtoB, wa);
         Dissolve(dest, movedA, movedB, wb);
         break;
     }
     default:
-        EnergyBlendInverse(dest, a, state_.flowAtoB, b, state_.flowBtoA, Working(warpedA_, dest),
-                           Working(warpedB_, dest), wa);
+        EnergyBlendInverse(dest, a, state_.flowAtoB, b, state_.flowBtoA,
+                           Working(state_.workingA, dest), Working(state_.workingB, dest), wa);
     }
 }
 
@@ -191,7 +193,7 @@ void SingleLayerRoad::MotionBlur(DQImage* dest) {
     DQImage* flow = state_.AnyFlowAtoB();
     if (!(span > kLeastSpan) || !(engine_.motionBlur > kLeastMotionBlur) || !flow) return;
     const float amount = (span - 1.0f) * engine_.motionBlur;
-    DQImage* blurred = Working(warpedA_, dest);
+    DQImage* blurred = Working(state_.workingA, dest);
     progress_.CollapseSubRange();
     ZUIdleAndProgressClass child(&progress_);
     ZUQuelmor4Internal::ApplyMotionBlur(blurred, dest, flow, engine_.highQuality == 1, &child,

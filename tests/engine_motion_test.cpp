@@ -124,7 +124,8 @@ struct MotionClip : ::testing::Test {
     int64_t Runs() { return State().flowRuns; }
     bool NoFlowKept() {
         ZUQuelmor4Internal& s = State();
-        bool none = !s.opticalFlow && !s.morphFlow && !s.flowBtoA && !s.flowAtoB;
+        bool none = !s.opticalFlow && !s.morphFlow && !s.flowBtoA && !s.flowAtoB && !s.workingA &&
+                    !s.workingB;
         for (int i = 0; i < kMaxLayers; ++i)
             none = none && !s.layerFlowAtoB[i] && !s.layerFlowBtoA[i];
         return none;
@@ -459,6 +460,97 @@ TEST_F(MotionClip, MotionBlurFollowsTheSpanOfTheOutputFrame) {
     engine.ResetMotion();
     ASSERT_EQ(Render(3.0f, 0, 1, 1, 1.0f, 3.0f), 0);
     EXPECT_GT(markedPixels(*result.Pixels()), markedPixels(frame3) + kSide);
+}
+
+} // namespace
+
+namespace {
+
+// The marker's centroid over the rows of one parity, as the corner of the object.
+float CornerXOnRows(const DQImage& image, int parity) {
+    double sum = 0.0, sx = 0.0;
+    for (int y = parity; y < image.height; y += 2)
+        for (int x = 0; x < image.width; ++x) {
+            const double w = std::max(0, int(image.PixelAddress(x, y)[2]) - int(kGround));
+            sum += w;
+            sx += w * x;
+        }
+    return sum > 0.0 ? float(sx / sum) - (kSide - 1) * 0.5f : -1.0f;
+}
+
+TEST_F(MotionClip, FieldsOutWeaveTwoMomentsWithMotion) {
+    for (int n = 0; n < 8; ++n)
+        engine.frames[n] = MovingObjectFrame(n, true);
+    struct Case {
+        const char* name;
+        int fieldsOut;
+        int secondParity; // rows (from the top) that show the second moment
+    };
+    // kH is even, so lastRow is odd: code 3 (upper first) takes the even rows from the second
+    // moment, code 2 (lower first) the odd rows.
+    const Case cases[] = {{"upper field first", 1, 0}, {"lower field first", 2, 1}};
+    for (const Case& c : cases) {
+        engine.ResetMotion();
+        const int64_t before = Runs();
+        // Output frame 5 spans source 2.5 to 3.0: the two moments are 2.5 and 2.75.
+        engine.timeCurve = [](float t) { return 0.5f * t; };
+        OwnedFrame second(kW, kH, 4, DQ_UCHAR);
+        float shrink[10] = {}, sens[10] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+        ASSERT_EQ(engine.GetFrame(result.Image(), second.Image(), 0, c.fieldsOut, 4, 5.0f, 6.0f, 30,
+                                  30, 0.0f, 1.0f, 1, 1, 1, 1, 0, shrink, sens, nullptr, false),
+                  0)
+            << c.name;
+        const DQImage& woven = *result.Pixels();
+        EXPECT_NEAR(CornerXOnRows(woven, 1 - c.secondParity), kStartX + kStepX * 2.5f, 0.3f)
+            << c.name << ": first moment";
+        EXPECT_NEAR(CornerXOnRows(woven, c.secondParity), kStartX + kStepX * 2.75f, 0.3f)
+            << c.name << ": second moment";
+        // The second pass has the same frames but inherits the need for motion of the first.
+        EXPECT_EQ(Runs() - before, 4) << c.name;
+        EXPECT_EQ(engine.Outstanding(), 0) << c.name;
+    }
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(MotionClip, RequirementsListWhatTheMotionRoadFetches) {
+    engine.trackingFrames.clear();
+    for (int n = 0; n < 8; ++n)
+        engine.trackingFrames.push_back(MovingObjectFrame(n, true));
+    struct Case {
+        const char* name;
+        long interpolation;
+        long flowFromSequence;
+        float sourceTime;
+    };
+    const Case cases[] = {{"blend on the clip itself", 1, 1, 2.5f},
+                          {"blend tracked on the other clip", 1, 0, 2.5f},
+                          {"nearest tracked on the other clip", 0, 0, 4.8f}};
+    for (const Case& c : cases) {
+        engine.ResetMotion();
+        engine.timeCurve = [&](float) { return c.sourceTime; };
+        float shrink[10] = {}, sens[10] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+        FrameRequirements req;
+        ASSERT_EQ(engine.GetFrameRequirements(&req, result.Image(), 0, 0, 4, 0.0f, 1.0f, 30, 30, 0,
+                                              1, c.interpolation, 1, c.flowFromSequence, 1, 0,
+                                              shrink, sens, nullptr, false),
+                  0)
+            << c.name;
+        engine.fetches.clear();
+        ASSERT_EQ(engine.GetFrame(result.Image(), nullptr, 0, 0, 4, 0.0f, 1.0f, 30, 30, 0, 1,
+                                  c.interpolation, 1, c.flowFromSequence, 1, 0, shrink, sens,
+                                  nullptr, false),
+                  0)
+            << c.name;
+        ASSERT_EQ(req.count, int(engine.fetches.size())) << c.name;
+        for (int i = 0; i < req.count; ++i) {
+            EXPECT_EQ(req.kind[i] == kTrackingFrame, engine.fetches[i].tracking)
+                << c.name << " entry " << i;
+            EXPECT_EQ(req.frame[i], engine.fetches[i].frame) << c.name << " entry " << i;
+        }
+    }
 }
 
 } // namespace
