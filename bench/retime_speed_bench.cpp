@@ -20,7 +20,9 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <map>
+#include <sys/resource.h>
 #include <tuple>
 
 namespace {
@@ -30,6 +32,21 @@ using Clock = std::chrono::steady_clock;
 
 double SecondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Minor page faults of the process so far: fresh pages that a frame touches cost a fault each.
+long PageFaults() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_minflt;
+}
+
+// Processor time of the whole process, all workers together: on a loaded machine it shows the
+// work a frame costs where the wall clock shows the wait for a core.
+double ProcessCpuSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
 }
 
 // The first `count` frames of the clip at `width` x `height`, read once per size.
@@ -85,6 +102,8 @@ void BM_FreshInBetween(benchmark::State& state) {
         return;
     }
     double fresh = 0.0;
+    const double cpuStart = ProcessCpuSeconds();
+    const long faultsStart = PageFaults();
     for (auto _ : state) {
         engine.ResetMotion();
         const auto start = Clock::now();
@@ -94,6 +113,9 @@ void BM_FreshInBetween(benchmark::State& state) {
         state.SetIterationTime(seconds);
     }
     fresh /= double(state.iterations());
+    state.counters["page_faults"] = double(PageFaults() - faultsStart) / double(state.iterations());
+    state.counters["cpu_ms"] =
+        1000.0 * (ProcessCpuSeconds() - cpuStart) / double(state.iterations());
     // The same frame again from the kept flows: warp and mix alone.
     double warpMix = 1e30;
     for (int i = 0; i < 5; ++i) {
@@ -111,6 +133,41 @@ BENCHMARK(BM_FreshInBetween)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
+
+// The in-between frame at t = 0.5 rendered again and again from the flows kept by the first
+// render: warp and mix alone, as every frame of a slow motion that reuses flow.
+void BM_KeptFlowInBetween(benchmark::State& state) {
+    const int width = int(state.range(0)), height = int(state.range(1));
+    const auto& frames = ClipFrames(width, height, 2);
+    if (frames.empty()) {
+        state.SkipWithError("clip not found (or built without OpenImageIO)");
+        return;
+    }
+    SetWorkers(width, height);
+    ClipEngine engine(Borrow(frames));
+    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
+    const RetimeSettings settings = BestBlend();
+    if (RenderFrame(engine, out.get(), 0.5f, settings) != 0) {
+        state.SkipWithError("the engine failed to render the frame");
+        return;
+    }
+    const double cpuStart = ProcessCpuSeconds();
+    const long faultsStart = PageFaults();
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        RenderFrame(engine, out.get(), 0.5f, settings);
+        state.SetIterationTime(SecondsSince(start));
+    }
+    state.counters["page_faults"] = double(PageFaults() - faultsStart) / double(state.iterations());
+    state.counters["cpu_ms"] =
+        1000.0 * (ProcessCpuSeconds() - cpuStart) / double(state.iterations());
+}
+BENCHMARK(BM_KeptFlowInBetween)
+    ->Args({960, 507})
+    ->Args({1920, 1080})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(1.0);
 
 // Frames of a slow motion sorted by what they cost.
 struct SlowMotionTimes {
@@ -133,6 +190,8 @@ void BM_SlowMotion4x(benchmark::State& state) {
     SlowMotionTimes times;
     DQFlowStepTimes steps;
     DQFlowSetStepTimes(&steps);
+    const double cpuStart = ProcessCpuSeconds();
+    const long faultsStart = PageFaults();
     for (auto _ : state) {
         ClipEngine engine(Borrow(frames));
         engine.timeCurve = [](float t) { return t / 4.0f; };
@@ -166,6 +225,10 @@ void BM_SlowMotion4x(benchmark::State& state) {
         state.SetIterationTime(seconds);
     }
     DQFlowSetStepTimes(nullptr);
+    state.counters["cpu_ms"] = 1000.0 * (ProcessCpuSeconds() - cpuStart) /
+                               double(int64_t(outputFrames) * state.iterations());
+    state.counters["page_faults"] =
+        double(PageFaults() - faultsStart) / double(int64_t(outputFrames) * state.iterations());
     const double reuse = times.reuseCount ? times.reuseFrames / times.reuseCount : 0.0;
     const double fresh = times.freshCount ? times.freshFrames / times.freshCount : 0.0;
     const double all = times.sourceFrames + times.freshFrames + times.reuseFrames;
