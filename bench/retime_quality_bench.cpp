@@ -7,12 +7,16 @@
 // each rebuilt frame is scored against the dropped one.
 //
 //   retime_quality_bench [--sequences=Name,Name] [--no-middlebury] [--no-clip]
-//                        [--clip-frames=N]
+//                        [--clip-frames=N] [--diagnostics]
+//
+// --diagnostics adds "Blend" with the flow at full size (vector quality 5) and at sensitivity
+// 100, and (with OpenCV) a check of the engine's kept flows against the DIS flows on each pair.
 //
 // Prints a table per sequence, the mean over the sequences, and the clip's mean. Without the data
 // folder or without OpenImageIO it says so and exits 0.
 #include "DisReference.h"
 #include "FlowBenchSupport.h"
+#include "FlowCheck.h"
 #include "ImageMetrics.h"
 #include "RetimeBenchSupport.h"
 
@@ -37,6 +41,7 @@ struct Options {
     bool middlebury = true;
     bool clip = true;
     int clipFrames = 68;
+    bool diagnostics = false;
 };
 
 Options ParseOptions(int argc, char** argv) {
@@ -49,6 +54,8 @@ Options ParseOptions(int argc, char** argv) {
                 o.sequences.push_back(name);
         } else if (arg == "--no-middlebury") {
             o.middlebury = false;
+        } else if (arg == "--diagnostics") {
+            o.diagnostics = true;
         } else if (arg == "--no-clip") {
             o.clip = false;
         } else if (arg.rfind("--clip-frames=", 0) == 0) {
@@ -81,7 +88,7 @@ InBetween ThroughEngine(RetimeSettings settings) {
     };
 }
 
-std::vector<Method> Methods() {
+std::vector<Method> Methods(bool diagnostics) {
     RetimeSettings blend;
     blend.vectorQuality = 0;
     blend.interpolation = 1;
@@ -91,6 +98,14 @@ std::vector<Method> Methods() {
         RetimeSettings best;
         best.interpolation = interpolation;
         methods.push_back({std::string("Best ") + names[interpolation], ThroughEngine(best)});
+    }
+    if (diagnostics) {
+        RetimeSettings full;
+        full.vectorQuality = 5;
+        methods.push_back({"Blend, full-size flow", ThroughEngine(full)});
+        RetimeSettings keen;
+        keen.sensitivity = 100.f;
+        methods.push_back({"Best Blend, sensitivity 100", ThroughEngine(keen)});
     }
 #ifdef QUELMOR_HAVE_OPENCV
     methods.push_back({"DIS medium, remap, mix", [](DQImage* out, DQImage* a, DQImage* b, float t) {
@@ -134,8 +149,24 @@ struct MethodTotals {
     double seconds = 0.0;
 };
 
+#ifdef QUELMOR_HAVE_OPENCV
+void PrintFlowCheck(const char* name, const FlowCheck& c) {
+    std::printf("  %-26s %9.2f %9.1f%% %12.2f %12.2f\n", name, c.endPointDifference,
+                100.0 * c.largeShare, c.enginePullPsnr, c.disPullPsnr);
+}
+
+void PrintFlowCheckHeader() {
+    std::printf("  %-26s %9s %10s %12s %12s\n", "flow check, Best, sens 70", "EPD px", "EPD > 3px",
+                "pull engine", "pull DIS");
+}
+#endif
+
 void RunMiddlebury(const Options& options, const std::vector<Method>& methods) {
     std::map<std::string, MethodTotals> totals;
+#ifdef QUELMOR_HAVE_OPENCV
+    FlowCheck checkSum;
+    int checks = 0;
+#endif
     int sequences = 0;
     for (const std::string& sequence : options.sequences) {
         const auto dir = DataDir() / "middlebury" / sequence;
@@ -164,6 +195,18 @@ void RunMiddlebury(const Options& options, const std::vector<Method>& methods) {
             totals[method.name].score.Add(s);
             totals[method.name].seconds += seconds;
         }
+#ifdef QUELMOR_HAVE_OPENCV
+        FlowCheck check;
+        if (options.diagnostics && CheckEngineFlow(a.get(), b.get(), RetimeSettings{}, &check)) {
+            PrintFlowCheckHeader();
+            PrintFlowCheck("engine against DIS", check);
+            checkSum.endPointDifference += check.endPointDifference;
+            checkSum.largeShare += check.largeShare;
+            checkSum.enginePullPsnr += check.enginePullPsnr;
+            checkSum.disPullPsnr += check.disPullPsnr;
+            ++checks;
+        }
+#endif
     }
     if (sequences == 0) return;
     const std::string title = "Mean over " + std::to_string(sequences) + " Middlebury sequences";
@@ -176,6 +219,14 @@ void RunMiddlebury(const Options& options, const std::vector<Method>& methods) {
                                      : method.name + " (" + std::to_string(t.score.count) + ")";
         PrintRow(name, t.score.Mean(), 1000.0 * t.seconds / t.score.count);
     }
+#ifdef QUELMOR_HAVE_OPENCV
+    if (checks > 0) {
+        PrintFlowCheckHeader();
+        const FlowCheck mean{checkSum.endPointDifference / checks, checkSum.largeShare / checks,
+                             checkSum.enginePullPsnr / checks, checkSum.disPullPsnr / checks};
+        PrintFlowCheck("engine against DIS, mean", mean);
+    }
+#endif
 }
 
 void RunClip(const Options& options, const std::vector<Method>& methods) {
@@ -240,7 +291,7 @@ int main(int argc, char** argv) {
     }
     std::printf("SSIM: 11x11 Gaussian window, sigma 1.5, K1 0.01, K2 0.03, windows inside the "
                 "picture; luma = BT.601 Y, RGB = mean of the three channels\n");
-    const std::vector<Method> methods = Methods();
+    const std::vector<Method> methods = Methods(options.diagnostics);
     if (options.middlebury) RunMiddlebury(options, methods);
     if (options.clip) RunClip(options, methods);
     return 0;

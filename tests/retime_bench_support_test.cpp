@@ -3,6 +3,8 @@
 // fail cleanly.
 #include "TestSupport.h"
 #include "bench/RetimeBenchSupport.h"
+#include "engine/EngineInternal.h"
+#include "flow/Flow.h"
 
 #include <gtest/gtest.h>
 
@@ -129,6 +131,40 @@ TEST(RetimeBenchSupport, AMissingFrameFailsAndGivesEverythingBack) {
     Clip clip(1);
     EXPECT_EQ(clip.engine.GetTrackingSequenceImage(&image, -1), kDQErrBadArgument);
     EXPECT_EQ(image, nullptr);
+}
+
+// The motion road as the benchmarks drive it: the panel's percent reaches the flow object as a
+// fraction, and a 4x slow motion with "Cache Last Motion" computes both flows on the first
+// in-between frame of each source interval only; the speed benchmark sorts frames by that.
+TEST(RetimeBenchSupport, SlowMotionComputesFlowOncePerSourceInterval) {
+    WorkerScope workers(2, kW, kH);
+    struct Case {
+        const char* name;
+        float sensitivity;
+    };
+    const Case cases[] = {{"default sensitivity", 70.f}, {"half sensitivity", 50.f}};
+    for (const Case& c : cases) {
+        Clip clip(3);
+        clip.engine.timeCurve = [](float t) { return t / 4.0f; };
+        RetimeSettings settings;
+        settings.sensitivity = c.sensitivity;
+        DQImagePtr out(new DQImage(kW, kH, 4, DQ_UCHAR, 0));
+        std::vector<int64_t> runs;
+        for (int n = 0; n < 8; ++n) {
+            const int64_t before = clip.engine.internal ? clip.engine.internal->flowRuns : 0;
+            ASSERT_EQ(RenderFrame(clip.engine, out.get(), float(n), settings), 0)
+                << c.name << ", frame " << n;
+            runs.push_back(clip.engine.internal->flowRuns - before);
+            if (n % 4 != 0) {
+                ASSERT_NE(clip.engine.internal->opticalFlow, nullptr) << c.name;
+                EXPECT_FLOAT_EQ(clip.engine.internal->opticalFlow->sensitivity,
+                                c.sensitivity / 100.f)
+                    << c.name;
+            }
+        }
+        EXPECT_EQ(runs, (std::vector<int64_t>{0, 2, 0, 0, 0, 2, 0, 0})) << c.name;
+        EXPECT_EQ(clip.engine.checkedOut, clip.engine.givenBack) << c.name;
+    }
 }
 
 } // namespace
