@@ -554,3 +554,66 @@ TEST_F(MotionClip, RequirementsListWhatTheMotionRoadFetches) {
 }
 
 } // namespace
+
+namespace {
+
+// A copy of an 8-bit RGBA frame in another element type and channel count, on the same scale.
+DQImagePtr Converted(const DQImage& source, int type, int channels) {
+    DQImagePtr image = DQMakeImage(source.width, source.height, channels, type);
+    const float scale = type == DQ_UCHAR ? 1.0f : type == DQ_USHORT ? 257.0f : 1.0f / 255.0f;
+    for (int y = 0; y < source.height; ++y)
+        for (int x = 0; x < source.width; ++x)
+            for (int c = 0; c < channels; ++c)
+                image->SetChannelFloat(x, y, c, source.PixelAddress(x, y)[c] * scale);
+    return image;
+}
+
+TEST_F(MotionClip, EveryElementTypeAndChannelCountMovesTheObject) {
+    struct Case {
+        const char* name;
+        int type, channels;
+        long interpolation;
+        float motionBlur;
+    };
+    const Case cases[] = {
+        {"16 bits, blend", DQ_USHORT, 4, 1, 0.0f},
+        {"float, blend", DQ_FLOAT, 4, 1, 0.0f},
+        {"float, weighted energy blend", DQ_FLOAT, 4, 2, 0.0f},
+        {"16 bits, nearest with compensation", DQ_USHORT, 4, 0, 0.5f},
+        {"8 bits, three channels, blend", DQ_UCHAR, 3, 1, 0.0f},
+        {"float, three channels, weighted energy blend", DQ_FLOAT, 3, 2, 0.0f},
+        {"16 bits, three channels, nearest with compensation", DQ_USHORT, 3, 0, 0.5f},
+    };
+    for (const Case& c : cases) {
+        MemoryClipEngine typed;
+        for (int n = 0; n < 4; ++n)
+            typed.frames.push_back(Converted(*MovingObjectFrame(n, true), c.type, c.channels));
+        ASSERT_EQ(typed.Init(), 0);
+        OwnedFrame out(kW, kH, c.channels, c.type);
+        // Span 0.5 per output frame: half speed, so a motion blur amount compensates.
+        typed.timeCurve = [](float t) { return 1.5f + 0.5f * t; };
+        float shrink[10] = {}, sens[10] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+        const std::string printed = PrintedBy([&] {
+            ASSERT_EQ(typed.GetFrame(out.Image(), nullptr, 0, 0, 4, 0.0f, 1.0f, 30, 30,
+                                     c.motionBlur, 1.0f, c.interpolation, 1, 1, 1, 0, shrink, sens,
+                                     nullptr, false),
+                      0)
+                << c.name;
+        });
+        EXPECT_EQ(printed, "") << c.name;
+        // Back to 8 bits for the placement measure.
+        DQImagePtr eight = DQMakeImage(kW, kH, 4, DQ_UCHAR);
+        const float white = out.Pixels()->whitePoint;
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW; ++x)
+                eight->PixelAddress(x, y)[2] = uint8_t(
+                    std::clamp(At(*out.Pixels(), x, y, 2) / white * 255.0f + 0.5f, 0.0f, 255.0f));
+        const Placement at = Locate(*eight);
+        EXPECT_NEAR(at.x, kStartX + kStepX * 1.5f, 0.3f) << c.name;
+        EXPECT_NEAR(at.y, kStartY + kStepY * 1.5f, 0.3f) << c.name;
+        EXPECT_EQ(typed.Outstanding(), 0) << c.name;
+        EXPECT_EQ(typed.returnedChanged, 0) << c.name;
+    }
+}
+
+} // namespace
