@@ -117,9 +117,9 @@ private:
         int lane = begin;
         if constexpr (std::is_same_v<T, uint8_t> && C == 4) {
             for (; lane + 2 <= end; lane += 2)
-                acc.pairs +=
-                    SampleTwo(image_.origin + offset[lane], image_.origin + offset[lane + 1],
-                              image_.step, tx[lane], tx[lane + 1], ty[lane], ty[lane + 1]);
+                acc.pairs += SampleTwo(
+                    image_.origin + offset[lane], image_.origin + offset[lane + 1], image_.step,
+                    SpreadTwo(tx[lane], tx[lane + 1]), SpreadTwo(ty[lane], ty[lane + 1]));
         }
         for (; lane < end; ++lane) {
             const T* a = reinterpret_cast<const T*>(image_.origin + offset[lane]);

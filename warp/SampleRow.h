@@ -104,17 +104,34 @@ typedef uint8_t Byte16 __attribute__((vector_size(16)));
 }
 
 // Bilinear samples of two 8-bit four-channel cells, whose upper-left pixels are at a0 and a1, in
-// lanes 0-3 and 4-7: the same operations per lane as SampleAt.
+// lanes 0-3 and 4-7, with the fractions fx, fy of each lane: the same operations per lane as
+// SampleAt.
 [[gnu::always_inline]] inline Float8 SampleTwo(const uint8_t* a0, const uint8_t* a1, int32_t step,
-                                               float tx0, float tx1, float ty0, float ty1) {
+                                               Float8 fx, Float8 fy) {
     Float8 al, ar, bl, br;
     LoadPairs(a0, a1, al, ar);
     LoadPairs(a0 + step, a1 + step, bl, br);
-    const Float8 fx = {tx0, tx0, tx0, tx0, tx1, tx1, tx1, tx1};
-    const Float8 fy = {ty0, ty0, ty0, ty0, ty1, ty1, ty1, ty1};
     const Float8 top = al + fx * (ar - al);
     const Float8 bottom = bl + fx * (br - bl);
     return top + fy * (bottom - top);
+}
+
+// Two floats from memory, each spread over four lanes.
+[[gnu::always_inline]] inline Float8 SpreadTwo(const float* p) {
+#ifdef __AVX2__
+    // One 8-byte load and one permutation; the generic form goes through the stack.
+    const __m256 pair = _mm256_castps128_ps256(
+        _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+    return reinterpret_cast<Float8>(
+        _mm256_permutevar8x32_ps(pair, _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1)));
+#else
+    return Float8{p[0], p[0], p[0], p[0], p[1], p[1], p[1], p[1]};
+#endif
+}
+
+// Two floats, each spread over four lanes.
+[[gnu::always_inline]] inline Float8 SpreadTwo(float a, float b) {
+    return Float8{a, a, a, a, b, b, b, b};
 }
 
 // Store4 of two pixels.
@@ -128,21 +145,33 @@ typedef uint8_t Byte16 __attribute__((vector_size(16)));
     std::memcpy(target, &bytes, sizeof bytes);
 }
 
-// Samples `width` pixels of `image` at the cells of `taps` and stores them into `target`.
+// Samples `width` pixels of `image` at the cells of `taps` and stores them into `target`. The
+// cells of pixels further along the row are fetched into the cache ahead of their turn: their
+// addresses are known, and the reads of a warp jump too much for the processor to foresee.
 template <class T, int C>
 void SampleRow(const RowView<T>& image, const RowTaps& taps, int width, T* __restrict target) {
+    constexpr int kAhead = 64;
     const uint8_t* origin = image.origin;
     const int32_t step = image.step;
     const int32_t* offset = taps.offset;
     const float* tx = taps.tx;
     const float* ty = taps.ty;
+    auto prefetch = [&](int x) {
+        if (x + kAhead < width) {
+            __builtin_prefetch(origin + offset[x + kAhead]);
+            __builtin_prefetch(origin + offset[x + kAhead] + step);
+        }
+    };
     int x = 0;
     if constexpr (std::is_same_v<T, uint8_t> && C == 4) {
-        for (; x + 2 <= width; x += 2)
+        for (; x + 2 <= width; x += 2) {
+            prefetch(x);
             StoreTwo(target + x * C, SampleTwo(origin + offset[x], origin + offset[x + 1], step,
-                                               tx[x], tx[x + 1], ty[x], ty[x + 1]));
+                                               SpreadTwo(tx + x), SpreadTwo(ty + x)));
+        }
     }
     for (; x < width; ++x) {
+        prefetch(x);
         const T* a = reinterpret_cast<const T*>(origin + offset[x]);
         const T* b = RowView<T>::Next(a, step);
         float px[4];
