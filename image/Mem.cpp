@@ -1,8 +1,8 @@
 #include "image/Mem.h"
 
+#include "image/BlockCache.h"
 #include "image/Error.h"
 
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -16,12 +16,12 @@ Heap gHeap;
 
 void ZUMemSetAllocator(void* context, ZUMemAllocateFunction allocate,
                        ZUMemReleaseFunction release) {
+    blockcache::Forget();
     gHeap = Heap{context, allocate, release};
 }
 
 void* ZUMemAllocate(size_t size) {
-    void* block =
-        gHeap.allocate ? gHeap.allocate(gHeap.context, size) : std::malloc(size ? size : 1);
+    void* block = gHeap.allocate ? gHeap.allocate(gHeap.context, size) : blockcache::Take(size);
     if (!block) DQThrow(kDQErrMemory);
     return block;
 }
@@ -31,7 +31,7 @@ void ZUMemRelease(void* pointer) {
     if (gHeap.release)
         gHeap.release(gHeap.context, pointer);
     else
-        std::free(pointer);
+        blockcache::Give(pointer);
 }
 
 void* ZUMemResize(void* pointer, size_t newSize, size_t oldSize) {

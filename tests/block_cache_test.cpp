@@ -1,0 +1,152 @@
+#include "TestSupport.h"
+#include "image/BlockCache.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr size_t kMiB = size_t(1) << 20;
+
+// Each test starts from an empty cache and the default heap.
+class BlockCacheTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ZUMemSetAllocator(nullptr, nullptr, nullptr);
+        blockcache::Drain();
+    }
+    void TearDown() override { blockcache::Drain(); }
+};
+
+} // namespace
+
+TEST_F(BlockCacheTest, LargeBlocksComeBackForRequestsOfAboutTheirSize) {
+    struct Case {
+        const char* name;
+        size_t given;
+        size_t asked;
+        bool reused;
+    };
+    const Case cases[] = {
+        {"same size", 8 * kMiB, 8 * kMiB, true},
+        {"a little smaller", 8 * kMiB, 7 * kMiB, true},
+        {"two thirds", 9 * kMiB, 6 * kMiB, true},
+        {"less than two thirds", 8 * kMiB, 5 * kMiB, false},
+        {"larger", 8 * kMiB, 8 * kMiB + 1, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        void* first = ZUMemAllocate(c.given);
+        ZUMemRelease(first);
+        EXPECT_EQ(blockcache::CachedBlocks(), 1);
+        EXPECT_EQ(blockcache::CachedBytes(), c.given);
+        void* second = ZUMemAllocate(c.asked);
+        EXPECT_EQ(second == first, c.reused);
+        // The whole request must be writable, whichever block served it.
+        std::memset(second, 0x5a, c.asked);
+        ZUMemRelease(second);
+        blockcache::Drain();
+    }
+}
+
+TEST_F(BlockCacheTest, TheSmallestFittingBlockServesARequest) {
+    void* big = ZUMemAllocate(12 * kMiB);
+    void* snug = ZUMemAllocate(10 * kMiB);
+    ZUMemRelease(big);
+    ZUMemRelease(snug);
+    void* taken = ZUMemAllocate(9 * kMiB);
+    EXPECT_EQ(taken, snug);
+    EXPECT_EQ(blockcache::CachedBytes(), 12 * kMiB);
+    ZUMemRelease(taken);
+}
+
+TEST_F(BlockCacheTest, SmallBlocksAreNotKept) {
+    void* small = ZUMemAllocate(blockcache::kLeastBlock - 1);
+    ZUMemRelease(small);
+    EXPECT_EQ(blockcache::CachedBlocks(), 0);
+    EXPECT_EQ(blockcache::CachedBytes(), 0u);
+}
+
+TEST_F(BlockCacheTest, TheCacheStaysWithinItsLimitsAndDropsTheOldestFirst) {
+    // Blocks are not touched, so this costs address space only.
+    const size_t size = 16 * kMiB;
+    const int count = 40;
+    std::vector<void*> blocks;
+    for (int i = 0; i < count; ++i)
+        blocks.push_back(ZUMemAllocate(size));
+    for (void* block : blocks)
+        ZUMemRelease(block);
+    EXPECT_LE(blockcache::CachedBlocks(), blockcache::kMostBlocks);
+    EXPECT_LE(blockcache::CachedBytes(), blockcache::kMostBytes);
+    EXPECT_EQ(blockcache::CachedBytes(), size * size_t(blockcache::CachedBlocks()));
+    // The last block given back waits; the first has gone back to the system.
+    std::vector<void*> again;
+    const int waiting = blockcache::CachedBlocks();
+    for (int i = 0; i < waiting; ++i)
+        again.push_back(ZUMemAllocate(size));
+    EXPECT_EQ(blockcache::CachedBlocks(), 0);
+    bool lastBack = false, firstBack = false;
+    for (void* block : again) {
+        lastBack = lastBack || block == blocks.back();
+        firstBack = firstBack || block == blocks.front();
+    }
+    EXPECT_TRUE(lastBack);
+    EXPECT_FALSE(firstBack);
+    for (void* block : again)
+        ZUMemRelease(block);
+}
+
+TEST_F(BlockCacheTest, AnotherAllocatorEmptiesTheCacheAndIsUsedAlone) {
+    struct Counting {
+        int allocations = 0;
+        int releases = 0;
+        static void* Allocate(void* context, size_t size) {
+            ++static_cast<Counting*>(context)->allocations;
+            return std::malloc(size);
+        }
+        static void Release(void* context, void* pointer) {
+            ++static_cast<Counting*>(context)->releases;
+            std::free(pointer);
+        }
+    } heap;
+    void* kept = ZUMemAllocate(4 * kMiB);
+    void* outstanding = ZUMemAllocate(4 * kMiB);
+    ZUMemRelease(kept);
+    ASSERT_EQ(blockcache::CachedBlocks(), 1);
+
+    ZUMemSetAllocator(&heap, Counting::Allocate, Counting::Release);
+    EXPECT_EQ(blockcache::CachedBlocks(), 0);
+    void* own = ZUMemAllocate(4 * kMiB);
+    ZUMemRelease(own);
+    // A block from before the switch goes to the allocator in place now.
+    ZUMemRelease(outstanding);
+    EXPECT_EQ(heap.allocations, 1);
+    EXPECT_EQ(heap.releases, 2);
+    EXPECT_EQ(blockcache::CachedBlocks(), 0);
+    ZUMemSetAllocator(nullptr, nullptr, nullptr);
+}
+
+TEST_F(BlockCacheTest, ThreadsNeverShareABlock) {
+    // Each thread fills its block with its own byte and checks it before giving it back: a block
+    // handed to two threads at once shows the other's bytes.
+    constexpr int kRounds = 200;
+    std::atomic<int> faults{0};
+    auto work = [&](uint8_t mark) {
+        for (int round = 0; round < kRounds; ++round) {
+            const size_t size = (2 + round % 3) * kMiB;
+            auto* block = static_cast<uint8_t*>(ZUMemAllocate(size));
+            std::memset(block, mark, size);
+            std::this_thread::yield();
+            for (size_t i = 0; i < size; i += 4096)
+                if (block[i] != mark) ++faults;
+            ZUMemRelease(block);
+        }
+    };
+    std::thread other(work, uint8_t(0x11));
+    work(0x22);
+    other.join();
+    EXPECT_EQ(faults.load(), 0);
+}
