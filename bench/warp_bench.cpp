@@ -1,9 +1,9 @@
 // Speed of the pixel workhorses of the retime beside OpenCV's equivalents on the same data:
 // the inverse warp of a 1080p RGBA frame by a half-size flow against cv::remap on the equivalent
-// full-size map, the blur along the same flow, the Gaussian of radius 7 on a 960x540 RGB float
-// image against cv::sepFilter2D with the same taps, and the 2:1 bilinear resize of a float plane
-// against cv::resize. Each benchmark takes the worker count as its argument; OpenCV is given the
-// same count.
+// full-size map (8-bit with edges extended or faded, and float), the blur along the same flow, the
+// Gaussian of radius 7 on a 960x540 RGB float image against cv::sepFilter2D with the same taps, and
+// the 2:1 bilinear resize of a float plane against cv::resize. Each benchmark takes the worker
+// count as its argument; OpenCV is given the same count.
 #include "image/Image.h"
 #include "sparkhost/WorkerPool.h"
 #include "warp/Warp.h"
@@ -64,21 +64,42 @@ DQImagePtr Flow(int width, int height) {
 }
 
 struct WarpData {
-    DQImagePtr source = Picture<uint8_t>(kFrameWidth, kFrameHeight, 4, DQ_UCHAR, 255.0f);
-    DQImagePtr dest = DQMakeImage(kFrameWidth, kFrameHeight, 4, DQ_UCHAR);
+    explicit WarpData(int dataType = DQ_UCHAR)
+        : source(dataType == DQ_FLOAT
+                     ? Picture<float>(kFrameWidth, kFrameHeight, 4, DQ_FLOAT, 1.0f)
+                     : Picture<uint8_t>(kFrameWidth, kFrameHeight, 4, DQ_UCHAR, 255.0f)),
+          dest(DQMakeImage(kFrameWidth, kFrameHeight, 4, dataType)),
+          weight(DQMakeImage(kFrameWidth, kFrameHeight, 1, DQ_UCHAR)) {}
+    DQImagePtr source;
+    DQImagePtr dest;
+    DQImagePtr weight;
     DQImagePtr flow = Flow(kFrameWidth / 2, kFrameHeight / 2);
 };
 
-void BM_WarpInverse(benchmark::State& state) {
+// Both forms the retime uses: edges extended, and edges faded with the weight image.
+void WarpInverse(benchmark::State& state, int dataType, bool fade) {
     UseWorkers(static_cast<int>(state.range(0)));
-    WarpData data;
+    WarpData data(dataType);
     for (auto _ : state) {
-        DQWarpInverse(data.dest.get(), data.source.get(), data.flow.get(), 1, nullptr, 1, 1.0f);
+        DQWarpInverse(data.dest.get(), data.source.get(), data.flow.get(), fade ? 0 : 1,
+                      fade ? data.weight.get() : nullptr, 1, 1.0f);
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * kFrameWidth * kFrameHeight);
 }
+
+void BM_WarpInverse(benchmark::State& state) {
+    WarpInverse(state, DQ_UCHAR, false);
+}
+void BM_WarpInverseFade(benchmark::State& state) {
+    WarpInverse(state, DQ_UCHAR, true);
+}
+void BM_WarpInverseFloat(benchmark::State& state) {
+    WarpInverse(state, DQ_FLOAT, false);
+}
 BENCHMARK(BM_WarpInverse)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WarpInverseFade)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_WarpInverseFloat)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // The motion blur of a retimed frame: each pixel of a 1080p RGBA frame is the mean of samples
 // along its vector of the half-size flow. There is no OpenCV equivalent; cv::remap above is the
@@ -143,20 +164,34 @@ void RemapMaps(const DQImage& flow, cv::Mat& mapX, cv::Mat& mapY) {
         }
 }
 
-void BM_OpenCVRemap(benchmark::State& state) {
+void OpenCVRemap(benchmark::State& state, int dataType, int border) {
     UseWorkers(static_cast<int>(state.range(0)));
-    WarpData data;
+    WarpData data(dataType);
     cv::Mat mapX, mapY;
     RemapMaps(*data.flow, mapX, mapY);
-    cv::Mat source = Wrap(*data.source, CV_8UC4);
-    cv::Mat dest = Wrap(*data.dest, CV_8UC4);
+    const int type = dataType == DQ_FLOAT ? CV_32FC4 : CV_8UC4;
+    cv::Mat source = Wrap(*data.source, type);
+    cv::Mat dest = Wrap(*data.dest, type);
     for (auto _ : state) {
-        cv::remap(source, dest, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+        cv::remap(source, dest, mapX, mapY, cv::INTER_LINEAR, border);
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * kFrameWidth * kFrameHeight);
 }
+
+void BM_OpenCVRemap(benchmark::State& state) {
+    OpenCVRemap(state, DQ_UCHAR, cv::BORDER_REPLICATE);
+}
+// The faded edges correspond to a constant border.
+void BM_OpenCVRemapConstant(benchmark::State& state) {
+    OpenCVRemap(state, DQ_UCHAR, cv::BORDER_CONSTANT);
+}
+void BM_OpenCVRemapFloat(benchmark::State& state) {
+    OpenCVRemap(state, DQ_FLOAT, cv::BORDER_REPLICATE);
+}
 BENCHMARK(BM_OpenCVRemap)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpenCVRemapConstant)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpenCVRemapFloat)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void BM_OpenCVSepFilter2D(benchmark::State& state) {
     UseWorkers(static_cast<int>(state.range(0)));
