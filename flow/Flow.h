@@ -8,8 +8,10 @@
 #include "image/DQImage.h"
 
 #include <cstdint>
+#include <memory>
 
 class ZUIdleAndProgressClass;
+struct DQFlowScratch;
 
 class DQOpticalFlowUChar : public ZUMem {
 public:
@@ -96,6 +98,9 @@ public:
     bool videoLevels = false;
 
 private:
+    // Filter plane and reduction images, kept from run to run so that runs allocate nothing.
+    std::unique_ptr<DQFlowScratch> scratch;
+
     void Construct(int throwOnError, int width, int height, int reduction, int useSeeds,
                    int useMattes, int minLevelSize);
     void AllocateLevels();

@@ -1,6 +1,7 @@
 // Construction and ownership of the flow object's pyramids, and the entry points that load the
 // inputs and start a run.
 #include "flow/Flow.h"
+#include "flow/FlowFilter.h"
 
 #include <cstdio>
 #include <utility>
@@ -113,6 +114,7 @@ void DQOpticalFlowUChar::Construct(int throwOnError, int width_, int height_, in
     startLevel = numLevels - 1;
     sensitivity = 1.0f;
     try {
+        scratch.reset(new DQFlowScratch);
         AllocateLevels();
     } catch (DQErr code) {
         ReleaseLevels();

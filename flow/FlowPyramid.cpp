@@ -2,6 +2,7 @@
 // the scale 0 to 255, the reduction to level 0, edge enhancement, the upper levels, the band-pass
 // and the binary matte pyramids.
 #include "flow/Flow.h"
+#include "flow/FlowFilter.h"
 #include "flow/FlowSolver.h"
 #include "flow/FlowTiming.h"
 #include "image/Dispatch.h"
@@ -14,17 +15,6 @@
 #include <memory>
 
 namespace {
-
-struct ImageDeleter {
-    void operator()(DQImage* image) const { delete image; }
-};
-using OwnedImage = std::unique_ptr<DQImage, ImageDeleter>;
-
-OwnedImage NewFloatImage(int width, int height, int channels) {
-    OwnedImage image(new DQImage(0, width, height, channels, DQ_FLOAT, 0));
-    if (image->errorCode != 0) DQThrow(image->errorCode);
-    return image;
-}
 
 // Scale of a value of type T onto 0..255.
 template <class T>
@@ -135,29 +125,36 @@ void DQOpticalFlowUChar::ReduceInput(DQImage* image, DQImage** levels, bool thre
         if (threshold) ThresholdMatte(levels[0], kMatteScale);
         return;
     }
-    OwnedImage current = NewFloatImage(image->width, image->height, 1);
-    ConvertInput(current.get(), image);
-    if (threshold) ThresholdMatte(current.get(), kMatteScale);
+    // The image in hand lives in one of the two reduction buffers, the next half size in the
+    // other; the last resize writes level 0.
+    DQFlowBuffer* buffers[2] = {&scratch->reduceFirst, &scratch->reduceSecond};
+    int w = image->width, h = image->height;
+    float* data = buffers[0]->Reserve(static_cast<size_t>(w) * static_cast<size_t>(h));
+    DQImage current(data, w, h, 1, DQ_FLOAT, 0);
+    ConvertInput(&current, image);
+    if (threshold) ThresholdMatte(&current, kMatteScale);
     for (int step = 0; step < reduction; ++step) {
-        Blur5(current.get());
-        DQImage* target = levels[0];
-        OwnedImage next;
-        if (step + 1 < reduction) {
-            next = NewFloatImage(current->width / 2, current->height / 2, 1);
-            target = next.get();
+        DQFlowBlur(&current, &current, DQFlowFilterKind::Binomial, scratch->filterPlane);
+        if (step + 1 == reduction) {
+            ResizeBilinear(levels[0], &current);
+            if (threshold) ThresholdMatte(levels[0], 1.0f);
+            break;
         }
-        ResizeBilinear(target, current.get());
-        if (threshold) ThresholdMatte(target, 1.0f);
-        current = std::move(next);
+        w /= 2;
+        h /= 2;
+        data = buffers[(step + 1) % 2]->Reserve(static_cast<size_t>(w) * static_cast<size_t>(h));
+        DQImage next(data, w, h, 1, DQ_FLOAT, 0);
+        ResizeBilinear(&next, &current);
+        if (threshold) ThresholdMatte(&next, 1.0f);
+        current.Rebind(data, w, h, w * static_cast<int>(sizeof(float)), 1, DQ_FLOAT, 0);
     }
 }
 
 void DQOpticalFlowUChar::BuildUpperLevels(DQImage** levels, bool threshold) {
     for (int level = 1; level < numLevels; ++level) {
-        DQImage* scratch = gradXLevels[level - 1];
-        scratch->CopyWhole(levels[level - 1]);
-        Blur5(scratch);
-        ResizeBilinear(levels[level], scratch);
+        DQImage* smoothed = gradXLevels[level - 1];
+        DQFlowBlur(smoothed, levels[level - 1], DQFlowFilterKind::Binomial, scratch->filterPlane);
+        ResizeBilinear(levels[level], smoothed);
         if (threshold) ThresholdMatte(levels[level], 1.0f);
     }
 }
@@ -171,7 +168,7 @@ void DQOpticalFlowUChar::BuildImagePyramid(DQImage* image, DQImage** levels, boo
         DQImage* base = levels[0];
         DQImage* gx = gradXLevels[0];
         DQImage* gy = gradYLevels[0];
-        BlurGauss(base, 0, 2.0f);
+        DQFlowBlur(base, base, DQFlowFilterKind::Gauss2, scratch->filterPlane);
         DQFlowComputeGradients(base, gx, gy);
         if (matte) DQFlowMaskGradients(gx, gy, matte);
         const int w = base->width;
@@ -202,8 +199,7 @@ void DQOpticalFlowUChar::BandPassImage(int which) {
     DQImage** levels = which ? imageBLevels : imageALevels;
     for (int level = 0; level < numLevels; ++level) {
         DQImage* mean = gradXLevels[level];
-        mean->CopyWhole(levels[level]);
-        Blur5(mean);
+        DQFlowBlur(mean, levels[level], DQFlowFilterKind::Binomial, scratch->filterPlane);
         Subtract(levels[level], mean);
     }
 }

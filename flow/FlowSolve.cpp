@@ -1,5 +1,6 @@
 // The coarse-to-fine loop of the flow object and the work of one pyramid level.
 #include "flow/Flow.h"
+#include "flow/FlowFilter.h"
 #include "flow/FlowSolver.h"
 #include "flow/FlowTiming.h"
 #include "image/Parallel.h"
@@ -72,9 +73,12 @@ void DQOpticalFlowUChar::PropagateLevel(int level, int skipPropagation,
                                         ZUIdleAndProgressClass* progress) {
     if (skipPropagation) return;
     DQFlowStepClock clock(kDQFlowStepSweeps);
+    // The residual is recomputed at the start of every iteration, so between the last use of one
+    // and the next iteration it serves the sweeps as the store of their patch costs.
     DQFlowPropagateVectors(imageALevels[level], imageBLevels[level], flowLevels[level],
                            useMattes ? matteALevels[level] : nullptr,
-                           useMattes ? matteBLevels[level] : nullptr, progress);
+                           useMattes ? matteBLevels[level] : nullptr, progress,
+                           residualLevels[level]);
 }
 
 void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagation,
@@ -84,6 +88,7 @@ void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagatio
     DQImage* gradY = gradYLevels[level];
     DQImage* tensor = tensorLevels[level];
     DQImage* residual = residualLevels[level];
+    DQFlowBuffer* plane = &scratch->filterPlane;
     const auto applySeeds = [&] {
         if (useSeeds) DQFlowApplySeeds(flow, seedFlowLevels[level], seedWeightLevels[level], false);
     };
@@ -100,7 +105,7 @@ void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagatio
     }
     {
         DQFlowStepClock clock(kDQFlowStepSmoothing);
-        DQFlowSmoothLevelImage(tensor, DQFlowWindow::Tensor, smoothing);
+        DQFlowSmoothLevelImage(tensor, DQFlowWindow::Tensor, smoothing, plane);
     }
     Idle(progress);
     for (int i = 0; i < iterations; ++i) {
@@ -111,7 +116,7 @@ void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagatio
         }
         {
             DQFlowStepClock clock(kDQFlowStepSmoothing);
-            DQFlowSmoothLevelImage(residual, DQFlowWindow::Tensor, smoothing);
+            DQFlowSmoothLevelImage(residual, DQFlowWindow::Tensor, smoothing, plane);
         }
         Idle(progress);
         {
@@ -121,7 +126,7 @@ void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagatio
         Idle(progress);
         {
             DQFlowStepClock clock(kDQFlowStepSmoothing);
-            DQFlowSmoothLevelImage(flow, DQFlowWindow::Flow, smoothing);
+            DQFlowSmoothLevelImage(flow, DQFlowWindow::Flow, smoothing, plane);
         }
         Idle(progress);
         // Level 0 is swept one iteration before the end, so that a last fit follows the sweeps.

@@ -7,6 +7,7 @@
 #include "image/DQImage.h"
 
 class ZUIdleAndProgressClass;
+class DQFlowBuffer;
 
 // Which window SmoothLevelImage applies.
 enum class DQFlowWindow { Tensor, Flow };
@@ -21,7 +22,9 @@ void DQFlowMaskGradients(DQImage* gradX, DQImage* gradY, const DQImage* matte);
 // Channels Ix Ix, Iy Ix, Iy Iy.
 void DQFlowComputeTensor(const DQImage* gradX, const DQImage* gradY, DQImage* tensor);
 // Window of the given kind for a smoothing selector: 0 box, 1 and 2 Gaussians, other none.
-void DQFlowSmoothLevelImage(DQImage* image, DQFlowWindow kind, int smoothing);
+// `plane` is the filters' scratch; without it the call allocates its own.
+void DQFlowSmoothLevelImage(DQImage* image, DQFlowWindow kind, int smoothing,
+                            DQFlowBuffer* plane = nullptr);
 // (Ix d, Iy d) with d = B(x - u, y - v) - A(x, y); zero outside B or outside matte B (may be null).
 void DQFlowComputeResidual(const DQImage* imageA, const DQImage* imageB, const DQImage* gradX,
                            const DQImage* gradY, const DQImage* flow, const DQImage* matteB,
@@ -36,13 +39,19 @@ void DQFlowApplySeeds(DQImage* flow, const DQImage* seedFlow, const DQImage* see
 void DQFlowExpandFlow(const DQImage* coarse, DQImage* fine);
 // The four directional sweeps that let each pixel adopt a neighbour's vector when it matches a
 // 3x3 patch better. Mattes may both be null; the progress object, when given, gets an idle check
-// after each sweep.
+// after each sweep. `costs` is scratch of the flow's size (float, any channel count; channel 0 is
+// overwritten); without it the sweeps allocate their own.
 void DQFlowPropagateVectors(const DQImage* imageA, const DQImage* imageB, DQImage* flow,
                             const DQImage* matteA, const DQImage* matteB,
-                            ZUIdleAndProgressClass* progress = nullptr);
+                            ZUIdleAndProgressClass* progress = nullptr, DQImage* costs = nullptr);
 // Sum of squared differences between nine values of A and the bilinear 3x3 patch of B at
-// (px, py); false where the patch cannot be read (see the definition for the rules).
+// (px, py); false where the patch cannot be read (see the definition for the rules). Scalar
+// reference of the four-lane form below, which the sweeps use.
 bool DQFlowPatchCost(const float a[9], float px, float py, const DQImage* imageB,
                      const DQImage* matteB, float* cost);
+// The same cost with the nine samples evaluated four lanes at a time; equal to DQFlowPatchCost
+// up to the order of the final sum.
+bool DQFlowPatchCostFourLanes(const float a[9], float px, float py, const DQImage* imageB,
+                              const DQImage* matteB, float* cost);
 // Bilinear sample of one float channel with the solver's rule for the last column and row.
 float DQFlowSampleBilinear(const DQImage* image, int channel, float x, float y);

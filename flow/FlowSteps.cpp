@@ -1,5 +1,6 @@
 // Row-band steps of one solver level: gradients, their mask and products, the residual of the
 // current field, the 2x2 solve, seeds and the expansion to the next finer level.
+#include "flow/FlowFilter.h"
 #include "flow/FlowSolver.h"
 #include "image/Parallel.h"
 #include "warp/Filters.h"
@@ -109,17 +110,21 @@ void DQFlowComputeTensor(const DQImage* gradX, const DQImage* gradY, DQImage* te
     });
 }
 
-void DQFlowSmoothLevelImage(DQImage* image, DQFlowWindow kind, int smoothing) {
+void DQFlowSmoothLevelImage(DQImage* image, DQFlowWindow kind, int smoothing, DQFlowBuffer* plane) {
     const bool tensor = kind == DQFlowWindow::Tensor;
+    DQFlowBuffer ownPlane;
+    DQFlowBuffer& rows = plane ? *plane : ownPlane;
     switch (smoothing) {
     case 0:
         BlurBox(image, 0, 2.0f);
         break;
     case 1:
-        BlurGauss(image, 0, tensor ? 7.0f : 5.0f);
+        DQFlowBlur(image, image, tensor ? DQFlowFilterKind::Gauss7 : DQFlowFilterKind::Gauss5,
+                   rows);
         break;
     case 2:
-        BlurGauss(image, 0, tensor ? 5.0f : 3.0f);
+        DQFlowBlur(image, image, tensor ? DQFlowFilterKind::Gauss5 : DQFlowFilterKind::Gauss3,
+                   rows);
         break;
     default:
         break;

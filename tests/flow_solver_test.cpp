@@ -1,4 +1,5 @@
 // The steps of one solver level, each on small hand-made images.
+#include "FlowTestImages.h"
 #include "TestSupport.h"
 #include "flow/FlowSolver.h"
 
@@ -8,33 +9,11 @@
 
 namespace {
 
-using Owned = std::unique_ptr<DQImage>;
-
-Owned FloatImage(int w, int h, int channels, float value = 0.0f) {
-    Owned image(new DQImage(w, h, channels, DQ_FLOAT, 0));
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w * channels; ++x)
-            image->Row<float>(y)[x] = value;
-    return image;
-}
-
-// Image whose pixel (x, y) is f(x, y).
-template <class F>
-Owned Filled(int w, int h, F f) {
-    Owned image = FloatImage(w, h, 1);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            image->Row<float>(y)[x] = f(x, y);
-    return image;
-}
-
-float At(const DQImage* image, int x, int y, int c = 0) {
-    return image->Row<float>(y)[x * image->channels + c];
-}
-void Put(DQImage* image, int x, int y, float u, float v) {
-    image->Row<float>(y)[2 * x] = u;
-    image->Row<float>(y)[2 * x + 1] = v;
-}
+using Owned = quelmor::test::FlowOwned;
+using quelmor::test::At;
+using quelmor::test::Filled;
+using quelmor::test::FloatImage;
+using quelmor::test::Put;
 
 class FlowSolverTest : public quelmor::test::ParallelTest {};
 

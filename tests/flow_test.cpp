@@ -1,5 +1,6 @@
 // The flow object: its levels, input conversion, start level, failure paths and what whole runs
 // recover from synthetic pairs with known motion.
+#include "FlowTestImages.h"
 #include "TestSupport.h"
 #include "flow/Flow.h"
 #include "image/Progress.h"
@@ -12,15 +13,8 @@
 
 namespace {
 
-using Owned = std::unique_ptr<DQImage>;
-
-Owned FloatImage(int w, int h, int channels, float value = 0.0f) {
-    Owned image(new DQImage(w, h, channels, DQ_FLOAT, 0));
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w * channels; ++x)
-            image->Row<float>(y)[x] = value;
-    return image;
-}
+using Owned = quelmor::test::FlowOwned;
+using quelmor::test::FloatImage;
 
 // A smooth random texture of many orientations and scales, defined everywhere so that shifted
 // copies are exact. `scale` stretches it with the input size.

@@ -1,0 +1,42 @@
+#pragma once
+// Smoothing of float images for the flow object without allocating per call. The row pass is the
+// library's own line filter and the column pass adds the taps in the same order as the library's
+// column pass, so the results equal those of BlurGauss and Blur5 on the same image; what differs
+// is that the plane between the passes is scratch kept by the caller, and that source and target
+// may be different images.
+#include "image/DQImage.h"
+
+#include <cstddef>
+
+// One growable block of floats from the library heap, kept for reuse.
+class DQFlowBuffer {
+public:
+    DQFlowBuffer() = default;
+    ~DQFlowBuffer();
+    DQFlowBuffer(const DQFlowBuffer&) = delete;
+    DQFlowBuffer& operator=(const DQFlowBuffer&) = delete;
+
+    // At least `count` floats; contents are not kept when the block grows. Throws DQErr 1.
+    float* Reserve(size_t count);
+
+private:
+    float* data_ = nullptr;
+    size_t capacity_ = 0;
+};
+
+// The working memory of one flow object that is not a level image: the plane of the smoothing
+// filters and the two input-size images of the reduction.
+struct DQFlowScratch : public ZUMem {
+    DQFlowBuffer filterPlane;
+    DQFlowBuffer reduceFirst;
+    DQFlowBuffer reduceSecond;
+};
+
+// The filters the flow object uses: the binomial 1/16, 1/4, 3/8, 1/4, 1/16 and the base-2
+// Gaussians of the solver's windows and the edge enhancement.
+enum class DQFlowFilterKind { Binomial, Gauss2, Gauss3, Gauss5, Gauss7 };
+
+// Filters every channel of the float image `source` along rows and then columns into `dest`, of
+// the same size and channels (the same image is allowed). `plane` holds the rows between the
+// passes. Images that are not float or do not match throw DQErr 5.
+void DQFlowBlur(DQImage* dest, const DQImage* source, DQFlowFilterKind kind, DQFlowBuffer& plane);
