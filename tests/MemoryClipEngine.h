@@ -118,6 +118,12 @@ public:
     int GetDrawEndLayer() override { return drawEnd < 0 ? ZUQuelmor4::GetDrawEndLayer() : drawEnd; }
     int EnhanceImages() override { return enhance; }
     int UsesWhichWarping() override { return warpingMode; }
+    int externalVectors = 0;           // answer of UsesExternalVectors
+    bool backgroundOpticalFlow = true; // false: motion of the background from geometry alone
+    int UsesExternalVectors() override { return externalVectors; }
+    void GetBackgroundLayerDoOpticalFlow(bool* doFlow, float) override {
+        *doFlow = backgroundOpticalFlow;
+    }
     unsigned long GetNumGeometries(int, float, float) override { return geometries; }
 
     // Point pairs (xA, yA, xB, yB) that every geometry returns, and what the engine asked for.

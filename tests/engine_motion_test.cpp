@@ -355,6 +355,8 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         int warping;
         int expected;
         size_t fetched; // frames asked for before the road stopped
+        int externalVectors = 0;
+        bool opticalFlow = true;
     };
     const Case cases[] = {
         {"tracking frame B fails", 3, 1, 0, kDQErrFetch, 2},
@@ -362,6 +364,8 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         {"smart blend is refused before any fetch", -1, 1, 1, kDQErrBadArgument, 0},
         {"forward warping is refused before any fetch", -1, 1, 2, kDQErrBadArgument, 0},
         {"forward alone is refused", -1, 1, 3, kDQErrBadArgument, 0},
+        {"external vectors are refused", -1, 1, 0, kDQErrBadArgument, 0, 1},
+        {"motion from geometry alone is refused", -1, 1, 0, kDQErrBadArgument, 0, 0, false},
     };
     engine.trackingFrames.clear();
     for (int n = 0; n < 8; ++n)
@@ -371,6 +375,8 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         engine.failFrame = c.failFrame;
         engine.failTracking = c.flowFromSequence != 0;
         engine.warpingMode = c.warping;
+        engine.externalVectors = c.externalVectors;
+        engine.backgroundOpticalFlow = c.opticalFlow;
         engine.fetches.clear();
         engine.checkedOut = engine.givenBack = 0;
         std::string printed =
@@ -378,12 +384,14 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         EXPECT_EQ(engine.fetches.size(), c.fetched) << c.name;
         EXPECT_EQ(engine.Outstanding(), 0) << c.name;
         EXPECT_TRUE(NoFlowKept()) << c.name;
-        if (c.warping != 0) {
+        if (c.expected == kDQErrBadArgument) {
             EXPECT_NE(printed.find("not available"), std::string::npos) << c.name;
         }
     }
     engine.failFrame = -1;
     engine.warpingMode = 0;
+    engine.externalVectors = 0;
+    engine.backgroundOpticalFlow = true;
     EXPECT_EQ(Render(2.5f, 1), 0) << "the engine recovers";
 }
 
