@@ -87,13 +87,11 @@ void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount) {
         DQMakeImage(warped->width, warped->height, warped->channels, warped->dataType);
     blurred->CopyWhole(warped);
     BlurGauss(blurred.get(), 0, 3.0f);
-    DQImagePtr plain =
-        DQMakeImage(warped->width, warped->height, warped->channels, warped->dataType);
-    plain->CopyWhole(warped);
     const double u = amount;
     const double e = 1.0 - (std::fabs(0.5 - u) + std::fabs(0.5 - u));
-    // blurred = plain + (blurred - plain)(-0.5 e) = w + 0.5 e (w - blurred): an unsharp mask.
-    DQBlend(blurred.get(), plain.get(), 1, float(-0.5 * e));
+    // blurred = w + (blurred - w)(-0.5 e) = w + 0.5 e (w - blurred): an unsharp mask. The warped
+    // frame itself is the plain side: it is not written before the mix below.
+    DQBlend(blurred.get(), warped, 1, float(-0.5 * e));
     mask->InvertBytes();
     MixThroughMask(warped, blurred.get(), mask.get(), 1, 0);
 }
