@@ -28,6 +28,7 @@
 #include <cstdio>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <sys/resource.h>
 #include <tuple>
 
@@ -92,41 +93,64 @@ RetimeSettings BestBlend() {
     return s;
 }
 
-void BM_FreshInBetween(benchmark::State& state) {
+// Processor time and page faults of the process from its making to Report, per frame.
+class WorkMeter {
+public:
+    WorkMeter() : cpu_(ProcessCpuSeconds()), faults_(PageFaults()) {}
+    void Report(benchmark::State& state, double frames) const {
+        state.counters["cpu_ms"] = 1000.0 * (ProcessCpuSeconds() - cpu_) / frames;
+        state.counters["page_faults"] = double(PageFaults() - faults_) / frames;
+    }
+
+private:
+    double cpu_;
+    long faults_;
+};
+
+// Renders the in-between frame t = 0.5 of the clip's first two frames once per iteration, with
+// fresh flows each time or from the flows kept by a first render. Returns the engine with its
+// kept motion, or null when the benchmark was skipped.
+std::unique_ptr<ClipEngine> TimeInBetween(benchmark::State& state, bool freshFlows,
+                                          double* meanSeconds) {
     const int width = int(state.range(0)), height = int(state.range(1));
     const auto& frames = ClipFrames(width, height, 2);
     if (frames.empty()) {
         state.SkipWithError("clip not found (or built without OpenImageIO)");
-        return;
+        return nullptr;
     }
     SetWorkers(width, height);
-    ClipEngine engine(Borrow(frames));
+    auto engine = std::make_unique<ClipEngine>(Borrow(frames));
     Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
     const RetimeSettings settings = BestBlend();
-    if (RenderFrame(engine, out.get(), 0.5f, settings) != 0) {
+    if (RenderFrame(*engine, out.get(), 0.5f, settings) != 0) {
         state.SkipWithError("the engine failed to render the frame");
-        return;
+        return nullptr;
     }
-    double fresh = 0.0;
-    const double cpuStart = ProcessCpuSeconds();
-    const long faultsStart = PageFaults();
+    double total = 0.0;
+    const WorkMeter meter;
     for (auto _ : state) {
-        engine.ResetMotion();
+        if (freshFlows) engine->ResetMotion();
         const auto start = Clock::now();
-        RenderFrame(engine, out.get(), 0.5f, settings);
+        RenderFrame(*engine, out.get(), 0.5f, settings);
         const double seconds = SecondsSince(start);
-        fresh += seconds;
+        total += seconds;
         state.SetIterationTime(seconds);
     }
-    fresh /= double(state.iterations());
-    state.counters["page_faults"] = double(PageFaults() - faultsStart) / double(state.iterations());
-    state.counters["cpu_ms"] =
-        1000.0 * (ProcessCpuSeconds() - cpuStart) / double(state.iterations());
+    meter.Report(state, double(state.iterations()));
+    *meanSeconds = total / double(state.iterations());
+    return engine;
+}
+
+void BM_FreshInBetween(benchmark::State& state) {
+    double fresh = 0.0;
+    const auto engine = TimeInBetween(state, true, &fresh);
+    if (!engine) return;
     // The same frame again from the kept flows: warp and mix alone.
+    Owned out(new DQImage(int(state.range(0)), int(state.range(1)), 4, DQ_UCHAR, 0));
     double warpMix = 1e30;
     for (int i = 0; i < 5; ++i) {
         const auto start = Clock::now();
-        RenderFrame(engine, out.get(), 0.5f, settings);
+        RenderFrame(*engine, out.get(), 0.5f, BestBlend());
         warpMix = std::min(warpMix, SecondsSince(start));
     }
     state.counters["flow_ms"] = 1000.0 * (fresh - warpMix);
@@ -140,33 +164,11 @@ BENCHMARK(BM_FreshInBetween)
     ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
 
-// The in-between frame at t = 0.5 rendered again and again from the flows kept by the first
-// render: warp and mix alone, as every frame of a slow motion that reuses flow.
+// The in-between frame rendered again and again from the flows kept by the first render: warp
+// and mix alone, as every frame of a slow motion that reuses flow.
 void BM_KeptFlowInBetween(benchmark::State& state) {
-    const int width = int(state.range(0)), height = int(state.range(1));
-    const auto& frames = ClipFrames(width, height, 2);
-    if (frames.empty()) {
-        state.SkipWithError("clip not found (or built without OpenImageIO)");
-        return;
-    }
-    SetWorkers(width, height);
-    ClipEngine engine(Borrow(frames));
-    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
-    const RetimeSettings settings = BestBlend();
-    if (RenderFrame(engine, out.get(), 0.5f, settings) != 0) {
-        state.SkipWithError("the engine failed to render the frame");
-        return;
-    }
-    const double cpuStart = ProcessCpuSeconds();
-    const long faultsStart = PageFaults();
-    for (auto _ : state) {
-        const auto start = Clock::now();
-        RenderFrame(engine, out.get(), 0.5f, settings);
-        state.SetIterationTime(SecondsSince(start));
-    }
-    state.counters["page_faults"] = double(PageFaults() - faultsStart) / double(state.iterations());
-    state.counters["cpu_ms"] =
-        1000.0 * (ProcessCpuSeconds() - cpuStart) / double(state.iterations());
+    double kept = 0.0;
+    TimeInBetween(state, false, &kept);
 }
 BENCHMARK(BM_KeptFlowInBetween)
     ->Args({960, 507})
@@ -194,8 +196,7 @@ void BM_SlowMotion4x(benchmark::State& state) {
     Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
     const int outputFrames = 4 * (count - 1);
     SlowMotionTimes times;
-    const double cpuStart = ProcessCpuSeconds();
-    const long faultsStart = PageFaults();
+    const WorkMeter meter;
     for (auto _ : state) {
         ClipEngine engine(Borrow(frames));
         engine.timeCurve = [](float t) { return t / 4.0f; };
@@ -222,10 +223,7 @@ void BM_SlowMotion4x(benchmark::State& state) {
         }
         state.SetIterationTime(seconds);
     }
-    state.counters["cpu_ms"] = 1000.0 * (ProcessCpuSeconds() - cpuStart) /
-                               double(int64_t(outputFrames) * state.iterations());
-    state.counters["page_faults"] =
-        double(PageFaults() - faultsStart) / double(int64_t(outputFrames) * state.iterations());
+    meter.Report(state, double(int64_t(outputFrames) * state.iterations()));
     const double reuse = times.reuseCount ? times.reuseFrames / times.reuseCount : 0.0;
     const double fresh = times.freshCount ? times.freshFrames / times.freshCount : 0.0;
     const double all = times.sourceFrames + times.freshFrames + times.reuseFrames;
