@@ -6,9 +6,11 @@
 #include "sparkhost/HostState.h"
 #include "sparkhost/PluginLoader.h"
 #include "sparkhost/WorkerPool.h"
+#include "tests/plugin/HostAllocation.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -318,6 +320,54 @@ TEST_F(PluginTest, ResultThatCannotBeAllocatedIsReportedAndCleared) {
               "Cannot process image due to result image buffer allocation error");
     for (uint8_t value : result->storage)
         ASSERT_EQ(value, 0);
+}
+
+TEST_F(PluginTest, WorkingImageAllocationFailuresAreReportedAndCleared) {
+    // The result image is allocated first, the second field's image next, both of the working
+    // size: four channels of one, two or four bytes by depth.
+    struct Case {
+        const char* name;
+        int depth;
+        int elementBytes;
+        int passes; // allocations of that size let through before the failing one
+        const char* message;
+    };
+    const Case cases[] = {
+        {"result, 8 bits", 24, 1, 0,
+         "Cannot process image due to result image buffer allocation error"},
+        {"result, half float", 49, 4, 0,
+         "Cannot process image due to result image buffer allocation error"},
+        {"second field, 8 bits", 24, 1, 1,
+         "Cannot process image due to tmp image buffer allocation error"},
+        {"second field, 12 bits", 48, 2, 1,
+         "Cannot process image due to image buffer allocation error"},
+        {"second field, half float", 49, 4, 1,
+         "Cannot process image due to image buffer allocation error"},
+    };
+    for (const Case& c : cases) {
+        Prepare(c.depth);
+        gPlugin->SetValue("SparkPup5", 1); // fields out: a second field image is needed
+        SparkHost().statusLine.clear();
+        SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
+        std::fill(result->storage.begin(), result->storage.end(), 0x5a);
+        HostFailAllocation(size_t(kWidth) * kHeight * 4 * c.elementBytes, c.passes);
+        void* pixels = gPlugin->Process(Info(1, kFrames, 0));
+        ASSERT_TRUE(HostAllocationFaultStruck()) << c.name;
+        EXPECT_EQ(pixels, result->storage.data()) << c.name;
+        EXPECT_EQ(SparkHost().statusLine, c.message) << c.name;
+        EXPECT_EQ(std::count(result->storage.begin(), result->storage.end(), 0),
+                  std::ptrdiff_t(result->storage.size()))
+            << c.name << ": a failed frame comes back black";
+    }
+    // Without the fault the same frame renders and shows no message.
+    Prepare(24);
+    SparkHost().statusLine.clear();
+    const size_t bytes = SparkHostGetBuffer(kSparkResultBufferId)->storage.size();
+    ASSERT_EQ(gPlugin->ProcessStart(Info(1, kFrames, 0)), 1);
+    const uint8_t* pixels = static_cast<const uint8_t*>(gPlugin->Process(Info(1, kFrames, 0)));
+    ASSERT_NE(pixels, nullptr);
+    EXPECT_TRUE(SparkHost().statusLine.empty()) << SparkHost().statusLine;
+    EXPECT_EQ(std::count(pixels, pixels + bytes, 0), 0) << "every source level is above 0";
 }
 
 TEST_F(PluginTest, FrameSizeStaysThePluginsOwn) {
