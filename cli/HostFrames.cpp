@@ -1,10 +1,8 @@
 #include "cli/HostFrames.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
-
 
 namespace quelmor::cli {
 
@@ -51,20 +49,22 @@ void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFr
     std::copy(bytes, bytes + out.pixels.size(), out.pixels.begin());
 }
 
-MediaFrameSource::MediaFrameSource(MediaReader& reader)
-    : reader_(reader), depth_(HostDepthFor(reader.Format().sample)) {}
+MediaFrameSource::MediaFrameSource(MediaReader& reader, StageClock* clock)
+    : reader_(reader), depth_(HostDepthFor(reader.Format().sample)), clock_(clock) {}
 
 bool MediaFrameSource::ReadFrame(int frame, void* buffer, size_t bytes) {
-    const auto start = std::chrono::steady_clock::now();
     if (bytes != SparkHostFrameBytes(Width(), Height(), depth_)) return false;
     try {
-        reader_.Read(std::clamp(frame, 0, reader_.FrameCount() - 1), frame_);
+        {
+            const auto timed = TimeStage(clock_, Stage::Decode);
+            reader_.Read(std::clamp(frame, 0, reader_.FrameCount() - 1), frame_);
+        }
+        const auto timed = TimeStage(clock_, Stage::ConvertIn);
         PackHostFrame(frame_, depth_, buffer);
     } catch (const MediaError& e) {
         std::fprintf(stderr, "quelmor: %s\n", e.what());
         return false;
     }
-    seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return true;
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "cli/Media.h"
+#include "cli/StageClock.h"
 #include "sparkhost/FrameSource.h"
 
 namespace quelmor::cli {
@@ -18,7 +19,8 @@ void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFr
 
 class MediaFrameSource final : public SparkFrameSource {
 public:
-    explicit MediaFrameSource(MediaReader& reader);
+    // `clock` may be null; it gets the decoding and packing of frames.
+    explicit MediaFrameSource(MediaReader& reader, StageClock* clock = nullptr);
     int Width() const override { return reader_.Format().width; }
     int Height() const override { return reader_.Format().height; }
     int Depth() const override { return depth_; }
@@ -26,14 +28,11 @@ public:
     // Frames past either end hold the end frames, as the direct path does.
     bool ReadFrame(int frame, void* buffer, size_t bytes) override;
 
-    // Seconds spent reading and packing frames.
-    double Seconds() const { return seconds_; }
-
 private:
     MediaReader& reader_;
     int depth_;
     MediaFrame frame_;
-    double seconds_ = 0.0;
+    StageClock* clock_;
 };
 
 } // namespace quelmor::cli

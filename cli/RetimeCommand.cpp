@@ -10,6 +10,7 @@
 #include "cli/Progress.h"
 #include "cli/RetimeEngine.h"
 #include "cli/RetimeSettings.h"
+#include "cli/StageClock.h"
 #include "cli/Timing.h"
 #include "cli/WriteBehind.h"
 #include "image/Parallel.h"
@@ -68,17 +69,19 @@ int RunRetime(std::span<const std::string> args) {
     const MediaFormat& format = source->Format();
     SetWorkers(format.width, format.height);
     auto writer = CreateMedia(s.output, format, options);
-    CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr);
+    StageClock clock;
+    CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
     const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
 
     Progress progress("retime", to - from + 1, Progress::StyleFor(stderr, s.quiet));
-    double engineSeconds = 0.0;
-    WriteBehind output(*writer);
+    WriteBehind output(*writer, &clock);
+    clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());
     for (int number = from; number <= to; ++number) {
         MediaFrame frame;
-        const auto t0 = Clock::now();
-        engine.Render(number - first, settings, frame);
-        engineSeconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        {
+            const auto timed = TimeStage(&clock, Stage::Engine);
+            engine.Render(number - first, settings, frame);
+        }
         output.Write(number, std::move(frame));
         progress.FrameDone();
     }
@@ -86,12 +89,9 @@ int RunRetime(std::span<const std::string> args) {
     progress.Finish();
 
     const double total = std::chrono::duration<double>(Clock::now() - started).count();
-    const double inEngine = engineSeconds - engine.SourceSeconds();
-    if (!s.quiet)
-        std::fprintf(stderr,
-                     "retime: %d frames, %.2f frames per second, %.0f%% of the time outside "
-                     "the engine (reading, converting, writing)\n",
-                     to - from + 1, (to - from + 1) / total, 100.0 * (total - inEngine) / total);
+    const int frames = to - from + 1;
+    if (!s.quiet) std::fputs(clock.Summary("retime", frames, total, "the engine").c_str(), stderr);
+    if (s.timing) std::fputs(clock.Report(frames, total, "engine").c_str(), stderr);
     return 0;
 }
 

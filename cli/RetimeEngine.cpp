@@ -47,21 +47,24 @@ MediaFormat WorkingFormat(const MediaFormat& source) {
     return f;
 }
 
-CliQuelmor::CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes)
-    : source_(source), timing_(timing), scenes_(scenes), working_(WorkingFormat(source.Format())) {}
+CliQuelmor::CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes,
+                       StageClock* clock)
+    : source_(source), timing_(timing), scenes_(scenes), working_(WorkingFormat(source.Format())),
+      clock_(clock) {}
 
 CliQuelmor::~CliQuelmor() = default;
 
 const MediaFrame& CliQuelmor::WorkingFrame(int frame) {
     for (const auto& kept : kept_)
         if (kept.first == frame) return kept.second;
-    const auto start = std::chrono::steady_clock::now();
-    source_.Read(frame, decoded_);
+    {
+        const auto timed = TimeStage(clock_, Stage::Decode);
+        source_.Read(frame, decoded_);
+    }
+    const auto timed = TimeStage(clock_, Stage::ConvertIn);
     if (kept_.size() == 2) kept_.pop_front();
     kept_.emplace_back(frame, MediaFrame{});
     ConvertFrame(decoded_, working_, kept_.back().second);
-    sourceSeconds_ +=
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return kept_.back().second;
 }
 
@@ -72,6 +75,7 @@ int CliQuelmor::GetToBeWarpedSequenceImage(ZUImage** image, int frame) {
         // Times before the first or after the last frame hold the end frames.
         const int clamped = std::clamp(frame, 0, source_.FrameCount() - 1);
         const MediaFrame& pixels = WorkingFrame(clamped);
+        const auto timed = TimeStage(clock_, Stage::ConvertIn);
         auto* out = new CliImage(working_);
         std::memcpy(out->pixels.data(), pixels.pixels.data(), out->pixels.size());
         *image = out;

@@ -4,11 +4,11 @@
 // make the same pictures.
 #pragma once
 
-#include <chrono>
 #include <deque>
 #include <utility>
 
 #include "cli/Media.h"
+#include "cli/StageClock.h"
 #include "cli/Timing.h"
 #include "engine/Engine.h"
 
@@ -25,16 +25,15 @@ MediaFormat WorkingFormat(const MediaFormat& source);
 
 class CliQuelmor final : public ZUQuelmor4 {
 public:
-    // `scenes` may be null; the reader, timing and curve must outlive the object.
-    CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes);
+    // `scenes` and `clock` may be null; the reader, timing, curve and clock must outlive the
+    // object. The clock gets the decoding and converting of source frames.
+    CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes,
+               StageClock* clock = nullptr);
     ~CliQuelmor() override;
 
     // Renders output frame `index` (counted from 0) into `out`, in the working format.
     // Throws MediaError when the engine fails.
     void Render(int index, const EngineSettings& settings, MediaFrame& out);
-
-    // Seconds spent reading and converting source frames, inside Render.
-    double SourceSeconds() const { return sourceSeconds_; }
 
     int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override;
     int GetTrackingSequenceImage(ZUImage** image, int frame) override;
@@ -55,7 +54,7 @@ private:
     MediaFormat working_;
     std::deque<std::pair<int, MediaFrame>> kept_;
     MediaFrame decoded_;
-    double sourceSeconds_ = 0.0;
+    StageClock* clock_;
 };
 
 } // namespace quelmor::cli

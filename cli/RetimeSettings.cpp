@@ -7,7 +7,7 @@ namespace {
 constexpr OptionSpec kRetimeOptions[] = {
     {"speed", true},  {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
     {"frames", true}, {"interpolation", true}, {"quality", true},     {"motion-blur", true},
-    {"rate", true},   {"overwrite", false},    {"quiet", false},
+    {"rate", true},   {"overwrite", false},    {"quiet", false},      {"timing", false},
 };
 constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
 constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
@@ -42,6 +42,7 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     if (auto v = line.Value("rate")) s.rate = ParsePositive(*v, "--rate");
     s.overwrite = line.Has("overwrite");
     s.quiet = line.Has("quiet");
+    s.timing = line.Has("timing");
     if (s.input == s.output) throw UsageError("the output must not be the input");
     return s;
 }

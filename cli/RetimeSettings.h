@@ -23,6 +23,7 @@ struct RetimeSettings {
     double rate = 0.0; // frames per second of a video output, 0: the input's
     bool overwrite = false;
     bool quiet = false;
+    bool timing = false; // print where the time went
 };
 
 // Throws UsageError for anything missing, unknown, contradictory or out of range.

@@ -14,6 +14,7 @@
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
 #include "cli/Progress.h"
+#include "cli/StageClock.h"
 #include "cli/Timing.h"
 #include "cli/WriteBehind.h"
 #include "sparkhost/HostState.h"
@@ -29,7 +30,7 @@ constexpr OptionSpec kSparkOptions[] = {
     {"speed", true},     {"interpolation", true}, {"quality", true}, {"motion-blur", true},
     {"fields-in", true}, {"fields-out", true},    {"setup", true},   {"speed-curve", true},
     {"scenes", true},    {"plugin", true},        {"rate", true},    {"overwrite", false},
-    {"quiet", false},
+    {"quiet", false},    {"timing", false},
 };
 constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
 constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
@@ -117,7 +118,8 @@ int RunSpark(std::span<const std::string> args) {
     if (!plugin) throw MediaError("cannot load the plug-in " + pluginPath + ": " + why);
 
     const MediaFormat& format = source->Format();
-    auto frames = std::make_shared<MediaFrameSource>(*source);
+    StageClock clock;
+    auto frames = std::make_shared<MediaFrameSource>(*source, &clock);
     SparkHostReset();
     SparkHostState& host = SparkHost();
     ScratchFolder scratch;
@@ -177,21 +179,26 @@ int RunSpark(std::span<const std::string> args) {
     auto writer = CreateMedia(output, format, options);
     Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
     SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
-    WriteBehind out(*writer);
+    WriteBehind out(*writer, &clock);
     int written = 0;
-    double pluginSeconds = 0.0;
     auto deliver = [&](const spark_info_struct& info) {
-        const auto t0 = Clock::now();
-        const void* pixels = plugin->Process(info);
-        pluginSeconds += std::chrono::duration<double>(Clock::now() - t0).count();
+        const void* pixels = nullptr;
+        {
+            const auto timed = TimeStage(&clock, Stage::Engine);
+            pixels = plugin->Process(info);
+        }
         if (!pixels || !result)
             throw MediaError("the plug-in returned no frame for output frame " +
                              std::to_string(written));
         MediaFrame frame;
-        UnpackHostFrame(pixels, format.width, format.height, frames->Depth(), frame);
+        {
+            const auto timed = TimeStage(&clock, Stage::ConvertOut);
+            UnpackHostFrame(pixels, format.width, format.height, frames->Depth(), frame);
+        }
         out.Write(first + written++, std::move(frame));
         progress.FrameDone();
     };
+    clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());
     if (curveMode) {
         // The host asks for each output frame by number.
         for (int n = 0; n < count; ++n) {
@@ -214,12 +221,11 @@ int RunSpark(std::span<const std::string> args) {
     out.Finish();
     progress.Finish();
     const double totalSeconds = std::chrono::duration<double>(Clock::now() - started).count();
-    const double inEngine = pluginSeconds - frames->Seconds();
     if (!line.Has("quiet"))
-        std::fprintf(stderr,
-                     "spark: %d frames, %.2f frames per second, %.0f%% of the time outside "
-                     "the plug-in's engine (reading, converting, writing)\n",
-                     count, count / totalSeconds, 100.0 * (totalSeconds - inEngine) / totalSeconds);
+        std::fputs(clock.Summary("spark", count, totalSeconds, "the plug-in").c_str(), stderr);
+    if (line.Has("timing"))
+        std::fputs(clock.Report(count, totalSeconds, "plug-in (engine, its conversions)").c_str(),
+                   stderr);
     return 0;
 }
 

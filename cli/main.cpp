@@ -27,12 +27,13 @@ commands:
       --rate FPS            frame rate of a video output (default: the input's)
       --overwrite           replace existing output files
       --quiet               no progress
+      --timing              print where the time went (decoding, converting, engine, writing)
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
       --speed S  --interpolation NAME  --quality NAME  --motion-blur X
       --fields-in none|lower|upper  --fields-out none|lower|upper
       --setup FILE.setup    panel values to load first (and where the host saves them)
       --speed-curve FILE  --scenes FILE   curve mode: speed and scene cuts from key files
-      --plugin PATH  --rate FPS  --overwrite  --quiet
+      --plugin PATH  --rate FPS  --overwrite  --quiet  --timing
   synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --overwrite  --quiet
   score RESULT TRUTH    PSNR of a result against true frames

@@ -56,6 +56,25 @@ TEST_F(SparkTest, PlugInAndDirectPathMakeTheSamePixels) {
     }
 }
 
+TEST_F(SparkTest, TimingSplitsBothPathsIntoStages) {
+    struct Case {
+        const char* command;
+        const char* engineRow;
+    } cases[] = {{"spark", "plug-in (engine, its conversions)"}, {"retime", "engine"}};
+    for (const Case& c : cases) {
+        const auto r = Run({c.command, In("c.%04d.png"), In(std::string(c.command) + ".%04d.png"),
+                            "--speed", "0.5", "--quality", "none", "--quiet", "--timing"});
+        EXPECT_NE(r.err.find("timing of 8 frames"), std::string::npos) << c.command << r.err;
+        for (const char* row : {"decode source frames", "convert source frames", c.engineRow,
+                                "wait for the writer", "outside the engine", "encode and write"})
+            EXPECT_NE(r.err.find("\n  " + std::string(row) + " "), std::string::npos)
+                << c.command << ": no row " << row << " in\n"
+                << r.err;
+        EXPECT_EQ(r.err.find("frames per second"), std::string::npos)
+            << "--quiet drops the summary";
+    }
+}
+
 TEST_F(SparkTest, KeepsThePanelInTheSetupFile) {
     Run({"spark", In("c.%04d.png"), In("a.%04d.png"), "--speed", "0.5", "--quality", "none",
          "--setup", In("panel.setup"), "--quiet"});
