@@ -18,8 +18,8 @@ using test::FolderState;
 using test::FramePsnr;
 using test::RunQuelmor;
 
-// Vector quality of the renders whose pictures are checked.
-constexpr const char* kQuality = "none";
+// Vector quality of the renders whose pictures are checked: motion vectors at their best.
+constexpr const char* kQuality = "best";
 
 class RetimeTest : public test::FolderTest {
 protected:
@@ -54,6 +54,28 @@ TEST_F(RetimeTest, SlowMotionKeepsDepthAndFrameCount) {
         // Even output frames lie on source frames and reproduce them.
         EXPECT_GT(FramePsnr(In(c.input), 1, In(c.output), 2), 45.0) << c.output;
     }
+}
+
+TEST_F(RetimeTest, MotionVectorsBeatThePlainBlendAgainstTheTrueFrames) {
+    // The synthetic clip with its true in-between frames, slowed to half speed both ways.
+    ASSERT_EQ(RunQuelmor({"synth", In("s.%04d.png"), "--frames", "6", "--size", "96x64", "--steps",
+                          "2", "--quiet"})
+                  .status,
+              0);
+    struct Case {
+        const char* name;
+        const char* quality;
+    } cases[] = {{"motion", kQuality}, {"plain", "none"}};
+    double psnr[2] = {};
+    for (int i = 0; i < 2; ++i) {
+        const std::string out = In(std::string(cases[i].name) + ".%04d.png");
+        const auto r = RunQuelmor({"retime", In("s.%04d.png"), out, "--speed", "0.5", "--quality",
+                                   cases[i].quality, "--interpolation", "blend", "--quiet"});
+        ASSERT_EQ(r.status, 0) << cases[i].name << ": " << r.err;
+        psnr[i] = ScoreClips(*OpenMedia(out), *OpenMedia(In("true_s.%04d.png"))).psnr;
+    }
+    EXPECT_GT(psnr[0], psnr[1] + 1.5)
+        << "motion " << psnr[0] << " dB, plain blend " << psnr[1] << " dB";
 }
 
 TEST_F(RetimeTest, ChunksJoinWithoutASeam) {

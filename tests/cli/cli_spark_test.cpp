@@ -41,6 +41,9 @@ TEST_F(SparkTest, PlugInAndDirectPathMakeTheSamePixels) {
         {"none_weighted", {"--speed", "0.75", "--quality", "none", "--interpolation", "weighted"}},
         {"none_nearest", {"--speed", "0.5", "--quality", "none", "--interpolation", "nearest"}},
         {"speed_up", {"--speed", "2", "--quality", "none"}},
+        {"best_blend", {"--speed", "0.5", "--quality", "best", "--interpolation", "blend"}},
+        {"best_nearest", {"--speed", "0.4", "--quality", "best", "--interpolation", "nearest"}},
+        {"high_weighted", {"--speed", "0.75", "--quality", "high", "--interpolation", "weighted"}},
     };
     for (const Case& c : cases) {
         std::vector<std::string> spark = {"spark", In("c.%04d.png"),
@@ -76,7 +79,7 @@ TEST_F(SparkTest, TimingSplitsBothPathsIntoStages) {
 }
 
 TEST_F(SparkTest, KeepsThePanelInTheSetupFile) {
-    Run({"spark", In("c.%04d.png"), In("a.%04d.png"), "--speed", "0.5", "--quality", "none",
+    Run({"spark", In("c.%04d.png"), In("a.%04d.png"), "--speed", "0.5", "--quality", "best",
          "--setup", In("panel.setup"), "--quiet"});
     std::ifstream setup(In("panel.setup"));
     ASSERT_TRUE(setup.good());
