@@ -1,36 +1,24 @@
-// Quality of a rebuilt middle frame on the Middlebury pairs: both flows at
-// "Best" (reduction 1) with sensitivity 0.7, each frame pulled half-way by the
-// inverse warp and the two mixed 50/50, scored by PSNR against the true
-// in-between frame beside a plain 50/50 blend.
+// Quality of a rebuilt middle frame on the Middlebury pairs: both flows at "Best" (reduction 1)
+// with sensitivity 0.7, each frame pulled half-way by the inverse warp and the two mixed 50/50,
+// scored by PSNR and SSIM (luma) against the true in-between frame beside a plain 50/50 blend.
+// With OpenCV, the flows of DIS (medium preset, full size) go through the same warp and mix, so
+// that the two flows are compared on equal terms.
 //
-//   flow_quality_bench                       one row per sequence, then the
-//   means
+//   flow_quality_bench          one row per sequence, then the means
 #include "FlowBenchSupport.h"
+#include "ImageMetrics.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cmath>
 #include <string>
+
+#ifdef QUELMOR_HAVE_OPENCV
+#include "DisReference.h"
+#endif
 
 namespace {
 
 using namespace quelmor::bench;
-
-// PSNR over the colour channels of two 8-bit RGBA images.
-double Psnr(const DQImage* a, const DQImage* b) {
-    double sum = 0.0;
-    for (int y = 0; y < a->height; ++y) {
-        const uint8_t* p = a->Row<uint8_t>(y);
-        const uint8_t* q = b->Row<uint8_t>(y);
-        for (int x = 0; x < a->width; ++x)
-            for (int c = 0; c < 3; ++c) {
-                const double d = double(p[4 * x + c]) - double(q[4 * x + c]);
-                sum += d * d;
-            }
-    }
-    const double mse = sum / (3.0 * a->width * a->height);
-    return 10.0 * std::log10(255.0 * 255.0 / std::max(mse, 1e-12));
-}
 
 void Mix(DQImage* out, const DQImage* a, const DQImage* b) {
     for (int y = 0; y < out->height; ++y)
@@ -39,19 +27,36 @@ void Mix(DQImage* out, const DQImage* a, const DQImage* b) {
                 (int(a->Row<uint8_t>(y)[x]) + int(b->Row<uint8_t>(y)[x]) + 1) / 2);
 }
 
+// The middle frame from a pair of flows: at the middle pixel x, A(x + 0.5 backward(x)) and
+// B(x + 0.5 forward(x)), mixed 50/50.
+void MiddleFrame(DQImage* out, DQImage* a, DQImage* b, DQImage* forward, DQImage* backward) {
+    Owned fromA(new DQImage(a->width, a->height, 4, DQ_UCHAR, 0));
+    Owned fromB(new DQImage(a->width, a->height, 4, DQ_UCHAR, 0));
+    DQWarpInverse(fromA.get(), a, backward, 1, nullptr, 1, 0.5f);
+    DQWarpInverse(fromB.get(), b, forward, 1, nullptr, 1, 0.5f);
+    Mix(out, fromA.get(), fromB.get());
+}
+
 const char* const kSequences[] = {"Beanbags", "Dimetrodon", "DogDance",   "Grove2",
                                   "Grove3",   "Hydrangea",  "MiniCooper", "RubberWhale",
                                   "Urban2",   "Urban3",     "Venus",      "Walking"};
 
 // Sums over the sequences run so far, for the mean row.
 struct QualityTotals {
-    double blend = 0.0, flow = 0.0;
+    FrameScore blend, flow, dis;
     int count = 0;
+
+    static void Add(FrameScore& sum, const FrameScore& s) {
+        sum.psnr += s.psnr;
+        sum.ssimLuma += s.ssimLuma;
+    }
 } gTotals;
 
-// Rebuilds frame 10.5 of one sequence from both flows at "Best", sensitivity
-// 0.7: each frame is pulled half-way along the flow from the other frame and
-// the two are mixed 50/50.
+void Report(benchmark::State& state, const char* name, const FrameScore& s, int count = 1) {
+    state.counters[std::string("psnr_") + name] = s.psnr / count;
+    state.counters[std::string("ssim_") + name] = s.ssimLuma / count;
+}
+
 void BM_MiddleburyQuality(benchmark::State& state) {
     const std::filesystem::path dir = DataDir() / "middlebury" / kSequences[state.range(0)];
     Owned a = ReadRGBA(dir / "frame10.png"), b = ReadRGBA(dir / "frame11.png");
@@ -64,25 +69,28 @@ void BM_MiddleburyQuality(benchmark::State& state) {
     const int w = a->width, h = a->height;
     SetWorkers(w, h);
     Owned blend(new DQImage(w, h, 4, DQ_UCHAR, 0)), mixed(new DQImage(w, h, 4, DQ_UCHAR, 0));
-    Owned fromA(new DQImage(w, h, 4, DQ_UCHAR, 0)), fromB(new DQImage(w, h, 4, DQ_UCHAR, 0));
     for (auto _ : state) {
         DQOpticalFlowUChar flow(0, w, h, 1, 0, 0, 2);
         flow.SetSensitivity(0.7f);
         Owned forward(new DQImage(flow.width, flow.height, 2, DQ_FLOAT, 0));
         Owned backward(new DQImage(flow.width, flow.height, 2, DQ_FLOAT, 0));
         TwoFlows(flow, a.get(), b.get(), forward.get(), backward.get());
-        // At the middle pixel x: A(x + 0.5 backward(x)) and B(x + 0.5 forward(x)).
-        DQWarpInverse(fromA.get(), a.get(), backward.get(), 1, nullptr, 1, 0.5f);
-        DQWarpInverse(fromB.get(), b.get(), forward.get(), 1, nullptr, 1, 0.5f);
-        Mix(mixed.get(), fromA.get(), fromB.get());
+        MiddleFrame(mixed.get(), a.get(), b.get(), forward.get(), backward.get());
     }
     Mix(blend.get(), a.get(), b.get());
-    const double psnrBlend = Psnr(blend.get(), truth.get());
-    const double psnrFlow = Psnr(mixed.get(), truth.get());
-    state.counters["psnr_blend"] = psnrBlend;
-    state.counters["psnr_flow"] = psnrFlow;
-    gTotals.blend += psnrBlend;
-    gTotals.flow += psnrFlow;
+    const FrameScore scoreBlend = Score(*blend, *truth), scoreFlow = Score(*mixed, *truth);
+    Report(state, "blend", scoreBlend);
+    Report(state, "flow", scoreFlow);
+    QualityTotals::Add(gTotals.blend, scoreBlend);
+    QualityTotals::Add(gTotals.flow, scoreFlow);
+#ifdef QUELMOR_HAVE_OPENCV
+    const DisFlows dis = ComputeDisFlows(*a, *b);
+    Owned disForward = ToFlowImage(dis.aToB), disBackward = ToFlowImage(dis.bToA);
+    MiddleFrame(mixed.get(), a.get(), b.get(), disForward.get(), disBackward.get());
+    const FrameScore scoreDis = Score(*mixed, *truth);
+    Report(state, "dis", scoreDis);
+    QualityTotals::Add(gTotals.dis, scoreDis);
+#endif
     ++gTotals.count;
 }
 BENCHMARK(BM_MiddleburyQuality)->DenseRange(0, 11)->Iterations(1)->Unit(benchmark::kMillisecond);
@@ -95,8 +103,11 @@ void BM_MiddleburyQualityMean(benchmark::State& state) {
         return;
     }
     state.SetLabel(std::to_string(gTotals.count) + " sequences");
-    state.counters["psnr_blend"] = gTotals.blend / gTotals.count;
-    state.counters["psnr_flow"] = gTotals.flow / gTotals.count;
+    Report(state, "blend", gTotals.blend, gTotals.count);
+    Report(state, "flow", gTotals.flow, gTotals.count);
+#ifdef QUELMOR_HAVE_OPENCV
+    Report(state, "dis", gTotals.dis, gTotals.count);
+#endif
 }
 BENCHMARK(BM_MiddleburyQualityMean)->Iterations(1);
 

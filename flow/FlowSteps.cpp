@@ -6,6 +6,8 @@
 #include "warp/Filters.h"
 
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 
 namespace {
 
@@ -135,25 +137,40 @@ void DQFlowComputeResidual(const DQImage* imageA, const DQImage* imageB, const D
                            const DQImage* gradY, const DQImage* flow, const DQImage* matteB,
                            DQImage* residual) {
     const int w = imageA->width;
-    const float maxX = static_cast<float>(imageB->lastColumn);
-    const float maxY = static_cast<float>(imageB->lastRow);
+    const int lastX = imageB->lastColumn, lastY = imageB->lastRow;
+    const float maxX = static_cast<float>(lastX);
+    const float maxY = static_cast<float>(lastY);
+    // Rows of B as a first row and a signed step, so that sampling needs no call per pixel.
+    const uint8_t* originB = imageB->RowAddress(0);
+    const ptrdiff_t stepB = imageB->rowStep;
     ZUMPForRows(imageA->height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
-            const float* a = imageA->Row<float>(y);
-            const float* gx = gradX->Row<float>(y);
-            const float* gy = gradY->Row<float>(y);
-            const float* f = flow->Row<float>(y);
-            float* r = residual->Row<float>(y);
+            const float* __restrict a = imageA->Row<float>(y);
+            const float* __restrict gx = gradX->Row<float>(y);
+            const float* __restrict gy = gradY->Row<float>(y);
+            const float* __restrict f = flow->Row<float>(y);
+            float* __restrict r = residual->Row<float>(y);
             for (int x = 0; x < w; ++x) {
                 const float px = static_cast<float>(x) - f[2 * x];
                 const float py = static_cast<float>(y) - f[2 * x + 1];
-                r[2 * x] = 0.0f;
-                r[2 * x + 1] = 0.0f;
-                if (!(px >= 0.0f && px <= maxX && py >= 0.0f && py <= maxY)) continue;
-                if (matteB && double(DQFlowSampleBilinear(matteB, 0, px, py)) < 0.999) continue;
-                const float d = DQFlowSampleBilinear(imageB, 0, px, py) - a[x];
-                r[2 * x] = gx[x] * d;
-                r[2 * x + 1] = gy[x] * d;
+                float rx = 0.0f, ry = 0.0f;
+                if (px >= 0.0f && px <= maxX && py >= 0.0f && py <= maxY &&
+                    !(matteB && double(DQFlowSampleBilinear(matteB, 0, px, py)) < 0.999)) {
+                    int ix, iy;
+                    float fx, fy;
+                    SplitPosition(px, lastX, &ix, &fx);
+                    SplitPosition(py, lastY, &iy, &fy);
+                    const float* r0 = reinterpret_cast<const float*>(originB + stepB * iy) + ix;
+                    const float* r1 =
+                        reinterpret_cast<const float*>(originB + stepB * (iy + 1)) + ix;
+                    const float top = r0[0] + (r0[1] - r0[0]) * fx;
+                    const float bottom = r1[0] + (r1[1] - r1[0]) * fx;
+                    const float d = (top + (bottom - top) * fy) - a[x];
+                    rx = gx[x] * d;
+                    ry = gy[x] * d;
+                }
+                r[2 * x] = rx;
+                r[2 * x + 1] = ry;
             }
         }
     });
