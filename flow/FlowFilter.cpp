@@ -41,50 +41,6 @@ const HalfKernel& KernelOf(DQFlowFilterKind kind) {
     return kernels[static_cast<int>(kind)];
 }
 
-// One output row of the column pass from the plane of rows-filtered lines. The interior adds the
-// pairs of taps outwards from the centre; near the top and bottom the taps outside are dropped and
-// the rest divided by the sum of their weights, added from the topmost tap down.
-void ColumnRow(const float* plane, size_t stride, int height, int y, float* __restrict out,
-               int elements, const HalfKernel& f) {
-    const float* centre = plane + static_cast<size_t>(y) * stride;
-    if (y >= f.n && y < height - f.n) {
-        const float w0 = f.w[0];
-        {
-            const float* __restrict c = centre;
-            for (int j = 0; j < elements; ++j)
-                out[j] = w0 * c[j];
-        }
-        for (int k = 1; k < f.n; ++k) {
-            const float* __restrict up = centre - static_cast<size_t>(k) * stride;
-            const float* __restrict down = centre + static_cast<size_t>(k) * stride;
-            const float wk = f.w[k];
-            for (int j = 0; j < elements; ++j)
-                out[j] += wk * (down[j] + up[j]);
-        }
-        return;
-    }
-    const int tLow = std::max(-(f.n - 1), -y);
-    const int tHigh = std::min(f.n - 1, height - 1 - y);
-    float weights = 0.0f;
-    for (int j = 0; j < elements; ++j)
-        out[j] = 0.0f;
-    for (int t = tLow; t <= tHigh; ++t) {
-        const float wt = f.w[t < 0 ? -t : t];
-        weights += wt;
-        const float* __restrict src =
-            centre + static_cast<ptrdiff_t>(t) * static_cast<ptrdiff_t>(stride);
-        for (int j = 0; j < elements; ++j)
-            out[j] += wt * src[j];
-    }
-    if (weights == 0.0f) {
-        for (int j = 0; j < elements; ++j)
-            out[j] = 0.0f;
-        return;
-    }
-    for (int j = 0; j < elements; ++j)
-        out[j] /= weights;
-}
-
 } // namespace
 
 DQFlowBuffer::~DQFlowBuffer() {
@@ -121,6 +77,7 @@ void DQFlowBlur(DQImage* dest, const DQImage* source, DQFlowFilterKind kind, DQF
     });
     ZUMPForRows(threads, height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y)
-            ColumnRow(rows, stride, height, y, dest->Row<float>(y), elements, kernel);
+            warp_detail::FilterColumnRow(rows, stride, height, y, dest->Row<float>(y), elements,
+                                         lineFilter);
     });
 }

@@ -31,53 +31,6 @@ inline float EdgeSample(int i, int length, const SymmetricFilter& f, At&& at) {
     return weights != 0.0f ? sum / weights : 0.0f;
 }
 
-// One output row of the column pass from the float image `rows` (row y at rows + y * stride).
-void FilterColumnRow(const float* rows, size_t stride, int height, int y, float* __restrict out,
-                     int elements, const SymmetricFilter& f) {
-    const float* w = f.w;
-    const float* centre = rows + static_cast<size_t>(y) * stride;
-    if (y >= f.edge && y < height - f.edge) {
-        for (int j0 = 0; j0 < elements; j0 += kColumnBlock) {
-            const int count = std::min(kColumnBlock, elements - j0);
-            const float* __restrict c = centre + j0;
-            float* __restrict o = out + j0;
-            const float w0 = w[0];
-            for (int j = 0; j < count; ++j)
-                o[j] = w0 * c[j];
-            for (int k = 1; k < f.n; ++k) {
-                const float* __restrict up = c - static_cast<size_t>(k) * stride;
-                const float* __restrict down = c + static_cast<size_t>(k) * stride;
-                const float wk = w[k];
-                for (int j = 0; j < count; ++j)
-                    o[j] += wk * (down[j] + up[j]);
-            }
-        }
-        return;
-    }
-    // Near the top or bottom every element of the row drops the same taps, so the sum of the
-    // weights used is one number for the whole row.
-    const int tLow = std::max(-(f.n - 1), -y);
-    const int tHigh = std::min(f.n - 1, height - 1 - y);
-    float weights = 0.0f;
-    for (int j = 0; j < elements; ++j)
-        out[j] = 0.0f;
-    for (int t = tLow; t <= tHigh; ++t) {
-        const float wt = w[t < 0 ? -t : t];
-        weights += wt;
-        const float* __restrict src =
-            centre + static_cast<ptrdiff_t>(t) * static_cast<ptrdiff_t>(stride);
-        for (int j = 0; j < elements; ++j)
-            out[j] += wt * src[j];
-    }
-    if (weights == 0.0f) {
-        for (int j = 0; j < elements; ++j)
-            out[j] = 0.0f;
-        return;
-    }
-    for (int j = 0; j < elements; ++j)
-        out[j] /= weights;
-}
-
 template <class T>
 void LoadRow(const T* __restrict row, float* __restrict line, int elements) {
     for (int j = 0; j < elements; ++j)
@@ -158,6 +111,53 @@ void FilterImage(DQImage* dest, const DQImage* source, const SymmetricFilter& f,
 }
 
 } // namespace
+
+// One output row of the column pass from the float image `rows` (row y at rows + y * stride).
+void FilterColumnRow(const float* rows, size_t stride, int height, int y, float* __restrict out,
+                     int elements, const SymmetricFilter& f) {
+    const float* w = f.w;
+    const float* centre = rows + static_cast<size_t>(y) * stride;
+    if (y >= f.edge && y < height - f.edge) {
+        for (int j0 = 0; j0 < elements; j0 += kColumnBlock) {
+            const int count = std::min(kColumnBlock, elements - j0);
+            const float* __restrict c = centre + j0;
+            float* __restrict o = out + j0;
+            const float w0 = w[0];
+            for (int j = 0; j < count; ++j)
+                o[j] = w0 * c[j];
+            for (int k = 1; k < f.n; ++k) {
+                const float* __restrict up = c - static_cast<size_t>(k) * stride;
+                const float* __restrict down = c + static_cast<size_t>(k) * stride;
+                const float wk = w[k];
+                for (int j = 0; j < count; ++j)
+                    o[j] += wk * (down[j] + up[j]);
+            }
+        }
+        return;
+    }
+    // Near the top or bottom every element of the row drops the same taps, so the sum of the
+    // weights used is one number for the whole row.
+    const int tLow = std::max(-(f.n - 1), -y);
+    const int tHigh = std::min(f.n - 1, height - 1 - y);
+    float weights = 0.0f;
+    for (int j = 0; j < elements; ++j)
+        out[j] = 0.0f;
+    for (int t = tLow; t <= tHigh; ++t) {
+        const float wt = w[t < 0 ? -t : t];
+        weights += wt;
+        const float* __restrict src =
+            centre + static_cast<ptrdiff_t>(t) * static_cast<ptrdiff_t>(stride);
+        for (int j = 0; j < elements; ++j)
+            out[j] += wt * src[j];
+    }
+    if (weights == 0.0f) {
+        for (int j = 0; j < elements; ++j)
+            out[j] = 0.0f;
+        return;
+    }
+    for (int j = 0; j < elements; ++j)
+        out[j] /= weights;
+}
 
 void FilterLine(const float* __restrict in, float* __restrict out, int length, int channels,
                 const SymmetricFilter& f) {

@@ -3,6 +3,8 @@
 // filter run along rows into a float image and then down its columns, each pass in row bands.
 #include "image/DQImage.h"
 
+#include <cstddef>
+
 namespace warp_detail {
 
 struct SymmetricFilter {
@@ -20,5 +22,11 @@ void FilterSeparable(DQImage* dest, const DQImage* source, const SymmetricFilter
 // One interleaved line of `length` pixels of `channels` floats, filtered from `in` to `out`.
 void FilterLine(const float* in, float* out, int length, int channels,
                 const SymmetricFilter& filter);
+
+// One output row of the column pass: row y of the columns of the float plane `rows` (row y at
+// rows + y * stride, `elements` floats wide), into `out`. Within `edge` rows of the top or bottom
+// the taps outside are dropped and the rest divided by the sum of their weights.
+void FilterColumnRow(const float* rows, size_t stride, int height, int y, float* __restrict out,
+                     int elements, const SymmetricFilter& f);
 
 } // namespace warp_detail
