@@ -3,7 +3,7 @@
 // engine's two flows of a pair.
 #include "flow/Flow.h"
 #include "image/Parallel.h"
-#include "sparkhost/WorkerPool.h"
+#include "sparkhost/DirectWorkers.h"
 #include "warp/Warp.h"
 
 #include <algorithm>
@@ -28,11 +28,7 @@ inline std::filesystem::path DataDir() {
 
 inline void SetWorkers(int width, int height) {
     const int workers = std::max(1u, std::min(64u, std::thread::hardware_concurrency()));
-    Width = width;
-    Height = height;
-    ZUMPSetNumThreads(workers);
-    SparkHostSetWorkerCount(workers);
-    SparkHostSetFrameSize(width, height);
+    SparkHostUseWorkersDirect(workers, width, height);
 }
 
 // Reads an image as 8-bit RGBA; null when it cannot be read.

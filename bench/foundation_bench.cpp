@@ -1,7 +1,7 @@
 // Costs under every pixel algorithm: the fork and join of the row loop, and band operations on a
 // 1920x1080 four-channel 8-bit frame beside a plain memcpy of the same bytes.
 #include "image/Image.h"
-#include "sparkhost/WorkerPool.h"
+#include "sparkhost/DirectWorkers.h"
 
 #include <benchmark/benchmark.h>
 
@@ -15,11 +15,7 @@ constexpr int64_t kFrameBytes = int64_t{kWidth} * kHeight * 4;
 
 // Sets the worker count on both sides of the fork for one benchmark.
 void UseWorkers(int workers) {
-    Width = kWidth;
-    Height = kHeight;
-    ZUMPSetNumThreads(workers);
-    SparkHostSetWorkerCount(workers);
-    SparkHostSetFrameSize(kWidth, kHeight);
+    SparkHostUseWorkersDirect(workers, kWidth, kHeight);
 }
 
 int EmptyRows(int, int, int, int, va_list*, ...) {

@@ -7,7 +7,7 @@
 #include "host/Conversion.h"
 #include "host/MyImage.h"
 #include "image/Image.h"
-#include "sparkhost/WorkerPool.h"
+#include "sparkhost/DirectWorkers.h"
 
 #include <benchmark/benchmark.h>
 
@@ -22,11 +22,7 @@ constexpr int kFrameHeight = 1080;
 constexpr int kPixels = kFrameWidth * kFrameHeight;
 
 void UseWorkers(int workers) {
-    Width = kFrameWidth;
-    Height = kFrameHeight;
-    ZUMPSetNumThreads(workers);
-    SparkHostSetWorkerCount(workers);
-    SparkHostSetFrameSize(kFrameWidth, kFrameHeight);
+    SparkHostUseWorkersDirect(workers, kFrameWidth, kFrameHeight);
 }
 
 // Host element and working element sizes of the three host depths.

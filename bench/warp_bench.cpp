@@ -5,7 +5,7 @@
 // the 2:1 bilinear resize of a float plane against cv::resize. Each benchmark takes the worker
 // count as its argument; OpenCV is given the same count.
 #include "image/Image.h"
-#include "sparkhost/WorkerPool.h"
+#include "sparkhost/DirectWorkers.h"
 #include "warp/Warp.h"
 
 #include <benchmark/benchmark.h>
@@ -24,11 +24,7 @@ constexpr int kFrameWidth = 1920;
 constexpr int kFrameHeight = 1080;
 
 void UseWorkers(int workers) {
-    Width = kFrameWidth;
-    Height = kFrameHeight;
-    ZUMPSetNumThreads(workers);
-    SparkHostSetWorkerCount(workers);
-    SparkHostSetFrameSize(kFrameWidth, kFrameHeight);
+    SparkHostUseWorkersDirect(workers, kFrameWidth, kFrameHeight);
 #ifdef QUELMOR_HAVE_OPENCV
     cv::setNumThreads(workers);
 #endif

@@ -14,7 +14,7 @@
 #include "cli/Timing.h"
 #include "cli/WriteBehind.h"
 #include "image/Parallel.h"
-#include "sparkhost/WorkerPool.h"
+#include "sparkhost/DirectWorkers.h"
 
 namespace quelmor::cli {
 
@@ -29,11 +29,7 @@ Timing TimingOf(const RetimeSettings& s) {
 // Workers for the row loop: every core, within the slot table's limit.
 void SetWorkers(int width, int height) {
     const int workers = std::clamp(int(std::thread::hardware_concurrency()), 1, 64);
-    Width = width;
-    Height = height;
-    ZUMPSetNumThreads(workers);
-    SparkHostSetWorkerCount(workers);
-    SparkHostSetFrameSize(width, height);
+    SparkHostUseWorkersDirect(workers, width, height);
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 // Test fixtures shared by the suites: worker count and frame size for the row loop, and small
 // image helpers.
 #include "image/Image.h"
-#include "sparkhost/WorkerPool.h"
+#include "sparkhost/DirectWorkers.h"
 
 #include <gtest/gtest.h>
 
@@ -18,11 +18,7 @@ public:
     WorkerScope& operator=(const WorkerScope&) = delete;
 
     static void Set(int workers, int width, int height) {
-        Width = width;
-        Height = height;
-        ZUMPSetNumThreads(workers);
-        SparkHostSetWorkerCount(workers);
-        SparkHostSetFrameSize(width, height);
+        SparkHostUseWorkersDirect(workers, width, height);
     }
 };
 
