@@ -36,18 +36,20 @@ inline Owned ReadRGBA(const std::filesystem::path& path) {
 #ifdef QUELMOR_HAVE_OIIO
     auto input = OIIO::ImageInput::open(path.string());
     if (!input) return nullptr;
-    const OIIO::ImageSpec& spec = input->spec();
-    std::vector<uint8_t> pixels(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
-    if (!input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::UINT8, pixels.data()))
+    const OIIO::ImageSpec& header = input->spec_dimensions(0);
+    std::vector<uint8_t> pixels(static_cast<size_t>(header.width) * header.height *
+                                header.nchannels);
+    if (!input->read_image(0, 0, 0, header.nchannels, OIIO::TypeDesc::UINT8, pixels.data()))
         return nullptr;
-    Owned image(new DQImage(spec.width, spec.height, 4, DQ_UCHAR, 0));
-    for (int y = 0; y < spec.height; ++y)
-        for (int x = 0; x < spec.width; ++x) {
-            const uint8_t* in = &pixels[(static_cast<size_t>(y) * spec.width + x) * spec.nchannels];
+    Owned image(new DQImage(header.width, header.height, 4, DQ_UCHAR, 0));
+    for (int y = 0; y < header.height; ++y)
+        for (int x = 0; x < header.width; ++x) {
+            const uint8_t* in =
+                &pixels[(static_cast<size_t>(y) * header.width + x) * header.nchannels];
             uint8_t* out = image->Row<uint8_t>(y) + 4 * x;
             for (int c = 0; c < 3; ++c)
-                out[c] = in[spec.nchannels >= 3 ? c : 0];
-            out[3] = spec.nchannels == 4 ? in[3] : 255;
+                out[c] = in[header.nchannels >= 3 ? c : 0];
+            out[3] = header.nchannels == 4 ? in[3] : 255;
         }
     return image;
 #else

@@ -35,11 +35,11 @@ CommandLine ParseCommandLine(const std::string& command, std::span<const std::st
             inlineValue = name.substr(eq + 1);
             name.resize(eq);
         }
-        const auto spec = std::find_if(options.begin(), options.end(),
-                                       [&](const OptionSpec& o) { return name == o.name; });
-        if (spec == options.end())
+        const auto known = std::find_if(options.begin(), options.end(),
+                                        [&](const OptionSpec& o) { return name == o.name; });
+        if (known == options.end())
             throw UsageError("unknown option " + arg + " for quelmor " + command);
-        if (!spec->takesValue) {
+        if (!known->takesValue) {
             if (inlineValue) throw UsageError("option --" + name + " takes no value");
             out.values[name] = "";
         } else if (inlineValue) {

@@ -54,12 +54,12 @@ MediaFormat ReadHeader(const std::string& path) {
         std::string why = oiio::geterror();
         throw MediaError("cannot read " + path + (why.empty() ? "" : ": " + why));
     }
-    const oiio::ImageSpec& spec = in->spec();
+    const oiio::ImageSpec& header = in->spec_dimensions(0);
     MediaFormat f;
-    f.width = spec.width;
-    f.height = spec.height;
-    f.channels = spec.nchannels > 4 ? 4 : spec.nchannels;
-    f.sample = SampleOf(spec.format);
+    f.width = header.width;
+    f.height = header.height;
+    f.channels = header.nchannels > 4 ? 4 : header.nchannels;
+    f.sample = SampleOf(header.format);
     return f;
 }
 
@@ -125,8 +125,8 @@ public:
         config.attribute("oiio:UnassociatedAlpha", 1);
         auto in = oiio::ImageInput::open(path, &config);
         if (!in) throw MediaError("cannot read " + path + ": " + oiio::geterror());
-        const oiio::ImageSpec& spec = in->spec();
-        if (spec.width != format_.width || spec.height != format_.height)
+        const oiio::ImageSpec& header = in->spec_dimensions(0);
+        if (header.width != format_.width || header.height != format_.height)
             throw MediaError("input frame " + path + " changed size while reading");
         frame.Allocate(format_);
         if (!in->read_image(0, 0, 0, format_.channels, TypeOf(format_.sample), frame.pixels.data()))
@@ -170,21 +170,21 @@ public:
         const std::string temp = pattern_.TempPath(number);
         auto out = oiio::ImageOutput::create(final);
         if (!out) throw MediaError("cannot write " + final + ": unsupported image format");
-        oiio::ImageSpec spec(format_.width, format_.height, format_.channels,
-                             TypeOf(format_.sample));
-        if (format_.sample == SampleType::Half) spec.attribute("compression", "zip");
+        oiio::ImageSpec header(format_.width, format_.height, format_.channels,
+                               TypeOf(format_.sample));
+        if (format_.sample == SampleType::Half) header.attribute("compression", "zip");
         // zlib level 1 instead of the default 6: on camera footage about three times faster to
         // encode for files about 6% larger, which keeps writing from holding up the render.
-        if (ExtensionOf(pattern_.Text()) == "png") spec.attribute("png:compressionLevel", 1);
+        if (ExtensionOf(pattern_.Text()) == "png") header.attribute("png:compressionLevel", 1);
         if (format_.channels == 4) {
-            spec.alpha_channel = 3;
-            spec.attribute("oiio:UnassociatedAlpha", 1);
+            header.alpha_channel = 3;
+            header.attribute("oiio:UnassociatedAlpha", 1);
         }
         // Encoded in memory and written here, because the image libraries do not all
         // notice a short write; a full disk must fail the frame, not truncate it.
         encoded_.clear();
         oiio::Filesystem::IOVecOutput memory(encoded_);
-        bool ok = out->set_ioproxy(&memory) && out->open(final, spec) &&
+        bool ok = out->set_ioproxy(&memory) && out->open(final, header) &&
                   out->write_image(TypeOf(format_.sample), source->pixels.data());
         ok = out->close() && ok;
         if (!ok) throw MediaError("cannot encode " + final + ": " + out->geterror());
