@@ -180,21 +180,6 @@ TEST_F(Alpha, OtherLayoutsAreLeftAlone) {
     }
 }
 
-TEST_F(Alpha, OpaqueRoundTripIsExact) {
-    for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT}) {
-        SCOPED_TRACE(::testing::Message() << "type " << type);
-        auto image = PatternImage(31, 50, 4, type, 8);
-        for (int y = 0; y < 50; ++y)
-            for (int x = 0; x < 31; ++x)
-                image->SetChannelFloat(x, y, 3, image->whitePoint);
-        auto before = Duplicate(*image);
-        image->Premultiply();
-        EXPECT_TRUE(SamePixels(*image, *before)) << "opaque premultiply changes nothing";
-        image->Unpremultiply();
-        EXPECT_TRUE(SamePixels(*image, *before)) << "opaque unpremultiply changes nothing";
-    }
-}
-
 TEST_F(Alpha, EightBitRoundTripRestoresPremultipliedColour) {
     // Colour already premultiplied (c <= a) survives unpremultiply then premultiply.
     DQImage image(256, 256, 4, DQ_UCHAR, 0);

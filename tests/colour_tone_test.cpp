@@ -93,8 +93,6 @@ TEST_F(ColourTone, GammaTables) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        const int expected = static_cast<int>(std::pow(c.in / 255.0, 1.0 / c.gamma) * 255.0 + 0.5);
-        EXPECT_EQ(c.out, expected) << "the table of the case itself";
         DQImage image(3, 2, 3, DQ_UCHAR, 0);
         const uint8_t pixel[3] = {static_cast<uint8_t>(c.in), static_cast<uint8_t>(c.in), 200};
         image.FillPixel(pixel);

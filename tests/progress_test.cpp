@@ -110,30 +110,3 @@ TEST(ProgressChain, BandProgressPollsTheSharedWord) {
     EXPECT_EQ(shared, 1);
     master.ReportProgress(0.75f); // a raised word makes the master return quietly
 }
-
-TEST(ProgressChain, InterruptionStopsEveryBandOfALoop) {
-    // Bands report on their own progress objects over one shared word; once it is raised every
-    // band stops at its next report and the driver throws the stored code.
-    quelmor::test::WorkerScope scope(4, 1920, 1080);
-    ZUIdleAndProgressClass driver;
-    int shared = 0;
-    std::atomic<int> stopped{0};
-    try {
-        ZUMPForRows(4, 1080, [&](int worker, int first, int last) {
-            ZUIldeAndProgressMPInterruptible band(&driver, false, &shared);
-            try {
-                for (int y = first; y <= last; ++y) {
-                    if (worker == 0 && y == first + 10) std::atomic_ref<int>(shared).store(1);
-                    band.ReportProgress(static_cast<float>(y - first) / (last - first));
-                }
-            } catch (DQErr) {
-                ++stopped;
-                throw;
-            }
-        });
-        ADD_FAILURE() << "the loop must throw";
-    } catch (DQErr code) {
-        EXPECT_EQ(code, kDQErrInterrupted);
-    }
-    EXPECT_GE(stopped.load(), 1);
-}
