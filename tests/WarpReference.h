@@ -69,4 +69,16 @@ inline Difference Compare(const DQImage& a, const DQImage& b, double tolerance) 
     return d;
 }
 
+// A row pipeline against its plain reference: floats within 1e-5; integers within one step, and
+// on at most 1% of the elements, since sums in another order or a fused multiply-add may differ in
+// their last bit and send an integer store the other way.
+inline void ExpectCloseToReference(const DQImage& fast, const DQImage& slow) {
+    const bool floats = fast.dataType == DQ_FLOAT;
+    const Difference d = Compare(fast, slow, floats ? 1e-5 : 1.0);
+    EXPECT_EQ(d.beyond, 0) << "worst " << d.worst;
+    if (!floats) {
+        EXPECT_LE(d.differing * 100, d.elements);
+    }
+}
+
 } // namespace quelmor::test

@@ -49,30 +49,6 @@ TEST(BlurAlongFlow, SamplesAlongTheVector) {
     }
 }
 
-TEST(BlurAlongFlow, EdgesOfAConstantDoNotDarken) {
-    for (int type : {DQ_UCHAR, DQ_FLOAT}) {
-        SCOPED_TRACE(TypeName(type));
-        const double value = type == DQ_FLOAT ? 0.5 : 180.0;
-        DQImagePtr source = MakeImage(25, 20, 3, type, [&](int, int, int) { return value; });
-        DQImagePtr dest = MakeImage(25, 20, 3, type, [](int, int, int) { return 0.0; });
-        DQImagePtr flow = ConstantFlow(13, 10, 7.0f, -5.0f);
-        DQBlurAlongFlow(dest.get(), source.get(), flow.get(), 1, nullptr, 0, 1.5f);
-        EXPECT_LE(MaxDifference(*dest, *source), 1e-5);
-    }
-}
-
-TEST(BlurAlongFlow, RegionFormWritesOnlyItsRegion) {
-    DQImagePtr source = MakeImage(20, 16, 2, DQ_USHORT, Pattern(DQ_USHORT));
-    DQImagePtr dest = MakeImage(20, 16, 2, DQ_USHORT, [](int, int, int) { return 5.0; });
-    DQImagePtr flow = ConstantFlow(20, 16, 3.0f, 1.0f);
-    DQBlurAlongFlow(dest.get(), source.get(), flow.get(), 4, 9, 2, 12, 1, nullptr, 0, 1.0f);
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 20; ++x) {
-            const bool inside = x >= 4 && x <= 9 && y >= 2 && y <= 12;
-            EXPECT_EQ(ElementAt(*dest, x, y, 1) == 5.0, !inside) << x << "," << y;
-        }
-}
-
 TEST(BlurAlongFlow, RefusesWhatItCannotBlur) {
     DQImagePtr source = MakeImage(12, 10, 3, DQ_UCHAR, Pattern(DQ_UCHAR));
     DQImagePtr otherSize = MakeImage(12, 9, 3, DQ_UCHAR, Pattern(DQ_UCHAR));

@@ -108,46 +108,24 @@ TEST(WarpInverse, TinyScaleCopiesExactly) {
     }
 }
 
-TEST(WarpInverse, EveryMemberCopiesUnderZeroFlowAndShifts) {
-    ForWorkerCounts(
-        [](int) {
-            for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
-                for (int channels = 1; channels <= 4; ++channels)
-                    for (int extend : {0, 1}) {
-                        SCOPED_TRACE(Describe(type, channels) + (extend ? ", extend" : ", fade"));
-                        const int w = 23, h = 40;
-                        DQImagePtr source = MakeImage(w, h, channels, type, Pattern(type));
-                        DQImagePtr dest =
-                            MakeImage(w, h, channels, type, [](int, int, int) { return 1.0; });
-                        DQImagePtr weight = Weight(w, h);
-                        DQImagePtr still = ConstantFlow(w, h, 0, 0);
-                        ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), still.get(), extend,
-                                                weight.get(), 1, 1.0f),
-                                  1);
-                        // The last column and row are read at fraction 1 of the last cell, exact
-                        // for integers and up to rounding for floats.
-                        EXPECT_LE(MaxDifference(*dest, *source), type == DQ_FLOAT ? 1e-6 : 0.0);
-                        EXPECT_EQ(MaxDifference(*weight, *Weight(w, h, 255.0)), 0.0);
-
-                        // Half a vector of (4, -2) pulls from two pixels right and one up.
-                        DQImagePtr shift = ConstantFlow(w, h, 4, -2);
-                        ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), shift.get(), extend,
-                                                weight.get(), 1, 0.5f),
-                                  1);
-                        for (int y = 1; y < h; ++y)
-                            for (int x = 0; x + 2 < w; ++x)
-                                for (int c = 0; c < channels; ++c)
-                                    ASSERT_EQ(ElementAt(*dest, x, y, c),
-                                              ElementAt(*source, x + 2, y - 1, c))
-                                        << "at " << x << "," << y;
-                        // Past the right edge: cut back along the vector to the pixel itself, or
-                        // black.
-                        const double expectedEdge = extend ? ElementAt(*source, w - 1, 6, 0) : 0.0;
-                        EXPECT_EQ(ElementAt(*dest, w - 1, 6, 0), expectedEdge);
-                        EXPECT_EQ(ElementAt(*weight, w - 1, 6, 0), extend ? 255.0 : 0.0);
-                    }
-        },
-        {1, 3});
+TEST(WarpInverse, EveryMemberCopiesUnderZeroFlow) {
+    // The last column and row are read at fraction 1 of the last cell, exact for integers and up
+    // to rounding for floats; the weight is full everywhere.
+    for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
+        for (int channels = 1; channels <= 4; ++channels)
+            for (int extend : {0, 1}) {
+                SCOPED_TRACE(Describe(type, channels) + (extend ? ", extend" : ", fade"));
+                DQImagePtr source = MakeImage(23, 40, channels, type, Pattern(type));
+                DQImagePtr dest =
+                    MakeImage(23, 40, channels, type, [](int, int, int) { return 1.0; });
+                DQImagePtr weight = Weight(23, 40);
+                DQImagePtr still = ConstantFlow(23, 40, 0, 0);
+                ASSERT_EQ(DQWarpInverse(dest.get(), source.get(), still.get(), extend, weight.get(),
+                                        1, 1.0f),
+                          1);
+                EXPECT_LE(MaxDifference(*dest, *source), type == DQ_FLOAT ? 1e-6 : 0.0);
+                EXPECT_EQ(MaxDifference(*weight, *Weight(23, 40, 255.0)), 0.0);
+            }
 }
 
 TEST(WarpInverse, ExtendedEdgesShortenTheVector) {
