@@ -2,13 +2,13 @@
 // A retime engine over a clip held in memory, for the engine's tests: it counts check-outs and
 // give-backs, logs every fetch, can be told to fail one, and checks that every frame comes back
 // in the channel order it was handed out in.
+#include "ImagePatterns.h"
 #include "engine/Engine.h"
 #include "image/Image.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
@@ -54,6 +54,17 @@ private:
     ZUImage image_;
 };
 
+// The settings of one GetFrame; the defaults are a progressive "Blend" at "Best", 30 fps both ways,
+// full sensitivity and no shrink.
+struct RenderSettings {
+    int fieldsIn = 0, fieldsOut = 0, vectorQuality = 4;
+    float timeBegin = 0.0f, timeEnd = 1.0f;
+    float inputRate = 30.0f, outputRate = 30.0f, motionBlur = 0.0f;
+    long interpolation = 1, flowFromSequence = 1, cache = 1;
+    ZUIdleAndProgressClass* progress = nullptr;
+    ZUImage* secondField = nullptr;
+};
+
 struct FetchRecord {
     bool tracking;
     int frame;
@@ -86,6 +97,19 @@ public:
     std::vector<FetchRecord> fetches;
 
     int Outstanding() const { return checkedOut - givenBack; }
+
+    int Render(ZUImage* result, const RenderSettings& s) {
+        return GetFrame(result, s.secondField, s.fieldsIn, s.fieldsOut, s.vectorQuality,
+                        s.timeBegin, s.timeEnd, s.inputRate, s.outputRate, s.motionBlur, 1.0f,
+                        s.interpolation, 1, s.flowFromSequence, s.cache, 0, kNoShrink,
+                        kFullSensitivity, s.progress, false);
+    }
+    int Requirements(FrameRequirements* out, const ZUImage* result, const RenderSettings& s) {
+        return GetFrameRequirements(out, result, s.fieldsIn, s.fieldsOut, s.vectorQuality,
+                                    s.timeBegin, s.timeEnd, s.inputRate, s.outputRate, s.motionBlur,
+                                    1.0f, s.interpolation, 1, s.flowFromSequence, s.cache, 0,
+                                    kNoShrink, kFullSensitivity, s.progress, false);
+    }
 
     int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override {
         return CheckOut(image, frame, false);
@@ -167,16 +191,11 @@ public:
     // Frames given to the engine may be rebuilt from one field; set when the test feeds fields.
     bool fieldsMayChange = false;
 
-    static bool SamePixels(const DQImage& a, const DQImage& b) {
-        if (a.width != b.width || a.height != b.height || a.pixelBytes != b.pixelBytes)
-            return false;
-        for (int y = 0; y < a.height; ++y)
-            if (std::memcmp(a.RowAddress(y), b.RowAddress(y), size_t(a.width) * a.pixelBytes))
-                return false;
-        return true;
-    }
-
 private:
+    // One entry per layer.
+    static constexpr float kNoShrink[10] = {};
+    static constexpr float kFullSensitivity[10] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+
     struct Loan {
         std::unique_ptr<OwnedFrame> frame;
         const DQImage* original;

@@ -122,9 +122,8 @@ TEST(Fields, FieldsInCountTimeInFields) {
     for (const Case& c : cases) {
         engine.timeCurve = [&](float) { return c.sourceTime; };
         OwnedFrame result(kW, kH, 4, DQ_UCHAR);
-        float shrink[10] = {}, sens[10] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
-        ASSERT_EQ(engine.GetFrame(result.Image(), nullptr, c.fieldsIn, 0, 0, 0.0f, 1.0f, 30, 30, 0,
-                                  1, 0, 1, 1, 1, 0, shrink, sens, nullptr, false),
+        ASSERT_EQ(engine.Render(result.Image(),
+                                {.fieldsIn = c.fieldsIn, .vectorQuality = 0, .interpolation = 0}),
                   0)
             << c.name;
         EXPECT_EQ(engine.fetches.end()[-2].frame, c.frame) << c.name << ": frame A";

@@ -58,10 +58,13 @@ TEST(Reuse, EachChangedSettingResetsAndAsksForMotion) {
     struct Case {
         const char* name;
         std::function<void(ReuseBench&)> change;
+        bool resets = true;
+        bool keepsNothing = false; // the new setting itself forbids keeping motion
+        bool asks = resets;        // needMotion of the first pass
     };
     const Case cases[] = {
-        {"vector quality 0", [](ReuseBench& r) { r.state().vectorQuality = 0; }},
-        {"cache off", [](ReuseBench& r) { r.settings.cacheLastMotion = 0; }},
+        {"vector quality 0", [](ReuseBench& r) { r.state().vectorQuality = 0; }, true, true},
+        {"cache off", [](ReuseBench& r) { r.settings.cacheLastMotion = 0; }, true, true},
         {"interpolation", [](ReuseBench& r) { r.state().interpolation = 2; }},
         {"vector quality", [](ReuseBench& r) { r.state().vectorQuality = 3; }},
         {"warping", [](ReuseBench& r) { r.state().warping = 1; }},
@@ -72,49 +75,34 @@ TEST(Reuse, EachChangedSettingResetsAndAsksForMotion) {
         {"input rate", [](ReuseBench& r) { r.engine.inputFrameRate = 24.0f; }},
         {"output rate", [](ReuseBench& r) { r.engine.outputFrameRate = 50.0f; }},
         {"NaN output rate",
-         [](ReuseBench& r) { r.engine.outputFrameRate = std::numeric_limits<float>::quiet_NaN(); }},
+         [](ReuseBench& r) { r.engine.outputFrameRate = std::numeric_limits<float>::quiet_NaN(); },
+         true, true},
         {"draw start layer", [](ReuseBench& r) { r.engine.drawStart = 0; }},
         {"draw end layer", [](ReuseBench& r) { r.engine.drawEnd = 1; }},
         {"enhance images", [](ReuseBench& r) { r.engine.enhance = 1; }},
         {"background sensitivity", [](ReuseBench& r) { r.sensitivity[1] = 0.7001f; }},
         {"foreground sensitivity", [](ReuseBench& r) { r.sensitivity[0] = 0.2f; }},
         {"foreground shrink", [](ReuseBench& r) { r.shrink[0] = 2.5f; }},
+        // Geometry drops the kept flow; the missing flow object is what asks for motion.
+        {"geometry appears", [](ReuseBench& r) { r.engine.geometries = 2; }, true, false, false},
+        {"nothing changed", [](ReuseBench&) {}, false},
+        {"same sensitivity written again", [](ReuseBench& r) { r.sensitivity[1] = 0.7f; }, false},
+        {"shrink of a layer beyond the foreground count", [](ReuseBench& r) { r.shrink[3] = 9.0f; },
+         false},
+        {"sensitivity beyond the layer count", [](ReuseBench& r) { r.sensitivity[5] = 0.1f; },
+         false},
     };
     for (const Case& c : cases) {
         ReuseBench r;
         r.PlantFlow();
         c.change(r);
-        EXPECT_TRUE(r.Pass(10, 0.6f)) << c.name << ": motion must be computed again";
-        EXPECT_TRUE(r.WasReset()) << c.name << ": kept flow must be dropped";
+        EXPECT_EQ(r.Pass(10, 0.6f), c.asks) << c.name << ": motion computed again";
+        EXPECT_EQ(r.WasReset(), c.resets) << c.name << ": kept flow dropped";
         // The change is remembered: the same settings again keep the new flow, except where the
         // setting itself forbids keeping any.
-        const bool keepsNothing = c.name == std::string("vector quality 0") ||
-                                  c.name == std::string("cache off") ||
-                                  c.name == std::string("NaN output rate");
         r.PlantFlow();
-        EXPECT_EQ(r.Pass(10, 0.5f), keepsNothing) << c.name;
-        EXPECT_EQ(r.WasReset(), keepsNothing) << c.name;
-    }
-}
-
-TEST(Reuse, EqualSettingsKeepTheFlow) {
-    struct Case {
-        const char* name;
-        std::function<void(ReuseBench&)> change;
-    };
-    const Case cases[] = {
-        {"nothing changed", [](ReuseBench&) {}},
-        {"same sensitivity written again", [](ReuseBench& r) { r.sensitivity[1] = 0.7f; }},
-        {"shrink of a layer beyond the foreground count",
-         [](ReuseBench& r) { r.shrink[3] = 9.0f; }},
-        {"sensitivity beyond the layer count", [](ReuseBench& r) { r.sensitivity[5] = 0.1f; }},
-    };
-    for (const Case& c : cases) {
-        ReuseBench r;
-        r.PlantFlow();
-        c.change(r);
-        EXPECT_FALSE(r.Pass(10, 0.2f)) << c.name;
-        EXPECT_FALSE(r.WasReset()) << c.name;
+        EXPECT_EQ(r.Pass(10, 0.5f), c.keepsNothing) << c.name;
+        EXPECT_EQ(r.WasReset(), c.keepsNothing) << c.name;
     }
 }
 
@@ -177,19 +165,6 @@ TEST(Reuse, RemembersTheOrderedPair) {
     r.Pass(12, 0.5f, true);
     EXPECT_EQ(r.state().lastFromFrame, 12) << "the pair is remembered on a source frame too";
     EXPECT_EQ(r.state().lastToFrame, 13);
-}
-
-TEST(Reuse, GeometryAppearingResets) {
-    ReuseBench r;
-    r.PlantFlow();
-    r.engine.geometries = 2;
-    r.Pass(10, 0.5f);
-    EXPECT_TRUE(r.WasReset());
-    EXPECT_TRUE(r.motion.anyGeometry);
-    EXPECT_TRUE(r.state().lastAnyGeometry);
-    r.PlantFlow();
-    r.Pass(10, 0.4f);
-    EXPECT_FALSE(r.WasReset()) << "geometry still there";
 }
 
 } // namespace

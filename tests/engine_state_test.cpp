@@ -38,28 +38,6 @@ TEST(EngineState, FlowLevelForQuality) {
     }
 }
 
-TEST(EngineState, SetConfigWritesTheEngineFields) {
-    MemoryClipEngine engine;
-    ASSERT_EQ(engine.Init(), 0);
-    engine.warpingMode = 2;
-    OwnedFrame result(64, 40, 4, DQ_UCHAR);
-    engine.internal->SetConfig(engine, result.Image(), 1, 2, 3, 2, 1, 24.0f, 60.0f, 0.5f);
-    const ZUQuelmor4Internal& s = *engine.internal;
-    EXPECT_EQ(engine.fieldsIn, 1);
-    EXPECT_EQ(engine.fieldsOut, 2);
-    EXPECT_EQ(engine.vectorQuality, 3);
-    EXPECT_EQ(engine.interpolation, 2);
-    EXPECT_EQ(engine.inputFrameRate, 24.0f);
-    EXPECT_EQ(engine.outputFrameRate, 60.0f);
-    EXPECT_EQ(engine.motionBlur, 0.5f);
-    EXPECT_EQ(s.width, 64);
-    EXPECT_EQ(s.height, 40);
-    EXPECT_EQ(s.warping, 2);
-    EXPECT_EQ(s.flowLevel, 2);
-    EXPECT_EQ(s.flowWidth, 16);
-    EXPECT_EQ(s.flowHeight, 10);
-}
-
 TEST(EngineState, ResetDeletesOwnedFlowImagesOnce) {
     // Run under the address sanitizer this shows both leaks and double deletes.
     ZUQuelmor4Internal state;
