@@ -25,11 +25,13 @@ std::vector<float> ValuesOf(const DQImage& image) {
     return values;
 }
 
+using RowOp = std::function<void(DQImage&)>;
+
 struct RowCase {
     const char* name;
     int type;
     std::vector<float> in;
-    std::function<void(DQImage&)> op;
+    RowOp op;
     std::vector<float> out;
     int channels = 1;
 };
@@ -45,6 +47,27 @@ void RunRowCases(const std::vector<RowCase>& cases) {
             EXPECT_FLOAT_EQ(got[i], c.out[i]) << "element " << i;
     }
 }
+
+// The operations of the tables.
+RowOp Scale(float k) {
+    return [k](DQImage& i) { i.Scale(k); };
+}
+RowOp ScaleColour(float k) {
+    return [k](DQImage& i) { i.ScaleColour(k); };
+}
+RowOp ScaleXY(float x, float y) {
+    return [x, y](DQImage& i) { i.ScaleXY(x, y); };
+}
+RowOp Subtract(const DQImagePtr& other) {
+    return [&other](DQImage& i) { i.Subtract(other.get()); };
+}
+RowOp MaxInto(const DQImagePtr& other) {
+    return [&other](DQImage& i) { i.MaxInto(other.get()); };
+}
+RowOp MinInto(const DQImagePtr& other) {
+    return [&other](DQImage& i) { i.MinInto(other.get()); };
+}
+const RowOp Invert = [](DQImage& i) { i.Invert(); };
 } // namespace
 
 class Arithmetic : public quelmor::test::ParallelTest {};
@@ -61,58 +84,32 @@ TEST_F(Arithmetic, ScaleNearOneLeavesEveryBit) {
 
 TEST_F(Arithmetic, ScaleAndScaleColour) {
     RunRowCases({
-        {"float scales",
-         DQ_FLOAT,
-         {0.5f, -1.0f, 3.0f},
-         [](DQImage& i) { i.Scale(2.0f); },
-         {1.0f, -2.0f, 6.0f}},
-        {"uchar truncates",
-         DQ_UCHAR,
-         {255, 101, 1},
-         [](DQImage& i) { i.Scale(0.5f); },
-         {127, 50, 0}},
-        {"uchar keeps low bits",
-         DQ_UCHAR,
-         {200, 100},
-         [](DQImage& i) { i.Scale(2.0f); },
-         {144, 200}},
-        {"ushort truncates", DQ_USHORT, {65535, 3}, [](DQImage& i) { i.Scale(0.25f); }, {16383, 0}},
+        {"float scales", DQ_FLOAT, {0.5f, -1.0f, 3.0f}, Scale(2.0f), {1.0f, -2.0f, 6.0f}},
+        {"uchar truncates", DQ_UCHAR, {255, 101, 1}, Scale(0.5f), {127, 50, 0}},
+        {"uchar keeps low bits", DQ_UCHAR, {200, 100}, Scale(2.0f), {144, 200}},
+        {"ushort truncates", DQ_USHORT, {65535, 3}, Scale(0.25f), {16383, 0}},
         {"colour of four channels rounds and keeps alpha",
          DQ_UCHAR,
          {100, 101, 255, 77},
-         [](DQImage& i) { i.ScaleColour(0.5f); },
+         ScaleColour(0.5f),
          {50, 51, 128, 77},
          4},
         {"colour of four float channels",
          DQ_FLOAT,
          {0.5f, 0.25f, 1.0f, 0.5f},
-         [](DQImage& i) { i.ScaleColour(0.5f); },
+         ScaleColour(0.5f),
          {0.25f, 0.125f, 0.5f, 0.5f},
          4},
         {"colour of three channels is Scale",
          DQ_UCHAR,
          {100, 101, 255},
-         [](DQImage& i) { i.ScaleColour(0.5f); },
+         ScaleColour(0.5f),
          {50, 50, 127},
          3},
+        {"two-channel flow", DQ_FLOAT, {1, 2, -3, 4}, ScaleXY(-1.0f, 0.5f), {-1, 1, 3, 2}, 2},
+        {"three float channels pass", DQ_FLOAT, {1, 2, 7}, ScaleXY(2.0f, 3.0f), {2, 6, 7}, 3},
     });
-}
-
-TEST_F(Arithmetic, ScaleXYScalesVectors) {
-    RunRowCases({
-        {"two-channel flow",
-         DQ_FLOAT,
-         {1.0f, 2.0f, -3.0f, 4.0f},
-         [](DQImage& i) { i.ScaleXY(-1.0f, 0.5f); },
-         {-1.0f, 1.0f, 3.0f, 2.0f},
-         2},
-        {"three float channels pass",
-         DQ_FLOAT,
-         {1.0f, 2.0f, 7.0f},
-         [](DQImage& i) { i.ScaleXY(2.0f, 3.0f); },
-         {2.0f, 6.0f, 7.0f},
-         3},
-    });
+    // ScaleXY is for float vectors: bytes are refused with a message, a short flow silently.
     auto bytes = RowOf(DQ_UCHAR, {1, 2, 3}, 3);
     EXPECT_EQ(PrintedBy([&] { bytes->ScaleXY(2.0f, 2.0f); }), "error in ScaleXY!\n");
     EXPECT_EQ(ValuesOf(*bytes), (std::vector<float>{1, 2, 3}));
@@ -127,58 +124,25 @@ TEST_F(Arithmetic, SubtractMinMaxInvert) {
     auto shorts = RowOf(DQ_USHORT, {10, 60000, 7});
     auto twoChannels = RowOf(DQ_UCHAR, {9, 9, 9, 9}, 2);
     RunRowCases({
-        {"float minus float",
-         DQ_FLOAT,
-         {1.0f, 1.0f, 1.0f},
-         [&](DQImage& i) { i.Subtract(floats.get()); },
-         {0.75f, 0.0f, 3.0f}},
+        {"float minus float", DQ_FLOAT, {1, 1, 1}, Subtract(floats), {0.75f, 0.0f, 3.0f}},
         {"uchar minus uchar keeps low bits",
          DQ_UCHAR,
          {10, 100, 255},
-         [&](DQImage& i) { i.Subtract(bytes.get()); },
+         Subtract(bytes),
          {246, 0, 55}},
-        {"float minus uchar",
-         DQ_FLOAT,
-         {100.0f, 100.0f, 100.0f},
-         [&](DQImage& i) { i.Subtract(bytes.get()); },
-         {80.0f, 0.0f, -100.0f}},
-        {"max of masks",
-         DQ_UCHAR,
-         {25, 10, 255},
-         [&](DQImage& i) { i.MaxInto(moreBytes.get()); },
-         {30, 50, 255}},
+        {"float minus uchar", DQ_FLOAT, {100, 100, 100}, Subtract(bytes), {80, 0, -100}},
+        {"max of masks", DQ_UCHAR, {25, 10, 255}, MaxInto(moreBytes), {30, 50, 255}},
         {"max of another type does nothing",
          DQ_UCHAR,
          {25, 10, 255},
-         [&](DQImage& i) { i.MaxInto(shorts.get()); },
+         MaxInto(shorts),
          {25, 10, 255}},
-        {"max needs one channel",
-         DQ_UCHAR,
-         {1, 2, 3, 4},
-         [&](DQImage& i) { i.MaxInto(twoChannels.get()); },
-         {1, 2, 3, 4},
-         2},
-        {"min of ushort",
-         DQ_USHORT,
-         {5, 65535, 8},
-         [&](DQImage& i) { i.MinInto(shorts.get()); },
-         {5, 60000, 7}},
-        {"min of uchar against floats",
-         DQ_UCHAR,
-         {1, 0, 3},
-         [&](DQImage& i) { i.MinInto(floats.get()); },
-         {0, 0, 254}},
-        {"invert uchar", DQ_UCHAR, {0, 200, 255}, [](DQImage& i) { i.Invert(); }, {255, 55, 0}},
-        {"invert ushort",
-         DQ_USHORT,
-         {1, 65535, 0},
-         [](DQImage& i) { i.Invert(); },
-         {65534, 0, 65535}},
-        {"invert float",
-         DQ_FLOAT,
-         {0.25f, 1.0f, 2.0f},
-         [](DQImage& i) { i.Invert(); },
-         {0.75f, 0.0f, -1.0f}},
+        {"max needs one channel", DQ_UCHAR, {1, 2, 3, 4}, MaxInto(twoChannels), {1, 2, 3, 4}, 2},
+        {"min of ushort", DQ_USHORT, {5, 65535, 8}, MinInto(shorts), {5, 60000, 7}},
+        {"min of uchar against floats", DQ_UCHAR, {1, 0, 3}, MinInto(floats), {0, 0, 254}},
+        {"invert uchar", DQ_UCHAR, {0, 200, 255}, Invert, {255, 55, 0}},
+        {"invert ushort", DQ_USHORT, {1, 65535, 0}, Invert, {65534, 0, 65535}},
+        {"invert float", DQ_FLOAT, {0.25f, 1.0f, 2.0f}, Invert, {0.75f, 0.0f, -1.0f}},
     });
 }
 

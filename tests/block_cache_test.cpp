@@ -29,6 +29,7 @@ TEST_F(BlockCacheTest, LargeBlocksComeBackForRequestsOfAboutTheirSize) {
         size_t given;
         size_t asked;
         bool reused;
+        bool kept = true;
     };
     const Case cases[] = {
         {"same size", 8 * kMiB, 8 * kMiB, true},
@@ -36,15 +37,19 @@ TEST_F(BlockCacheTest, LargeBlocksComeBackForRequestsOfAboutTheirSize) {
         {"two thirds", 9 * kMiB, 6 * kMiB, true},
         {"less than two thirds", 8 * kMiB, 5 * kMiB, false},
         {"larger", 8 * kMiB, 8 * kMiB + 1, false},
+        // The system heap may hand a small block out again, so only the cache is checked.
+        {"small blocks are not kept", blockcache::kLeastBlock - 1, 4096, false, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         void* first = ZUMemAllocate(c.given);
         ZUMemRelease(first);
-        EXPECT_EQ(blockcache::CachedBlocks(), 1);
-        EXPECT_EQ(blockcache::CachedBytes(), c.given);
+        EXPECT_EQ(blockcache::CachedBlocks(), c.kept ? 1 : 0);
+        EXPECT_EQ(blockcache::CachedBytes(), c.kept ? c.given : 0u);
         void* second = ZUMemAllocate(c.asked);
-        EXPECT_EQ(second == first, c.reused);
+        if (c.kept) {
+            EXPECT_EQ(second == first, c.reused);
+        }
         // The whole request must be writable, whichever block served it.
         std::memset(second, 0x5a, c.asked);
         ZUMemRelease(second);
@@ -61,13 +66,6 @@ TEST_F(BlockCacheTest, TheSmallestFittingBlockServesARequest) {
     EXPECT_EQ(taken, snug);
     EXPECT_EQ(blockcache::CachedBytes(), 12 * kMiB);
     ZUMemRelease(taken);
-}
-
-TEST_F(BlockCacheTest, SmallBlocksAreNotKept) {
-    void* small = ZUMemAllocate(blockcache::kLeastBlock - 1);
-    ZUMemRelease(small);
-    EXPECT_EQ(blockcache::CachedBlocks(), 0);
-    EXPECT_EQ(blockcache::CachedBytes(), 0u);
 }
 
 TEST_F(BlockCacheTest, TheCacheStaysWithinItsLimitsAndDropsTheOldestFirst) {

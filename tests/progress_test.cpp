@@ -19,36 +19,31 @@ TEST(ProgressChain, ChildReportsMapThroughTheParentsSubRange) {
     struct Case {
         const char* name;
         float low, high, child, expected;
+        bool middleLevel = false; // a middle level with sub-range 0..0.5 between them
     };
     const Case cases[] = {
         {"middle of 0.2..0.4", 0.2f, 0.4f, 0.5f, 0.3f},
         {"start of sub-range", 0.2f, 0.4f, 0.0f, 0.2f},
         {"end of sub-range", 0.6f, 0.9f, 1.0f, 0.9f},
         {"whole range", 0.0f, 1.0f, 0.25f, 0.25f},
+        {"three levels compose", 0.5f, 1.0f, 1.0f, 0.75f, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        RecordingProgress parent;
-        parent.SetSubRange(c.low, c.high);
-        ZUIdleAndProgressClass child(&parent);
+        RecordingProgress root;
+        root.SetSubRange(c.low, c.high);
+        ZUIdleAndProgressClass middle(&root);
+        middle.SetSubRange(0.0f, 0.5f);
+        ZUIdleAndProgressClass child(c.middleLevel ? &middle : &root);
         child.ReportProgress(c.child);
         EXPECT_FLOAT_EQ(child.progress, c.child);
-        ASSERT_EQ(parent.seen.size(), 1u);
-        EXPECT_FLOAT_EQ(parent.seen[0], c.expected);
-        EXPECT_FLOAT_EQ(parent.progress, c.expected);
+        if (c.middleLevel) {
+            EXPECT_FLOAT_EQ(middle.progress, 0.5f);
+        }
+        ASSERT_EQ(root.seen.size(), 1u);
+        EXPECT_FLOAT_EQ(root.seen[0], c.expected);
+        EXPECT_FLOAT_EQ(root.progress, c.expected);
     }
-}
-
-TEST(ProgressChain, ThreeLevelsCompose) {
-    RecordingProgress root;
-    root.SetSubRange(0.5f, 1.0f);
-    ZUIdleAndProgressClass middle(&root);
-    middle.SetSubRange(0.0f, 0.5f);
-    ZUIdleAndProgressClass leaf(&middle);
-    leaf.ReportProgress(1.0f);
-    EXPECT_FLOAT_EQ(middle.progress, 0.5f);
-    ASSERT_EQ(root.seen.size(), 1u);
-    EXPECT_FLOAT_EQ(root.seen[0], 0.75f);
 }
 
 TEST(ProgressChain, InterruptedStoresProgressThenThrows) {

@@ -21,6 +21,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <tuple>
 
 namespace {
 
@@ -372,6 +373,7 @@ TEST_F(PluginTest, CallbacksRenderOneFrameWhenTheValueChanged) {
         {"SparkBoolean18", 1, true}, {"SparkBoolean18", 2, false}, {"SparkPup29", 1, true},
         {"SparkPup13", 1, false},    {"SparkPup14", 1, false},     {"SparkPup31", 1, false},
         {"SparkFloat2", 1, false}, // no callback: the host's redraw decides
+        {"SparkPush20", 1, false},
     };
     for (const Case& c : cases) {
         const int busy = SparkHost().busyCursorCount;
@@ -469,6 +471,11 @@ TEST_F(PluginTest, RecordsStandAsThePanelNeedsThem) {
                 << c.name;
         }
     }
+    // The bounds the host's panel enforces.
+    auto* menuAnim = static_cast<SparkIntStruct*>(gPlugin->Find("SparkInt15")->address);
+    auto* speed = static_cast<SparkFloatStruct*>(gPlugin->Find("SparkFloat2")->address);
+    EXPECT_EQ(std::tuple(menuAnim->Flags, menuAnim->Max), std::tuple(16, 5));
+    EXPECT_EQ(std::tuple(speed->Max, speed->Inc), std::tuple(10.0f, 0.005f));
     EXPECT_EQ(gPlugin->Records().size(), 38u);
 }
 
