@@ -1,8 +1,10 @@
 #pragma once
 // Picture quality of a rebuilt frame against the true one, on 8-bit four-channel images: PSNR
-// over the colour channels and SSIM with the usual 11x11 Gaussian window (sigma 1.5, K1 0.01,
-// K2 0.03, dynamic range 255), scored on the region where the window fits inside the picture.
-// SSIM comes in two forms: on BT.601 luma, and as the mean of the three colour channels.
+// over the colour channels and on BT.601 luma, and SSIM with the usual 11x11 Gaussian window
+// (sigma 1.5, K1 0.01, K2 0.03, dynamic range 255), scored on the region where the window fits
+// inside the picture. SSIM comes in two forms: on luma, and as the mean of the three colour
+// channels. Luma and colour PSNR part ways where a frame has its detail right but its colour
+// fringes wrong.
 #include "image/DQImage.h"
 
 #include <algorithm>
@@ -15,12 +17,13 @@
 namespace quelmor::bench {
 
 // What a score is taken on: the luma of the colour channels, or each colour channel alone.
-enum class SsimPlane { Luma, Red, Green, Blue };
+enum class ScorePlane { Luma, Red, Green, Blue };
 
 struct FrameScore {
     double psnr = 0.0;         // dB over R, G, B
     double ssimLuma = 0.0;     // SSIM of BT.601 luma
     double ssimChannels = 0.0; // mean of the SSIM of R, G and B
+    double psnrLuma = 0.0;     // dB of BT.601 luma
 };
 
 namespace metrics_detail {
@@ -32,7 +35,7 @@ inline void CheckComparable(const DQImage& a, const DQImage& b) {
 }
 
 // One plane of an image as floats on the scale 0 to 255.
-inline std::vector<float> Plane(const DQImage& image, SsimPlane plane) {
+inline std::vector<float> Plane(const DQImage& image, ScorePlane plane) {
     std::vector<float> out(size_t(image.width) * image.height);
     for (int y = 0; y < image.height; ++y) {
         const uint8_t* row = image.Row<uint8_t>(y);
@@ -40,16 +43,16 @@ inline std::vector<float> Plane(const DQImage& image, SsimPlane plane) {
         for (int x = 0; x < image.width; ++x) {
             const uint8_t* p = row + size_t(x) * image.channels;
             switch (plane) {
-            case SsimPlane::Luma:
+            case ScorePlane::Luma:
                 o[x] = 0.299f * p[0] + 0.587f * p[1] + 0.114f * p[2];
                 break;
-            case SsimPlane::Red:
+            case ScorePlane::Red:
                 o[x] = p[0];
                 break;
-            case SsimPlane::Green:
+            case ScorePlane::Green:
                 o[x] = p[1];
                 break;
-            case SsimPlane::Blue:
+            case ScorePlane::Blue:
                 o[x] = p[2];
                 break;
             }
@@ -93,6 +96,10 @@ inline std::vector<double> WindowMeans(const std::vector<double>& values, int w,
     return out;
 }
 
+inline double PsnrOfMse(double mse) {
+    return mse <= 1e-10 ? 99.0 : std::min(99.0, 10.0 * std::log10(255.0 * 255.0 / mse));
+}
+
 } // namespace metrics_detail
 
 // PSNR in dB of the colour channels; 99 for identical pictures.
@@ -108,13 +115,23 @@ inline double Psnr(const DQImage& a, const DQImage& b) {
                 sum += d * d;
             }
     }
-    const double mse = sum / (3.0 * a.width * a.height);
-    return mse <= 1e-10 ? 99.0 : std::min(99.0, 10.0 * std::log10(255.0 * 255.0 / mse));
+    return metrics_detail::PsnrOfMse(sum / (3.0 * a.width * a.height));
+}
+
+// PSNR in dB of one plane (luma or a single colour channel); 99 for identical pictures.
+inline double Psnr(const DQImage& a, const DQImage& b, ScorePlane plane) {
+    metrics_detail::CheckComparable(a, b);
+    const std::vector<float> pa = metrics_detail::Plane(a, plane),
+                             pb = metrics_detail::Plane(b, plane);
+    double sum = 0.0;
+    for (size_t i = 0; i < pa.size(); ++i)
+        sum += (double(pa[i]) - pb[i]) * (double(pa[i]) - pb[i]);
+    return metrics_detail::PsnrOfMse(sum / double(pa.size()));
 }
 
 // Mean SSIM of one plane over the windows that fit inside the picture. Pictures smaller than
 // the window throw std::invalid_argument.
-inline double Ssim(const DQImage& a, const DQImage& b, SsimPlane plane) {
+inline double Ssim(const DQImage& a, const DQImage& b, ScorePlane plane) {
     using namespace metrics_detail;
     CheckComparable(a, b);
     const int w = a.width, h = a.height;
@@ -147,10 +164,12 @@ inline double Ssim(const DQImage& a, const DQImage& b, SsimPlane plane) {
 inline FrameScore Score(const DQImage& result, const DQImage& truth) {
     FrameScore s;
     s.psnr = Psnr(result, truth);
-    s.ssimLuma = Ssim(result, truth, SsimPlane::Luma);
-    s.ssimChannels = (Ssim(result, truth, SsimPlane::Red) + Ssim(result, truth, SsimPlane::Green) +
-                      Ssim(result, truth, SsimPlane::Blue)) /
-                     3.0;
+    s.psnrLuma = Psnr(result, truth, ScorePlane::Luma);
+    s.ssimLuma = Ssim(result, truth, ScorePlane::Luma);
+    s.ssimChannels =
+        (Ssim(result, truth, ScorePlane::Red) + Ssim(result, truth, ScorePlane::Green) +
+         Ssim(result, truth, ScorePlane::Blue)) /
+        3.0;
     return s;
 }
 
@@ -162,11 +181,13 @@ struct ScoreMean {
         sum.psnr += s.psnr;
         sum.ssimLuma += s.ssimLuma;
         sum.ssimChannels += s.ssimChannels;
+        sum.psnrLuma += s.psnrLuma;
         ++count;
     }
     FrameScore Mean() const {
         if (count == 0) return {};
-        return {sum.psnr / count, sum.ssimLuma / count, sum.ssimChannels / count};
+        return {sum.psnr / count, sum.ssimLuma / count, sum.ssimChannels / count,
+                sum.psnrLuma / count};
     }
 };
 

@@ -134,13 +134,13 @@ double Seconds(std::chrono::steady_clock::time_point since) {
 
 void PrintHeader(const char* title) {
     std::printf("\n%s\n", title);
-    std::printf("  %-26s %8s %10s %10s %9s\n", "method", "PSNR dB", "SSIM luma", "SSIM RGB",
-                "ms/frame");
+    std::printf("  %-26s %8s %8s %10s %10s %9s\n", "method", "PSNR dB", "PSNR Y", "SSIM luma",
+                "SSIM RGB", "ms/frame");
 }
 
 void PrintRow(const std::string& name, const FrameScore& s, double ms) {
-    std::printf("  %-26s %8.2f %10.4f %10.4f %9.1f\n", name.c_str(), s.psnr, s.ssimLuma,
-                s.ssimChannels, ms);
+    std::printf("  %-26s %8.2f %8.2f %10.4f %10.4f %9.1f\n", name.c_str(), s.psnr, s.psnrLuma,
+                s.ssimLuma, s.ssimChannels, ms);
 }
 
 // Means per method over everything scored, and the time spent, for the summary rows.
@@ -289,8 +289,9 @@ int main(int argc, char** argv) {
         std::printf("retime_quality_bench: data folder not found; skipped\n");
         return 0;
     }
-    std::printf("SSIM: 11x11 Gaussian window, sigma 1.5, K1 0.01, K2 0.03, windows inside the "
-                "picture; luma = BT.601 Y, RGB = mean of the three channels\n");
+    std::printf("PSNR over R, G, B and of luma (Y); SSIM: 11x11 Gaussian window, sigma 1.5, K1 "
+                "0.01, K2 0.03, windows inside the picture; luma = BT.601 Y, RGB = mean of the "
+                "three channels\n");
     const std::vector<Method> methods = Methods(options.diagnostics);
     if (options.middlebury) RunMiddlebury(options, methods);
     if (options.clip) RunClip(options, methods);
