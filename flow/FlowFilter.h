@@ -25,9 +25,10 @@ private:
 };
 
 // The working memory of one flow object that is not a level image: the plane of the smoothing
-// filters and the two input-size images of the reduction.
+// filters, the two input-size images of the reduction and the planes of the sweeps.
 struct DQFlowScratch : public ZUMem {
     DQFlowBuffer filterPlane;
+    DQFlowBuffer sweepPlanes;
     DQFlowBuffer reduceFirst;
     DQFlowBuffer reduceSecond;
 };

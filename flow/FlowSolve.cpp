@@ -73,12 +73,10 @@ void DQOpticalFlowUChar::PropagateLevel(int level, int skipPropagation,
                                         ZUIdleAndProgressClass* progress) {
     if (skipPropagation) return;
     DQFlowStepClock clock(kDQFlowStepSweeps);
-    // The residual is recomputed at the start of every iteration, so between the last use of one
-    // and the next iteration it serves the sweeps as the store of their patch costs.
     DQFlowPropagateVectors(imageALevels[level], imageBLevels[level], flowLevels[level],
                            useMattes ? matteALevels[level] : nullptr,
                            useMattes ? matteBLevels[level] : nullptr, progress,
-                           residualLevels[level]);
+                           &scratch->sweepPlanes);
 }
 
 void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagation,

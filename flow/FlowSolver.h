@@ -39,19 +39,16 @@ void DQFlowApplySeeds(DQImage* flow, const DQImage* seedFlow, const DQImage* see
 void DQFlowExpandFlow(const DQImage* coarse, DQImage* fine);
 // The four directional sweeps that let each pixel adopt a neighbour's vector when it matches a
 // 3x3 patch better. Mattes may both be null; the progress object, when given, gets an idle check
-// after each sweep. `costs` is scratch of the flow's size (float, any channel count; channel 0 is
-// overwritten); without it the sweeps allocate their own.
+// after each sweep. `planes` holds the sweeps' working copies of the images; without it the
+// sweeps allocate their own.
 void DQFlowPropagateVectors(const DQImage* imageA, const DQImage* imageB, DQImage* flow,
                             const DQImage* matteA, const DQImage* matteB,
-                            ZUIdleAndProgressClass* progress = nullptr, DQImage* costs = nullptr);
+                            ZUIdleAndProgressClass* progress = nullptr,
+                            DQFlowBuffer* planes = nullptr);
 // Sum of squared differences between nine values of A and the bilinear 3x3 patch of B at
 // (px, py); false where the patch cannot be read (see the definition for the rules). Scalar
-// reference of the four-lane form below, which the sweeps use.
+// reference of the cost that the sweeps evaluate eight pixels at a time.
 bool DQFlowPatchCost(const float a[9], float px, float py, const DQImage* imageB,
                      const DQImage* matteB, float* cost);
-// The same cost with the nine samples evaluated four lanes at a time; equal to DQFlowPatchCost
-// up to the order of the final sum.
-bool DQFlowPatchCostFourLanes(const float a[9], float px, float py, const DQImage* imageB,
-                              const DQImage* matteB, float* cost);
 // Bilinear sample of one float channel with the solver's rule for the last column and row.
 float DQFlowSampleBilinear(const DQImage* image, int channel, float x, float y);

@@ -1,6 +1,7 @@
 // Row-band steps of one solver level: gradients, their mask and products, the residual of the
 // current field, the 2x2 solve, seeds and the expansion to the next finer level.
 #include "flow/FlowFilter.h"
+#include "flow/FlowLanes.h"
 #include "flow/FlowSolver.h"
 #include "image/Parallel.h"
 #include "warp/Filters.h"
@@ -133,16 +134,113 @@ void DQFlowSmoothLevelImage(DQImage* image, DQFlowWindow kind, int smoothing, DQ
     }
 }
 
+namespace {
+
+using namespace flow_lanes;
+
+// Rows of B as a first row and a signed step, so that sampling needs no call per pixel.
+struct RowsOf {
+    const uint8_t* origin;
+    ptrdiff_t step;
+    int lastX, lastY;
+
+    explicit RowsOf(const DQImage* image)
+        : origin(image->RowAddress(0)), step(image->rowStep), lastX(image->lastColumn),
+          lastY(image->lastRow) {}
+    const float* Row(int y) const { return reinterpret_cast<const float*>(origin + step * y); }
+};
+
+// The residual of one pixel at p = (px, py) with the gradients gx, gy and the value a of A.
+inline void PixelResidual(const RowsOf& b, const DQImage* matteB, float px, float py, float a,
+                          float gx, float gy, float* r) {
+    float rx = 0.0f, ry = 0.0f;
+    if (px >= 0.0f && px <= static_cast<float>(b.lastX) && py >= 0.0f &&
+        py <= static_cast<float>(b.lastY) &&
+        !(matteB && double(DQFlowSampleBilinear(matteB, 0, px, py)) < 0.999)) {
+        int ix, iy;
+        float fx, fy;
+        SplitPosition(px, b.lastX, &ix, &fx);
+        SplitPosition(py, b.lastY, &iy, &fy);
+        const float* r0 = b.Row(iy) + ix;
+        const float* r1 = b.Row(iy + 1) + ix;
+        const float top = r0[0] + (r0[1] - r0[0]) * fx;
+        const float bottom = r1[0] + (r1[1] - r1[0]) * fx;
+        const float d = (top + (bottom - top) * fy) - a;
+        rx = gx * d;
+        ry = gy * d;
+    }
+    r[0] = rx;
+    r[1] = ry;
+}
+
+// SplitPosition for eight lanes.
+QUELMOR_LANES_INLINE void SplitLanes(F8 p, int last, I8* whole, F8* fraction) {
+    const I8 n = __builtin_convertvector(p, I8);
+    const I8 atLast = n >= last;
+    *whole = atLast ? I8{} + (last - 1) : n;
+    *fraction = atLast ? Splat(1.0f) : p - __builtin_convertvector(n, F8);
+}
+
+// The residuals of the eight pixels from x on row y, when all eight sample B inside it and their
+// 2x2 blocks start within one pixel of one shift along the row and of one row; false otherwise,
+// with nothing written.
+QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, int x, int y, const float* a,
+                                         const float* gx, const float* gy, const float* f,
+                                         float* r) {
+    F8 u, v;
+    LoadPairs(f + 2 * x, &u, &v);
+    const F8 px = LanePositions(x) - u;
+    const F8 py = static_cast<float>(y) - v;
+    const I8 inside = (px >= 0.0f) & (px <= static_cast<float>(b.lastX)) & (py >= 0.0f) &
+                      (py <= static_cast<float>(b.lastY));
+    if (Bits(inside) != kAllLanes) return false;
+    I8 ix, iy;
+    F8 fx, fy;
+    SplitLanes(px, b.lastX, &ix, &fx);
+    SplitLanes(py, b.lastY, &iy, &fy);
+    const I8 shift = ix - (x + kLaneIndex);
+    const int shiftLow = AcrossLanes<false>(shift)[0], rowLow = AcrossLanes<false>(iy)[0];
+    const int shiftSpread = AcrossLanes<true>(shift)[0] - shiftLow;
+    const int rowSpread = AcrossLanes<true>(iy)[0] - rowLow;
+    const int base = x + shiftLow;
+    // The loads reach base + 7 + 1 + shiftSpread, which must stay on the row.
+    if (shiftSpread > 1 || rowSpread > 1 || base + 8 + shiftSpread > b.lastX) return false;
+    const I8 nextT = shift != shiftLow, nextS = iy != rowLow;
+    // Each lane's left and right sample on row rowLow + j.
+    const auto samples = [&](int j, F8* left, F8* right) {
+        const float* row = b.Row(rowLow + j) + base;
+        *left = Load(row);
+        *right = Load(row + 1);
+        if (shiftSpread) {
+            *left = nextT ? *right : *left;
+            *right = nextT ? Load(row + 2) : *right;
+        }
+    };
+    F8 topLeft, topRight, bottomLeft, bottomRight;
+    samples(0, &topLeft, &topRight);
+    samples(1, &bottomLeft, &bottomRight);
+    if (rowSpread) {
+        F8 lowLeft, lowRight;
+        samples(2, &lowLeft, &lowRight);
+        topLeft = nextS ? bottomLeft : topLeft;
+        topRight = nextS ? bottomRight : topRight;
+        bottomLeft = nextS ? lowLeft : bottomLeft;
+        bottomRight = nextS ? lowRight : bottomRight;
+    }
+    const F8 top = topLeft + (topRight - topLeft) * fx;
+    const F8 bottom = bottomLeft + (bottomRight - bottomLeft) * fx;
+    const F8 d = (top + (bottom - top) * fy) - Load(a + x);
+    StorePairs(r + 2 * x, Load(gx + x) * d, Load(gy + x) * d);
+    return true;
+}
+
+} // namespace
+
 void DQFlowComputeResidual(const DQImage* imageA, const DQImage* imageB, const DQImage* gradX,
                            const DQImage* gradY, const DQImage* flow, const DQImage* matteB,
                            DQImage* residual) {
     const int w = imageA->width;
-    const int lastX = imageB->lastColumn, lastY = imageB->lastRow;
-    const float maxX = static_cast<float>(lastX);
-    const float maxY = static_cast<float>(lastY);
-    // Rows of B as a first row and a signed step, so that sampling needs no call per pixel.
-    const uint8_t* originB = imageB->RowAddress(0);
-    const ptrdiff_t stepB = imageB->rowStep;
+    const RowsOf b(imageB);
     ZUMPForRows(imageA->height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
             const float* __restrict a = imageA->Row<float>(y);
@@ -150,28 +248,19 @@ void DQFlowComputeResidual(const DQImage* imageA, const DQImage* imageB, const D
             const float* __restrict gy = gradY->Row<float>(y);
             const float* __restrict f = flow->Row<float>(y);
             float* __restrict r = residual->Row<float>(y);
-            for (int x = 0; x < w; ++x) {
-                const float px = static_cast<float>(x) - f[2 * x];
-                const float py = static_cast<float>(y) - f[2 * x + 1];
-                float rx = 0.0f, ry = 0.0f;
-                if (px >= 0.0f && px <= maxX && py >= 0.0f && py <= maxY &&
-                    !(matteB && double(DQFlowSampleBilinear(matteB, 0, px, py)) < 0.999)) {
-                    int ix, iy;
-                    float fx, fy;
-                    SplitPosition(px, lastX, &ix, &fx);
-                    SplitPosition(py, lastY, &iy, &fy);
-                    const float* r0 = reinterpret_cast<const float*>(originB + stepB * iy) + ix;
-                    const float* r1 =
-                        reinterpret_cast<const float*>(originB + stepB * (iy + 1)) + ix;
-                    const float top = r0[0] + (r0[1] - r0[0]) * fx;
-                    const float bottom = r1[0] + (r1[1] - r1[0]) * fx;
-                    const float d = (top + (bottom - top) * fy) - a[x];
-                    rx = gx[x] * d;
-                    ry = gy[x] * d;
-                }
-                r[2 * x] = rx;
-                r[2 * x + 1] = ry;
-            }
+            int x = 0;
+            // Eight pixels at a time where that is possible: no matte and the samples of all
+            // eight inside B, side by side up to a pixel.
+            if (!matteB)
+                for (; x + kDQFlowLanes <= w; x += kDQFlowLanes)
+                    if (!EightResiduals(b, x, y, a, gx, gy, f, r))
+                        for (int k = x; k < x + kDQFlowLanes; ++k)
+                            PixelResidual(b, nullptr, static_cast<float>(k) - f[2 * k],
+                                          static_cast<float>(y) - f[2 * k + 1], a[k], gx[k], gy[k],
+                                          r + 2 * k);
+            for (; x < w; ++x)
+                PixelResidual(b, matteB, static_cast<float>(x) - f[2 * x],
+                              static_cast<float>(y) - f[2 * x + 1], a[x], gx[x], gy[x], r + 2 * x);
         }
     });
 }

@@ -1,7 +1,7 @@
 // The fast forms inside the flow object against plain references: the filters with kept scratch
-// against the library's filters, the four-lane patch cost against the scalar one, the sweeps with
-// their cost store against a direct walk of the four sweeps, and the pyramids built from reused
-// reduction buffers against the library's reduce steps.
+// against the library's filters, the eight-lane sweeps against a direct walk of the four sweeps
+// with the scalar cost, the eight-lane residual against the formula per pixel, and the pyramids
+// built from reused reduction buffers against the library's reduce steps.
 #include "FlowTestImages.h"
 #include "ImagePatterns.h"
 #include "TestSupport.h"
@@ -82,45 +82,6 @@ TEST_F(FlowFastPathTest, KeptScratchFiltersEqualTheLibraryFilters) {
     }
 }
 
-TEST_F(FlowFastPathTest, FourLaneCostEqualsTheScalarCost) {
-    const int w = 12, h = 9;
-    DQImagePtr b = PatternImage(w, h, 1, DQ_FLOAT, 3u);
-    Owned solid = FloatImage(w, h, 1, 1.0f);
-    Owned holed = FloatImage(w, h, 1, 1.0f);
-    holed->Row<float>(4)[6] = 0.9f;
-    holed->Row<float>(8)[11] = 0.0f; // the clamped corner of blocks at the last column and row
-    std::mt19937 random(5);
-    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-    float a[9];
-    for (float& v : a)
-        v = unit(random);
-    std::vector<std::pair<float, float>> positions = {
-        {1.0f, 1.0f},        {0.999f, 3.0f}, {3.0f, 0.5f},     {11.0f, 8.0f},
-        {11.0f, 4.25f},      {6.5f, 8.0f},   {11.0001f, 2.0f}, {4.0f, 8.01f},
-        {-0.5f, 2.0f},       {-3.0f, -3.0f}, {NAN, 2.0f},      {5.0f, NAN},
-        {9.9999f, 6.99999f}, {10.5f, 7.5f},  {5.0f, 3.0f},     {7.75f, 3.125f},
-    };
-    for (int i = 0; i < 200; ++i)
-        positions.emplace_back(unit(random) * 13.0f - 0.5f, unit(random) * 10.0f - 0.5f);
-    for (const DQImage* matte :
-         {static_cast<const DQImage*>(nullptr), static_cast<const DQImage*>(solid.get()),
-          static_cast<const DQImage*>(holed.get())}) {
-        for (auto [px, py] : positions) {
-            SCOPED_TRACE(::testing::Message() << "at (" << px << ", " << py << ") matte "
-                                              << (matte == holed.get() ? "holed"
-                                                  : matte              ? "solid"
-                                                                       : "none"));
-            float scalar = -1.0f, lanes = -2.0f;
-            const bool scalarOk = DQFlowPatchCost(a, px, py, b.get(), matte, &scalar);
-            const bool lanesOk = DQFlowPatchCostFourLanes(a, px, py, b.get(), matte, &lanes);
-            ASSERT_EQ(lanesOk, scalarOk);
-            if (scalarOk) {
-                EXPECT_NEAR(lanes, scalar, 1e-5f * (1.0f + scalar));
-            }
-        }
-    }
-}
-
 // The four sweeps walked directly as they are defined, with the scalar cost and no store of
 // costs: every pixel of a line evaluates its own vector and the neighbour's.
 void ReferenceSweeps(const DQImage* a, const DQImage* b, DQImage* flow, const DQImage* matteA,
@@ -162,50 +123,105 @@ void ReferenceSweeps(const DQImage* a, const DQImage* b, DQImage* flow, const DQ
             offer(x, y, x, y + 1);
 }
 
-TEST_F(FlowFastPathTest, SweepsWithKeptCostsEqualTheDirectWalk) {
-    // Small integers and quarter-pixel vectors keep every sample and every sum exact, so the
-    // order in which the four-lane cost adds up cannot decide a comparison.
-    const int w = 37, h = 29;
-    std::mt19937 random(9);
-    std::uniform_int_distribution<int> grey(0, 15), quarter(-12, 12), hole(0, 40);
-    Owned a = FloatImage(w, h, 1), b = FloatImage(w, h, 1), start = FloatImage(w, h, 2);
-    Owned matteA = FloatImage(w, h, 1, 1.0f), matteB = FloatImage(w, h, 1, 1.0f);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            a->Row<float>(y)[x] = float(grey(random));
-            b->Row<float>(y)[x] = float(grey(random));
-            // Runs of equal vectors, as adoption makes them, besides scattered ones.
-            const bool run = (x / 5 + y / 3) % 2 == 0;
-            quelmor::test::Put(start.get(), x, y, run ? 1.25f : 0.25f * float(quarter(random)),
-                               run ? -0.5f : 0.25f * float(quarter(random)));
-            if (hole(random) == 0) matteA->Row<float>(y)[x] = 0.0f;
-            if (hole(random) == 0) matteB->Row<float>(y)[x] = 0.5f;
-        }
+// A start field with the three kinds of neighbourhood the eight-lane steps tell apart: runs of
+// equal vectors (blocks side by side), a quarter-pixel ramp whose whole-pixel parts step by one
+// between neighbours, and scattered vectors that reach past every border. Small integer images
+// and quarter-pixel vectors keep every sample and every sum exact, so the order in which a fast
+// form adds cannot decide a comparison.
+struct LaneCase {
+    Owned a, b, flow, matteA, matteB;
+
+    LaneCase(int w, int h, unsigned seed) {
+        std::mt19937 random(seed);
+        std::uniform_int_distribution<int> grey(0, 15), quarter(-16, 16), hole(0, 40);
+        a = FloatImage(w, h, 1);
+        b = FloatImage(w, h, 1);
+        flow = FloatImage(w, h, 2);
+        matteA = FloatImage(w, h, 1, 1.0f);
+        matteB = FloatImage(w, h, 1, 1.0f);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                a->Row<float>(y)[x] = float(grey(random));
+                b->Row<float>(y)[x] = float(grey(random));
+                float u = 1.25f, v = -0.5f;
+                if ((x / 9 + y / 4) % 3 == 1) {
+                    u = 0.25f * float((x / 2 + y) % 5) - 0.5f;
+                    v = 0.25f * float((x / 3 + 2 * y) % 5) - 0.5f;
+                } else if ((x / 9 + y / 4) % 3 == 2) {
+                    u = 0.25f * float(quarter(random));
+                    v = 0.25f * float(quarter(random));
+                }
+                quelmor::test::Put(flow.get(), x, y, u, v);
+                if (hole(random) == 0) matteA->Row<float>(y)[x] = 0.0f;
+                if (hole(random) == 0) matteB->Row<float>(y)[x] = 0.5f;
+            }
+    }
+};
+
+TEST_F(FlowFastPathTest, EightLaneSweepsEqualTheDirectWalk) {
     struct Case {
         const char* name;
-        bool mattes;
-        int costChannels; // 0: the sweeps allocate their own store
-        int costWidth;
+        int w, h;
+        bool matteA, matteB;
     } cases[] = {
-        {"own store", false, 0, w},
-        {"one-channel store", false, 1, w},
-        {"two-channel store, as the residual", false, 2, w},
-        {"store of another size is not used", false, 1, w - 3},
-        {"with mattes", true, 2, w},
+        {"partial lane groups both ways", 37, 29, false, false},
+        {"whole lane groups", 34, 18, false, false},
+        {"one interior row and column", 3, 3, false, false},
+        {"narrow and tall", 5, 41, false, false},
+        {"wide enough for bands of lane groups", 270, 12, false, false},
+        {"matte A", 37, 29, true, false},
+        {"matte B", 37, 29, false, true},
+        {"both mattes", 26, 21, true, true},
     };
+    // One set of planes for every case, so that growing and reusing it both show.
+    DQFlowBuffer planes;
     for (const Case& c : cases) {
-        const DQImage* mA = c.mattes ? matteA.get() : nullptr;
-        const DQImage* mB = c.mattes ? matteB.get() : nullptr;
-        Owned expected = Copy(start.get());
-        ReferenceSweeps(a.get(), b.get(), expected.get(), mA, mB);
-        ASSERT_GT(DifferentElements(expected.get(), start.get()), 100) << c.name;
-        quelmor::test::ForWorkerCounts([&](int) {
-            Owned flow = Copy(start.get());
-            Owned costs =
-                c.costChannels ? FloatImage(c.costWidth, h, c.costChannels, 7.0f) : nullptr;
-            DQFlowPropagateVectors(a.get(), b.get(), flow.get(), mA, mB, nullptr, costs.get());
-            EXPECT_EQ(DifferentElements(flow.get(), expected.get()), 0) << c.name;
+        const LaneCase images(c.w, c.h, 9u + c.w);
+        const DQImage* mA = c.matteA ? images.matteA.get() : nullptr;
+        const DQImage* mB = c.matteB ? images.matteB.get() : nullptr;
+        Owned expected = Copy(images.flow.get());
+        ReferenceSweeps(images.a.get(), images.b.get(), expected.get(), mA, mB);
+        if (c.w > 3) {
+            ASSERT_GT(DifferentElements(expected.get(), images.flow.get()), 20) << c.name;
+        }
+        quelmor::test::ForWorkerCounts([&](int workers) {
+            Owned flow = Copy(images.flow.get());
+            DQFlowPropagateVectors(images.a.get(), images.b.get(), flow.get(), mA, mB, nullptr,
+                                   workers == 1 ? nullptr : &planes);
+            EXPECT_EQ(DifferentElements(flow.get(), expected.get()), 0)
+                << c.name << ", " << workers << " workers";
         });
+    }
+}
+
+TEST_F(FlowFastPathTest, EightLaneResidualEqualsThePixelFormula) {
+    for (const int w : {8, 45}) {
+        const int h = 13;
+        LaneCase images(w, h, 4u + w);
+        Owned gx = FloatImage(w, h, 1), gy = FloatImage(w, h, 1);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                gx->Row<float>(y)[x] = float((x * 5 + y) % 7) - 3.0f;
+                gy->Row<float>(y)[x] = float((x + y * 3) % 5) - 2.0f;
+            }
+        // Some pixels sample exactly on the last column and row, where the block moves back.
+        quelmor::test::Put(images.flow.get(), w - 3, h - 4, -2.0f, -3.0f);
+        quelmor::test::Put(images.flow.get(), 4, 5, -(w - 5.0f), 0.0f);
+        Owned expected = FloatImage(w, h, 2);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const float px = float(x) - At(images.flow.get(), x, y, 0);
+                const float py = float(y) - At(images.flow.get(), x, y, 1);
+                if (px < 0.0f || px > float(w - 1) || py < 0.0f || py > float(h - 1)) continue;
+                const float d =
+                    DQFlowSampleBilinear(images.b.get(), 0, px, py) - At(images.a.get(), x, y);
+                quelmor::test::Put(expected.get(), x, y, At(gx.get(), x, y) * d,
+                                   At(gy.get(), x, y) * d);
+            }
+        Owned residual = FloatImage(w, h, 2, 99.0f);
+        DQFlowComputeResidual(images.a.get(), images.b.get(), gx.get(), gy.get(), images.flow.get(),
+                              nullptr, residual.get());
+        EXPECT_EQ(DifferentElements(residual.get(), expected.get()), 0) << "width " << w;
     }
 }
 
