@@ -1,8 +1,6 @@
 #include "ImagePatterns.h"
 #include "TestSupport.h"
 
-#include <vector>
-
 using namespace quelmor::test;
 
 namespace {
@@ -24,22 +22,6 @@ void ExpectPixel(const DQImage& image, Rgba expected) {
     EXPECT_FLOAT_EQ(At(image, 0, 0, 3), expected.a);
 }
 
-struct PixelCase {
-    const char* name;
-    int type;
-    Rgba in, out;
-};
-
-template <class Op>
-void RunPixelCases(const std::vector<PixelCase>& cases, Op op) {
-    for (const PixelCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        DQImage image(1, 1, 4, c.type, 0);
-        SetPixel(image, c.in);
-        op(image);
-        ExpectPixel(image, c.out);
-    }
-}
 } // namespace
 
 class Alpha : public quelmor::test::ParallelTest {};
@@ -71,79 +53,56 @@ TEST_F(Alpha, PremultiplyEveryEightBitPair) {
         }
 }
 
-TEST_F(Alpha, PremultiplyEdgeValues) {
-    RunPixelCases(
-        {
-            {"uchar opaque white", DQ_UCHAR, {255, 255, 255, 255}, {255, 255, 255, 255}},
-            {"uchar transparent", DQ_UCHAR, {255, 17, 1, 0}, {0, 0, 0, 0}},
-            {"uchar half", DQ_UCHAR, {128, 255, 1, 128}, {64, 128, 1, 128}},
-            {"ushort opaque white", DQ_USHORT, {65535, 65535, 1, 65535}, {65535, 65535, 1, 65535}},
-            {"ushort transparent", DQ_USHORT, {65535, 300, 1, 0}, {0, 0, 0, 0}},
-            {"ushort half", DQ_USHORT, {32768, 65535, 2, 32768}, {16384, 32768, 1, 32768}},
-            {"float half", DQ_FLOAT, {0.5f, 1.0f, 0.0f, 0.5f}, {0.25f, 0.5f, 0.0f, 0.5f}},
-            {"float beyond white is not clamped",
-             DQ_FLOAT,
-             {2.0f, -1.0f, 4.0f, 0.5f},
-             {1.0f, -0.5f, 2.0f, 0.5f}},
-        },
-        [](DQImage& image) { image.Premultiply(); });
-}
-
-TEST_F(Alpha, UnpremultiplyEdgeValues) {
-    RunPixelCases(
-        {
-            {"uchar alpha 0 leaves the colour", DQ_UCHAR, {37, 200, 255, 0}, {37, 200, 255, 0}},
-            {"uchar rounds half up", DQ_UCHAR, {64, 1, 0, 128}, {128, 2, 0, 128}},
-            {"uchar clips at white", DQ_UCHAR, {200, 101, 255, 100}, {255, 255, 255, 100}},
-            {"uchar opaque", DQ_UCHAR, {255, 3, 0, 255}, {255, 3, 0, 255}},
-            {"ushort alpha 0 leaves the colour", DQ_USHORT, {9, 65535, 0, 0}, {9, 65535, 0, 0}},
-            {"ushort never exceeds white",
-             DQ_USHORT,
-             {40000, 65535, 30000, 30000},
-             {65535, 65535, 65535, 30000}},
-            {"ushort rounds", DQ_USHORT, {16384, 1, 0, 32768}, {32768, 2, 0, 32768}},
-            {"float divides", DQ_FLOAT, {0.25f, 0.1f, 0.0f, 0.5f}, {0.5f, 0.2f, 0.0f, 0.5f}},
-            {"float tiny alpha leaves",
-             DQ_FLOAT,
-             {0.3f, 0.2f, 0.1f, 5e-8f},
-             {0.3f, 0.2f, 0.1f, 5e-8f}},
-            {"float is not clamped", DQ_FLOAT, {0.8f, 0.0f, 0.0f, 0.5f}, {1.6f, 0.0f, 0.0f, 0.5f}},
-        },
-        [](DQImage& image) { image.Unpremultiply(); });
-}
-
-TEST_F(Alpha, UnpremultiplyKeepHueScalesTheWholeColour) {
-    RunPixelCases(
-        {
-            {"uchar over white keeps ratios", DQ_UCHAR, {200, 100, 50, 100}, {255, 128, 64, 100}},
-            {"uchar within white as plain", DQ_UCHAR, {50, 25, 0, 100}, {128, 64, 0, 100}},
-            {"uchar alpha 0 leaves", DQ_UCHAR, {50, 25, 7, 0}, {50, 25, 7, 0}},
-            {"ushort over white", DQ_USHORT, {30000, 10000, 0, 20000}, {65535, 21845, 0, 20000}},
-            {"ushort small colours are not scaled",
-             DQ_USHORT,
-             {10, 20, 30, 65535},
-             {10, 20, 30, 65535}},
-            {"float over white", DQ_FLOAT, {0.8f, 0.4f, 0.2f, 0.5f}, {1.0f, 0.5f, 0.25f, 0.5f}},
-            {"float within white", DQ_FLOAT, {0.2f, 0.1f, 0.05f, 0.5f}, {0.4f, 0.2f, 0.1f, 0.5f}},
-        },
-        [](DQImage& image) { image.UnpremultiplyKeepHue(); });
-}
-
-TEST_F(Alpha, ReplaceAlphaScaleMovesColourToTheNewAlpha) {
+TEST_F(Alpha, EdgeValuesPerOperationAndType) {
+    enum Op { Pre, Unpre, KeepHue, Replace };
     struct Case {
         const char* name;
+        Op op;
         int type;
-        Rgba in;
-        float newAlpha;
-        Rgba out;
+        Rgba in, out;
+        float newAlpha = 0; // Replace: the alpha of the second image
     };
     const Case cases[] = {
-        {"uchar halves", DQ_UCHAR, {100, 51, 0, 200}, 100, {50, 26, 0, 100}},
-        {"uchar doubles", DQ_UCHAR, {100, 50, 1, 100}, 200, {200, 100, 2, 200}},
-        {"uchar equal alpha passes", DQ_UCHAR, {100, 50, 1, 100}, 100, {100, 50, 1, 100}},
-        {"uchar old alpha 0 passes", DQ_UCHAR, {100, 50, 1, 0}, 100, {100, 50, 1, 0}},
-        {"ushort", DQ_USHORT, {30000, 0, 65535, 65535}, 32768, {15000, 0, 32768, 32768}},
-        {"float", DQ_FLOAT, {0.5f, 0.25f, 0.0f, 0.5f}, 1.0f, {1.0f, 0.5f, 0.0f, 1.0f}},
+        {"uchar opaque white", Pre, DQ_UCHAR, {255, 255, 255, 255}, {255, 255, 255, 255}},
+        {"uchar transparent", Pre, DQ_UCHAR, {255, 17, 1, 0}, {0, 0, 0, 0}},
+        {"uchar half", Pre, DQ_UCHAR, {128, 255, 1, 128}, {64, 128, 1, 128}},
+        {"ushort opaque white", Pre, DQ_USHORT, {65535, 65535, 1, 65535}, {65535, 65535, 1, 65535}},
+        {"ushort transparent", Pre, DQ_USHORT, {65535, 300, 1, 0}, {0, 0, 0, 0}},
+        {"ushort half", Pre, DQ_USHORT, {32768, 65535, 2, 32768}, {16384, 32768, 1, 32768}},
+        {"float half", Pre, DQ_FLOAT, {0.5f, 1, 0, 0.5f}, {0.25f, 0.5f, 0, 0.5f}},
+        {"float beyond white unclamped", Pre, DQ_FLOAT, {2, -1, 4, 0.5f}, {1, -0.5f, 2, 0.5f}},
+
+        {"uchar alpha 0 leaves the colour", Unpre, DQ_UCHAR, {37, 200, 255, 0}, {37, 200, 255, 0}},
+        {"uchar rounds half up", Unpre, DQ_UCHAR, {64, 1, 0, 128}, {128, 2, 0, 128}},
+        {"uchar clips at white", Unpre, DQ_UCHAR, {200, 101, 255, 100}, {255, 255, 255, 100}},
+        {"uchar opaque", Unpre, DQ_UCHAR, {255, 3, 0, 255}, {255, 3, 0, 255}},
+        {"ushort alpha 0 leaves", Unpre, DQ_USHORT, {9, 65535, 0, 0}, {9, 65535, 0, 0}},
+        {"ushort never over white",
+         Unpre,
+         DQ_USHORT,
+         {40000, 9, 30000, 30000},
+         {65535, 20, 65535, 30000}},
+        {"ushort rounds", Unpre, DQ_USHORT, {16384, 1, 0, 32768}, {32768, 2, 0, 32768}},
+        {"float divides", Unpre, DQ_FLOAT, {0.25f, 0.1f, 0, 0.5f}, {0.5f, 0.2f, 0, 0.5f}},
+        {"tiny alpha leaves", Unpre, DQ_FLOAT, {0.3f, 0.2f, 0, 5e-8f}, {0.3f, 0.2f, 0, 5e-8f}},
+        {"float is not clamped", Unpre, DQ_FLOAT, {0.8f, 0, 0, 0.5f}, {1.6f, 0, 0, 0.5f}},
+
+        // Keep-hue scales the whole colour by one factor when it would pass white.
+        {"uchar over white", KeepHue, DQ_UCHAR, {200, 100, 50, 100}, {255, 128, 64, 100}},
+        {"uchar within white as plain", KeepHue, DQ_UCHAR, {50, 25, 0, 100}, {128, 64, 0, 100}},
+        {"uchar alpha 0 leaves", KeepHue, DQ_UCHAR, {50, 25, 7, 0}, {50, 25, 7, 0}},
+        {"ushort over", KeepHue, DQ_USHORT, {30000, 10000, 0, 20000}, {65535, 21845, 0, 20000}},
+        {"ushort small colours", KeepHue, DQ_USHORT, {10, 20, 30, 65535}, {10, 20, 30, 65535}},
+        {"float over white", KeepHue, DQ_FLOAT, {0.8f, 0.4f, 0.2f, 0.5f}, {1, 0.5f, 0.25f, 0.5f}},
+        {"float within", KeepHue, DQ_FLOAT, {0.2f, 0.1f, 0.05f, 0.5f}, {0.4f, 0.2f, 0.1f, 0.5f}},
+
+        // Replace moves the colour to the alpha of the second image.
+        {"uchar halves", Replace, DQ_UCHAR, {100, 51, 0, 200}, {50, 26, 0, 100}, 100},
+        {"uchar doubles", Replace, DQ_UCHAR, {100, 50, 1, 100}, {200, 100, 2, 200}, 200},
+        {"uchar equal alpha passes", Replace, DQ_UCHAR, {100, 50, 1, 100}, {100, 50, 1, 100}, 100},
+        {"uchar old alpha 0 passes", Replace, DQ_UCHAR, {100, 50, 1, 0}, {100, 50, 1, 0}, 100},
+        {"ushort", Replace, DQ_USHORT, {30000, 0, 65535, 65535}, {15000, 0, 32768, 32768}, 32768},
+        {"float", Replace, DQ_FLOAT, {0.5f, 0.25f, 0, 0.5f}, {1, 0.5f, 0, 1}, 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -151,7 +110,20 @@ TEST_F(Alpha, ReplaceAlphaScaleMovesColourToTheNewAlpha) {
         SetPixel(image, c.in);
         DQImage alpha(1, 1, 4, c.type, 0);
         SetPixel(alpha, {0, 0, 0, c.newAlpha});
-        image.ReplaceAlphaScale(&alpha);
+        switch (c.op) {
+        case Pre:
+            image.Premultiply();
+            break;
+        case Unpre:
+            image.Unpremultiply();
+            break;
+        case KeepHue:
+            image.UnpremultiplyKeepHue();
+            break;
+        case Replace:
+            image.ReplaceAlphaScale(&alpha);
+            break;
+        }
         ExpectPixel(image, c.out);
     }
 }

@@ -89,8 +89,9 @@ Placement Locate(const DQImage& image) {
     int full = 0;
     for (int y = 0; y < image.height; ++y)
         for (int x = 0; x < image.width; ++x) {
-            const int blue = image.PixelAddress(x, y)[2];
-            const double w = std::max(0, blue - int(kGround));
+            // Blue on the 8-bit scale, whatever the element type.
+            const double blue = At(image, x, y, 2) * 255.0 / image.whitePoint;
+            const double w = std::max(0.0, blue - kGround);
             sum += w;
             sx += w * x;
             sy += w * y;
@@ -536,14 +537,7 @@ TEST_F(MotionClip, EveryElementTypeAndChannelCountMovesTheObject) {
                 << c.name;
         });
         EXPECT_EQ(printed, "") << c.name;
-        // Back to 8 bits for the placement measure.
-        DQImagePtr eight = DQMakeImage(kW, kH, 4, DQ_UCHAR);
-        const float white = out.Pixels()->whitePoint;
-        for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x)
-                eight->PixelAddress(x, y)[2] = uint8_t(
-                    std::clamp(At(*out.Pixels(), x, y, 2) / white * 255.0f + 0.5f, 0.0f, 255.0f));
-        const Placement at = Locate(*eight);
+        const Placement at = Locate(*out.Pixels());
         EXPECT_NEAR(at.x, kStartX + kStepX * 1.5f, 0.3f) << c.name;
         EXPECT_NEAR(at.y, kStartY + kStepY * 1.5f, 0.3f) << c.name;
         EXPECT_EQ(typed.Outstanding(), 0) << c.name;
