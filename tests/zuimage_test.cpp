@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include <cstdlib>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -61,24 +62,18 @@ TEST(ZUImageBridge, InitialisersSetLayoutAndPublicCopies) {
             const int rowBytes = 64 * 16; // a pitch wider than the pixels
             ASSERT_EQ(c.init(&image, pixels.data(), 10, 7, rowBytes, origin, 2), 0);
             const ZUImageInternal* bridge = image.internal;
-            EXPECT_EQ(bridge->channels, c.channels);
-            EXPECT_EQ(bridge->dataType, DQ_FLOAT);
-            EXPECT_EQ(bridge->bottomUp, origin == 1 ? 0 : 1);
-            EXPECT_EQ(bridge->rowBytes, rowBytes);
-            EXPECT_EQ(bridge->straightFlag, c.straight);
-            EXPECT_EQ(bridge->hasAlpha, c.hasAlpha);
-            EXPECT_EQ(bridge->redIndex, c.red);
-            EXPECT_EQ(bridge->greenIndex, c.green);
-            EXPECT_EQ(bridge->blueIndex, c.blue);
-            EXPECT_EQ(bridge->alphaIndex, c.alpha);
-            EXPECT_EQ(image.width, 10);
-            EXPECT_EQ(image.height, 7);
-            EXPECT_EQ(image.pixelBytes, 4 * c.channels);
+            // The bridge's layout and channel roles.
+            EXPECT_EQ(
+                std::tuple(bridge->channels, bridge->dataType, bridge->bottomUp, bridge->rowBytes),
+                std::tuple(c.channels, int(DQ_FLOAT), origin == 1 ? 0 : 1, rowBytes));
+            EXPECT_EQ(std::tuple(bridge->straightFlag, bridge->hasAlpha, bridge->redIndex,
+                                 bridge->greenIndex, bridge->blueIndex, bridge->alphaIndex),
+                      std::tuple(c.straight, c.hasAlpha, c.red, c.green, c.blue, c.alpha));
+            // The public copies of the descriptor.
+            EXPECT_EQ(std::tuple(image.width, image.height, image.pixelBytes, image.lastRow,
+                                 image.lastColumn, image.origin, image.pixelType),
+                      std::tuple(10, 7, 4 * c.channels, 6, 9, origin, 2));
             EXPECT_EQ(image.rowStep, bridge->rowStep);
-            EXPECT_EQ(image.lastRow, 6);
-            EXPECT_EQ(image.lastColumn, 9);
-            EXPECT_EQ(image.origin, origin);
-            EXPECT_EQ(image.pixelType, 2);
             EXPECT_EQ(ZUImageGetDQImage(&image), bridge);
         }
     }
