@@ -550,33 +550,6 @@ TEST(PluginSymbols, ExportsExactlyTheHostInterface) {
     EXPECT_EQ(undefined, hostOperations);
 }
 
-TEST(PluginSymbols, RecordSizesMatchTheirForms) {
-    FILE* pipe = popen("nm -D -S --defined-only --format=posix " QUELMOR_SPARK_PATH, "r");
-    ASSERT_NE(pipe, nullptr);
-    const std::pair<const char*, unsigned long> forms[] = {{"SparkFloat", 40},
-                                                           {"SparkInt", 40},
-                                                           {"SparkPup", 176},
-                                                           {"SparkBoolean", 24},
-                                                           {"SparkPush", 16}};
-    char line[512];
-    int checked = 0;
-    while (fgets(line, sizeof line, pipe)) {
-        std::istringstream fields(line);
-        std::string name, type, value, size;
-        fields >> name >> type >> value >> size;
-        for (const auto& [prefix, bytes] : forms) {
-            const size_t length = strlen(prefix);
-            if (name.compare(0, length, prefix) == 0 && name.size() > length &&
-                isdigit(static_cast<unsigned char>(name[length]))) {
-                EXPECT_EQ(std::stoul(size, nullptr, 16), bytes) << name;
-                ++checked;
-            }
-        }
-    }
-    pclose(pipe);
-    EXPECT_EQ(checked, 38);
-}
-
 TEST(PluginLoader, ReportsWhatIsMissing) {
     std::string error;
     EXPECT_EQ(SparkPlugin::Load("/nonexistent/quelmor_spark.so", &error), nullptr);
