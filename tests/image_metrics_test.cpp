@@ -1,5 +1,6 @@
 // Quality scores of the benchmarks: PSNR of colour and luma on known errors, SSIM against its
 // formula evaluated window by window and against its closed form on flat pictures.
+#include "ImagePatterns.h"
 #include "bench/ImageMetrics.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,8 @@
 namespace {
 
 using namespace quelmor::bench;
+using quelmor::test::PatternImage;
+using quelmor::test::Solid;
 
 DQImagePtr Make(int w, int h, const std::function<void(int x, int y, uint8_t* px)>& fill) {
     DQImagePtr image(new DQImage(w, h, 4, DQ_UCHAR, 0));
@@ -18,17 +21,6 @@ DQImagePtr Make(int w, int h, const std::function<void(int x, int y, uint8_t* px
         for (int x = 0; x < w; ++x)
             fill(x, y, image->Row<uint8_t>(y) + 4 * x);
     return image;
-}
-
-// Pixels from a hash of position, channel and seed: noise that every run repeats.
-DQImagePtr Noise(int w, int h, unsigned seed) {
-    return Make(w, h, [seed](int x, int y, uint8_t* px) {
-        for (unsigned c = 0; c < 4; ++c) {
-            unsigned v = (x * 73856093u) ^ (y * 19349663u) ^ (c * 83492791u) ^ seed;
-            v *= 2654435761u;
-            px[c] = uint8_t((v ^ (v >> 13)) >> 16);
-        }
-    });
 }
 
 // SSIM of one plane window by window from the 2-D Gaussian taps (channel -1: luma).
@@ -90,7 +82,8 @@ TEST(ImageMetrics, PsnrFollowsTheMeanSquaredErrorOfColourAndLuma) {
 
 TEST(ImageMetrics, SsimMatchesTheWindowByWindowDefinition) {
     // A blurred, shifted and noisy copy is correlated, so every term of the formula matters.
-    const auto a = Noise(29, 21, 1), noise = Noise(29, 21, 2);
+    const auto a = PatternImage(29, 21, 4, DQ_UCHAR, 1),
+               noise = PatternImage(29, 21, 4, DQ_UCHAR, 2);
     const auto b = Make(29, 21, [&](int x, int y, uint8_t* px) {
         const uint8_t *p = a->Row<uint8_t>(y) + 4 * x,
                       *q = a->Row<uint8_t>(y) + 4 * std::min(x + 1, 28);
@@ -107,15 +100,17 @@ TEST(ImageMetrics, SsimMatchesTheWindowByWindowDefinition) {
     }
     EXPECT_LT(DirectSsim(*a, *b, -1), 0.99);
     // Flat pictures leave only the luminance term: (2 p q + c1) / (p p + q q + c1).
-    const auto grey = Make(29, 21, [](int, int, uint8_t* px) { px[0] = px[1] = px[2] = 200; });
-    const auto dark = Make(29, 21, [](int, int, uint8_t* px) { px[0] = px[1] = px[2] = 50; });
+    const auto grey = Solid(29, 21, 4, DQ_UCHAR, {200, 200, 200, 255});
+    const auto dark = Solid(29, 21, 4, DQ_UCHAR, {50, 50, 50, 0});
     const double flat = (20000 + 6.5025) / (42500 + 6.5025);
     EXPECT_NEAR(Ssim(*grey, *dark, ScorePlane::Luma), flat, 1e-6);
     EXPECT_NEAR(Score(*grey, *dark).ssimChannels, flat, 1e-9);
 }
 
 TEST(ImageMetrics, RefusesPicturesThatCannotBeCompared) {
-    const auto small = Noise(10, 40, 4), wide = Noise(40, 10, 5), other = Noise(40, 11, 6);
+    const auto small = PatternImage(10, 40, 4, DQ_UCHAR, 4),
+               wide = PatternImage(40, 10, 4, DQ_UCHAR, 5),
+               other = PatternImage(40, 11, 4, DQ_UCHAR, 6);
     DQImagePtr floats(new DQImage(40, 10, 4, DQ_FLOAT, 0));
     EXPECT_THROW(Ssim(*small, *small, ScorePlane::Luma), std::invalid_argument); // below 11x11
     EXPECT_THROW(Ssim(*wide, *wide, ScorePlane::Red), std::invalid_argument);
