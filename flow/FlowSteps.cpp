@@ -316,14 +316,29 @@ void DQFlowExpandFlow(const DQImage* coarse, DQImage* fine) {
     const float gy = static_cast<float>(fine->height - 1) / static_cast<float>(coarse->height - 1);
     const float toCoarseX = 1.0f / gx, toCoarseY = 1.0f / gy;
     const int w = fine->width, c = fine->channels;
+    const int lastX = coarse->lastColumn, lastY = coarse->lastRow;
     ZUMPForRows(fine->height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
-            float* f = fine->Row<float>(y);
-            const float cy = static_cast<float>(y) * toCoarseY;
+            float* __restrict f = fine->Row<float>(y);
+            int iy;
+            float fy;
+            SplitPosition(static_cast<float>(y) * toCoarseY, lastY, &iy, &fy);
+            const float* __restrict r0 = coarse->Row<float>(iy);
+            const float* __restrict r1 = coarse->Row<float>(iy + 1);
             for (int x = 0; x < w; ++x) {
-                const float cx = static_cast<float>(x) * toCoarseX;
-                f[c * x] = DQFlowSampleBilinear(coarse, 0, cx, cy) * gx;
-                if (c > 1) f[c * x + 1] = DQFlowSampleBilinear(coarse, 1, cx, cy) * gy;
+                int ix;
+                float fx;
+                SplitPosition(static_cast<float>(x) * toCoarseX, lastX, &ix, &fx);
+                // DQFlowSampleBilinear of channels 0 and 1, with the row split once per row.
+                const auto sample = [&](int channel) {
+                    const float* p0 = r0 + ix * c + channel;
+                    const float* p1 = r1 + ix * c + channel;
+                    const float top = p0[0] + (p0[c] - p0[0]) * fx;
+                    const float bottom = p1[0] + (p1[c] - p1[0]) * fx;
+                    return top + (bottom - top) * fy;
+                };
+                f[c * x] = sample(0) * gx;
+                if (c > 1) f[c * x + 1] = sample(1) * gy;
             }
         }
     });

@@ -50,7 +50,7 @@ TEST_F(FlowFastPathTest, KeptScratchFiltersEqualTheLibraryFilters) {
     };
     struct Size {
         int w, h;
-    } sizes[] = {{1, 1}, {3, 2}, {7, 12}, {40, 23}, {131, 70}};
+    } sizes[] = {{1, 1}, {3, 2}, {7, 12}, {40, 23}, {131, 70}, {1400, 45}};
     // One plane for every case, so that growing and reusing it is exercised in both directions.
     DQFlowBuffer plane;
     for (const Kind& k : kinds)
