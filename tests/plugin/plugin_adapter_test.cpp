@@ -63,42 +63,32 @@ protected:
 };
 
 TEST_F(AdapterTest, CacheKeepsTheLastTwoFramesAndOverwritesTheOldest) {
+    enum Before { Nothing, Clean, CacheOff };
     struct Step {
         int frame;
         int fetchesAfter; // host fetches of clip 0 so far
         int shownFrame;
+        Before before = Nothing;
     };
     const Step steps[] = {
-        {0, 1, 0},  {0, 1, 0}, // second request served from the cache
-        {1, 2, 1},  {2, 3, 2}, // frame 2 overwrites frame 0 in slot 1
-        {0, 4, 0},             // fetched again, into slot 2 over frame 1
-        {2, 4, 2},  {0, 4, 0}, // both held now
-        {1, 5, 1},             // frame 1 had been overwritten; it replaces frame 2
-        {3, 6, 3},             // frame 3 replaces frame 0
-        {-3, 7, 0}, {0, 7, 0}, // a negative frame fetches and caches frame 0
+        {0, 1, 0},           {0, 1, 0},  // second request served from the cache
+        {1, 2, 1},           {2, 3, 2},  // frame 2 overwrites frame 0 in slot 1
+        {0, 4, 0},                       // fetched again, into slot 2 over frame 1
+        {2, 4, 2},           {0, 4, 0},  // both held now
+        {1, 5, 1},                       // frame 1 had been overwritten; it replaces frame 2
+        {3, 6, 3},                       // frame 3 replaces frame 0
+        {-3, 7, 0},          {0, 7, 0},  // a negative frame fetches and caches frame 0
+        {0, 8, 0, Clean},                // CleanCache forgets both slots
+        {0, 9, 0, CacheOff}, {0, 10, 0}, // with the cache off every request fetches
     };
     int index = 0;
     for (const Step& step : steps) {
         SCOPED_TRACE(::testing::Message() << "step " << index++ << ", frame " << step.frame);
+        if (step.before == Clean) quelmor_->CleanCache();
+        if (step.before == CacheOff) quelmor_->cacheOn = 0;
         EXPECT_EQ(FetchLevel(step.frame), Level(step.shownFrame));
         EXPECT_EQ(SparkHost().fetchCount[0], step.fetchesAfter);
     }
-}
-
-TEST_F(AdapterTest, CacheOffFetchesEveryTime) {
-    quelmor_->cacheOn = 0;
-    FetchLevel(1);
-    FetchLevel(1);
-    EXPECT_EQ(SparkHost().fetchCount[0], 2);
-}
-
-TEST_F(AdapterTest, CleanCacheForgetsBothSlots) {
-    FetchLevel(4);
-    quelmor_->CleanCache();
-    EXPECT_EQ(quelmor_->cacheImage1, nullptr);
-    EXPECT_EQ(quelmor_->cacheFrame1, MyQuelmor::kCleanedFrame);
-    EXPECT_EQ(FetchLevel(4), Level(4));
-    EXPECT_EQ(SparkHost().fetchCount[0], 2);
 }
 
 TEST_F(AdapterTest, FailedRequestsReportOneAndHandNothingOut) {
