@@ -74,21 +74,3 @@ TEST(BlurAlongFlow, RefusesWhatItCannotBlur) {
         }
     }
 }
-
-TEST(BlurAlongFlow, BandsDoNotChangeTheResult) {
-    auto run = [](int workers) {
-        WorkerScope scope(workers, 1920, 1080);
-        DQImagePtr source = MakeImage(40, 120, 4, DQ_UCHAR, Pattern(DQ_UCHAR));
-        DQImagePtr dest = MakeImage(40, 120, 4, DQ_UCHAR, [](int, int, int) { return 0.0; });
-        DQImagePtr flow = MakeFlow(20, 60, [](int x, int y, float& u, float& v) {
-            u = 4.0f * std::sin(0.2f * x + 0.1f * y);
-            v = 3.0f * std::cos(0.15f * y);
-        });
-        ZUIdleAndProgressClass progress;
-        DQBlurAlongFlow(dest.get(), source.get(), flow.get(), 1, &progress, 0, 1.0f);
-        return dest;
-    };
-    DQImagePtr single = run(1);
-    for (int workers : {2, 3, 8})
-        EXPECT_EQ(MaxDifference(*run(workers), *single), 0.0) << workers << " workers";
-}

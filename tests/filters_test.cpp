@@ -332,19 +332,3 @@ TEST(ResizeBilinear, WhitePointsAndChannelMismatch) {
     }
     EXPECT_EQ(ElementAt(*dest, 0, 0, 0), 7.0);
 }
-
-TEST(Filters, ResultsDoNotDependOnTheBands) {
-    auto run = [](int workers) {
-        WorkerScope scope(workers, 1920, 1080);
-        DQImagePtr image = MakeImage(61, 150, 3, DQ_UCHAR, Pattern(DQ_UCHAR));
-        BlurGauss(image.get(), 0, 5.0f);
-        BlurBox(image.get(), 0, 1.5f);
-        Blur5(image.get());
-        DQImagePtr small = MakeImage(31, 70, 3, DQ_UCHAR, [](int, int, int) { return 0.0; });
-        ResizeBilinear(small.get(), image.get());
-        return small;
-    };
-    DQImagePtr single = run(1);
-    for (int workers : {2, 3, 8})
-        EXPECT_EQ(MaxDifference(*run(workers), *single), 0.0) << workers << " workers";
-}

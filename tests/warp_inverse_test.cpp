@@ -180,36 +180,6 @@ TEST(WarpInverse, HalfSizeFlowIsScaledByTheSizeRatio) {
             EXPECT_NEAR(ElementAt(*dest, x, y, 0), Ramp(x + 2, y + 1, 0), 1e-3) << x << "," << y;
 }
 
-TEST(WarpInverse, BandsDoNotChangeTheResult) {
-    auto flowField = [](int x, int y, float& u, float& v) {
-        u = 6.0f * std::sin(0.1f * x + 0.05f * y);
-        v = 5.0f * std::cos(0.07f * x - 0.09f * y);
-    };
-    for (int extend : {0, 1})
-        for (int filterMode : {1, 2}) {
-            SCOPED_TRACE(::testing::Message() << "extend " << extend << ", mode " << filterMode);
-            auto run = [&](int workers) {
-                WorkerScope scope(workers, 1920, 1080);
-                DQImagePtr source = MakeImage(50, 130, 3, DQ_UCHAR, Pattern(DQ_UCHAR));
-                DQImagePtr dest =
-                    MakeImage(50, 130, 3, DQ_UCHAR, [](int, int, int) { return 0.0; });
-                DQImagePtr flow = MakeFlow(26, 66, flowField);
-                // Interior vectors only when fading: the fade carries along a band by design.
-                if (!extend)
-                    for (int y = 0; y < 66; ++y)
-                        for (int x = 0; x < 26; ++x)
-                            if (x < 5 || y < 5 || x > 20 || y > 60)
-                                flow->Row<float>(y)[2 * x] = flow->Row<float>(y)[2 * x + 1] = 0.0f;
-                DQWarpInverse(dest.get(), source.get(), flow.get(), extend, nullptr, filterMode,
-                              0.8f);
-                return dest;
-            };
-            DQImagePtr single = run(1);
-            for (int workers : {2, 4, 8})
-                EXPECT_EQ(MaxDifference(*run(workers), *single), 0.0) << workers << " workers";
-        }
-}
-
 TEST(WarpInverse, LevelOfDetailFollowsTheStretch) {
     struct Case {
         const char* name;
