@@ -42,8 +42,9 @@ std::string Progress::Format(int done, int total, double seconds, int barWidth) 
     std::string text;
     if (barWidth > 0) {
         const int full = total > 0 ? int(std::lround(double(barWidth) * done / total)) : 0;
-        text = "[" + std::string(std::size_t(full), '#') +
-               std::string(std::size_t(barWidth - full), '.') + "] ";
+        text.assign(1, '[');
+        text.append(std::size_t(full), '#').append(std::size_t(barWidth - full), '.');
+        text += "] ";
     }
     char buffer[128];
     std::snprintf(buffer, sizeof buffer, "%d/%d frames", done, total);

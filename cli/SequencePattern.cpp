@@ -61,8 +61,15 @@ std::string SequencePattern::Path(int frame) const {
 }
 
 std::string SequencePattern::TempPath(int frame) const {
-    const fs::path final(Path(frame));
-    return (final.parent_path() / ("." + final.filename().string() + ".part")).string();
+    return PartPath(Path(frame));
+}
+
+std::string PartPath(const std::string& path) {
+    const fs::path final(path);
+    // Appended piece by piece: GCC 12 warns falsely (-Wrestrict) on "." + std::string&&.
+    std::string hidden(1, '.');
+    hidden.append(final.filename().string()).append(".part");
+    return (final.parent_path() / hidden).string();
 }
 
 std::vector<int> SequencePattern::FindFrames() const {

@@ -33,6 +33,8 @@ private:
 };
 
 // Lower-case extension of a path without the dot, "" when there is none.
+// Where a file is written before it is renamed to `path`: a hidden name in the same folder.
+std::string PartPath(const std::string& path);
 std::string ExtensionOf(const std::string& path);
 
 } // namespace quelmor::cli

@@ -230,9 +230,7 @@ private:
 class VideoWriter final : public MediaWriter {
 public:
     VideoWriter(const std::string& path, const MediaFormat& source, const WriteOptions& options)
-        : path_(path), temp_((fs::absolute(path).parent_path() /
-                              ("." + fs::path(path).filename().string() + ".part"))
-                                 .string()) {
+        : path_(path), temp_(PartPath(path)) {
         const bool prores = ExtensionOf(path) == "mov";
         format_ = source;
         format_.channels = 3;
@@ -396,8 +394,9 @@ std::unique_ptr<MediaReader> OpenVideo(const std::string& path) {
 std::unique_ptr<MediaWriter> CreateVideo(const std::string& path, const MediaFormat& format,
                                          const WriteOptions& options) {
     if (!CanWriteVideo(ExtensionOf(path)))
-        throw MediaError("unsupported output format for " + path +
-                         "; use .mov (ProRes) or .mp4 (H.264)");
+        throw MediaError(std::string("unsupported output format for ")
+                             .append(path)
+                             .append("; use .mov (ProRes) or .mp4 (H.264)"));
     QuietenLibraries();
     return std::make_unique<VideoWriter>(path, format, options);
 }
