@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <utility>
 
 namespace quelmor::cli {
 
@@ -25,19 +26,16 @@ SampleType SampleForDepth(int depth) {
 
 } // namespace
 
-void PackHostFrame(const MediaFrame& frame, int depth, void* out) {
+void ToHostFrame(MediaFrame&& frame, int depth, MediaFrame& host) {
     const MediaFormat rgb{frame.format.width, frame.format.height, 3, SampleForDepth(depth)};
-    MediaFrame converted;
-    const MediaFrame* source = &frame;
-    if (frame.format.channels != 3 || frame.format.sample != rgb.sample) {
-        ConvertFrame(frame, rgb, converted);
-        source = &converted;
-    }
-    std::copy(source->pixels.begin(), source->pixels.end(), static_cast<uint8_t*>(out));
+    if (frame.format.channels != 3 || frame.format.sample != rgb.sample)
+        ConvertFrame(frame, rgb, host);
+    else
+        std::swap(host, frame);
     if (depth == 48) {
         // Twelve significant bits at the top of each word; the low nibble stays clear.
-        auto* words = static_cast<uint16_t*>(out);
-        const size_t count = size_t(rgb.width) * rgb.height * 3;
+        auto* words = reinterpret_cast<uint16_t*>(host.pixels.data());
+        const size_t count = host.pixels.size() / 2;
         for (size_t i = 0; i < count; ++i)
             words[i] = uint16_t(words[i] & 0xfff0u);
     }
@@ -50,17 +48,19 @@ void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFr
 }
 
 MediaFrameSource::MediaFrameSource(MediaReader& reader, StageClock* clock)
-    : reader_(reader), depth_(HostDepthFor(reader.Format().sample)), clock_(clock) {}
+    : reader_(reader), depth_(HostDepthFor(reader.Format().sample)),
+      frames_(
+          reader,
+          [depth = depth_](MediaFrame&& decoded, MediaFrame& host) {
+              ToHostFrame(std::move(decoded), depth, host);
+          },
+          clock) {}
 
 bool MediaFrameSource::ReadFrame(int frame, void* buffer, size_t bytes) {
     if (bytes != SparkHostFrameBytes(Width(), Height(), depth_)) return false;
     try {
-        {
-            const auto timed = TimeStage(clock_, Stage::Decode);
-            reader_.Read(std::clamp(frame, 0, reader_.FrameCount() - 1), frame_);
-        }
-        const auto timed = TimeStage(clock_, Stage::ConvertIn);
-        PackHostFrame(frame_, depth_, buffer);
+        frames_.Get(std::clamp(frame, 0, reader_.FrameCount() - 1), frame_);
+        std::copy(frame_.pixels.begin(), frame_.pixels.end(), static_cast<uint8_t*>(buffer));
     } catch (const MediaError& e) {
         std::fprintf(stderr, "quelmor: %s\n", e.what());
         return false;

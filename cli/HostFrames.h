@@ -4,6 +4,7 @@
 #pragma once
 
 #include "cli/Media.h"
+#include "cli/ReadAhead.h"
 #include "cli/StageClock.h"
 #include "sparkhost/FrameSource.h"
 
@@ -12,14 +13,15 @@ namespace quelmor::cli {
 // Host depth code for frames of `sample`: 24, 48 or 49.
 int HostDepthFor(SampleType sample);
 
-// Packs `frame` into a host frame of `depth`; `out` holds SparkHostFrameBytes bytes.
-void PackHostFrame(const MediaFrame& frame, int depth, void* out);
+// `frame` as a host frame of `depth`: three channels of the depth's samples, whose bytes are
+// those of the host's packed frame. Takes the frame's pixels when they need no conversion.
+void ToHostFrame(MediaFrame&& frame, int depth, MediaFrame& host);
 // Unpacks a host frame into three-channel 8-bit, 16-bit or half samples.
 void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFrame& out);
 
 class MediaFrameSource final : public SparkFrameSource {
 public:
-    // `clock` may be null; it gets the decoding and packing of frames.
+    // `clock` may be null; it gets the decoding and packing of frames, which are read ahead.
     explicit MediaFrameSource(MediaReader& reader, StageClock* clock = nullptr);
     int Width() const override { return reader_.Format().width; }
     int Height() const override { return reader_.Format().height; }
@@ -31,8 +33,8 @@ public:
 private:
     MediaReader& reader_;
     int depth_;
+    ReadAhead frames_;
     MediaFrame frame_;
-    StageClock* clock_;
 };
 
 } // namespace quelmor::cli

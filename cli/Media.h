@@ -26,8 +26,11 @@ public:
     // A writer destroyed before Finish removes everything it wrote.
     virtual ~MediaWriter() = default;
     virtual const MediaFormat& Format() const = 0;
-    // Writes one frame; `number` names the file of an image sequence, frames come in order.
+    // Writes one frame; `number` names the file of an image sequence. Frames come in order to a
+    // writer that takes one at a time.
     virtual void Write(int number, const MediaFrame& frame) = 0;
+    // How many frames Write may take at once from different threads, in any order.
+    virtual int ConcurrentWrites() const { return 1; }
     virtual void Finish() = 0;
 };
 

@@ -84,10 +84,11 @@ int RunRetime(std::span<const std::string> args) {
     output.Finish();
     progress.Finish();
 
-    const double total = std::chrono::duration<double>(Clock::now() - started).count();
-    const int frames = to - from + 1;
-    if (!s.quiet) std::fputs(clock.Summary("retime", frames, total, "the engine").c_str(), stderr);
-    if (s.timing) std::fputs(clock.Report(frames, total, "engine").c_str(), stderr);
+    const StageClock::Totals totals{to - from + 1,
+                                    std::chrono::duration<double>(Clock::now() - started).count(),
+                                    ProcessCpuSeconds()};
+    if (!s.quiet) std::fputs(clock.Summary("retime", totals, "the engine").c_str(), stderr);
+    if (s.timing) std::fputs(clock.Report(totals, "engine").c_str(), stderr);
     return 0;
 }
 

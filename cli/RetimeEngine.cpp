@@ -1,7 +1,6 @@
 #include "cli/RetimeEngine.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <vector>
 
@@ -30,7 +29,8 @@ int PixelTypeOf(SampleType sample) {
 // An image handed to the engine, owning its pixels until it comes back.
 class CliImage : public ZUImage {
 public:
-    explicit CliImage(const MediaFormat& format) : pixels(format.FrameBytes()) {
+    // `bytes` holds the frame's pixels, FrameBytes of `format`.
+    CliImage(const MediaFormat& format, std::vector<uint8_t> bytes) : pixels(std::move(bytes)) {
         if (ZUImageReset(this) != 0) throw std::bad_alloc();
         ZUImageInitRGBA(this, pixels.data(), format.width, format.height, int(format.RowBytes()), 1,
                         PixelTypeOf(format.sample), 1, 1, 0, 1, 2, 3);
@@ -49,22 +49,27 @@ MediaFormat WorkingFormat(const MediaFormat& source) {
 
 CliQuelmor::CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes,
                        StageClock* clock)
-    : source_(source), timing_(timing), scenes_(scenes), working_(WorkingFormat(source.Format())),
-      clock_(clock) {}
+    : source_(source), timing_(timing), scenes_(scenes), clock_(clock),
+      working_(WorkingFormat(source.Format())),
+      frames_(
+          source,
+          [working = working_](MediaFrame&& decoded, MediaFrame& prepared) {
+              ConvertFrame(decoded, working, prepared);
+          },
+          clock) {}
 
 CliQuelmor::~CliQuelmor() = default;
 
 const MediaFrame& CliQuelmor::WorkingFrame(int frame) {
     for (const auto& kept : kept_)
         if (kept.first == frame) return kept.second;
-    {
-        const auto timed = TimeStage(clock_, Stage::Decode);
-        source_.Read(frame, decoded_);
+    MediaFrame slot; // the oldest frame's memory, reused
+    if (kept_.size() == 2) {
+        slot = std::move(kept_.front().second);
+        kept_.pop_front();
     }
-    const auto timed = TimeStage(clock_, Stage::ConvertIn);
-    if (kept_.size() == 2) kept_.pop_front();
-    kept_.emplace_back(frame, MediaFrame{});
-    ConvertFrame(decoded_, working_, kept_.back().second);
+    frames_.Get(frame, slot);
+    kept_.emplace_back(frame, std::move(slot));
     return kept_.back().second;
 }
 
@@ -75,10 +80,16 @@ int CliQuelmor::GetToBeWarpedSequenceImage(ZUImage** image, int frame) {
         // Times before the first or after the last frame hold the end frames.
         const int clamped = std::clamp(frame, 0, source_.FrameCount() - 1);
         const MediaFrame& pixels = WorkingFrame(clamped);
+        // The engine may change the frame it checks out: it gets a copy, in the memory of a
+        // frame given back before, whose pages are in place already.
         const auto timed = TimeStage(clock_, Stage::ConvertIn);
-        auto* out = new CliImage(working_);
-        std::memcpy(out->pixels.data(), pixels.pixels.data(), out->pixels.size());
-        *image = out;
+        std::vector<uint8_t> copy;
+        if (!spare_.empty()) {
+            copy = std::move(spare_.back());
+            spare_.pop_back();
+        }
+        copy.assign(pixels.pixels.begin(), pixels.pixels.end());
+        *image = new CliImage(working_, std::move(copy));
         return 0;
     } catch (const MediaError& e) {
         std::fprintf(stderr, "quelmor: %s\n", e.what());
@@ -93,7 +104,10 @@ int CliQuelmor::GetTrackingSequenceImage(ZUImage** image, int frame) {
 }
 
 void CliQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
-    delete image;
+    // Only CliImage objects are handed out.
+    auto* mine = static_cast<CliImage*>(image);
+    if (mine && spare_.size() < 4) spare_.push_back(std::move(mine->pixels));
+    delete mine;
 }
 
 int CliQuelmor::GetMatteLayerSequenceImage(ZUImage** image, int, int) {
@@ -118,7 +132,7 @@ int CliQuelmor::WhichScene(float time) {
 
 void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& out) {
     if (Init() != 0) throw MediaError("out of memory");
-    CliImage result(working_);
+    CliImage result(working_, std::vector<uint8_t>(working_.FrameBytes()));
     float shrink[10] = {};
     float sensitivity[10];
     std::fill(std::begin(sensitivity), std::end(sensitivity), 1.0f);

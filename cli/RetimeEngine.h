@@ -6,8 +6,10 @@
 
 #include <deque>
 #include <utility>
+#include <vector>
 
 #include "cli/Media.h"
+#include "cli/ReadAhead.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
 #include "engine/Engine.h"
@@ -51,10 +53,13 @@ private:
     MediaReader& source_;
     const Timing& timing_;
     const SparkCurve* scenes_;
-    MediaFormat working_;
-    std::deque<std::pair<int, MediaFrame>> kept_;
-    MediaFrame decoded_;
     StageClock* clock_;
+    MediaFormat working_;
+    // Source frames decoded and converted to the working format one ahead.
+    ReadAhead frames_;
+    std::deque<std::pair<int, MediaFrame>> kept_;
+    // Pixel memory of frames the engine gave back, for the next ones it checks out.
+    std::vector<std::vector<uint8_t>> spare_;
 };
 
 } // namespace quelmor::cli

@@ -220,12 +220,12 @@ int RunSpark(std::span<const std::string> args) {
                          std::to_string(count));
     out.Finish();
     progress.Finish();
-    const double totalSeconds = std::chrono::duration<double>(Clock::now() - started).count();
+    const StageClock::Totals totals{
+        count, std::chrono::duration<double>(Clock::now() - started).count(), ProcessCpuSeconds()};
     if (!line.Has("quiet"))
-        std::fputs(clock.Summary("spark", count, totalSeconds, "the plug-in").c_str(), stderr);
+        std::fputs(clock.Summary("spark", totals, "the plug-in").c_str(), stderr);
     if (line.Has("timing"))
-        std::fputs(clock.Report(count, totalSeconds, "plug-in (engine, its conversions)").c_str(),
-                   stderr);
+        std::fputs(clock.Report(totals, "plug-in (engine, its conversions)").c_str(), stderr);
     return 0;
 }
 

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -27,8 +26,7 @@ namespace quelmor::cli::test {
 
 struct RunResult {
     int status = -1; // exit status, or 128 + signal
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
 struct RunLimits {
@@ -37,36 +35,31 @@ struct RunLimits {
 };
 
 inline std::string Slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    std::filesystem::remove(path);
+    return text.str();
 }
 
+// Runs the executable with `args`, collecting what it prints.
 inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimits& limits = {}) {
-    namespace fs = std::filesystem;
-    const fs::path scratch =
-        fs::temp_directory_path() / ("quelmor_run_" + std::to_string(getpid()));
-    fs::create_directories(scratch);
-    const std::string outPath = (scratch / "out").string(), errPath = (scratch / "err").string();
+    const std::string stem =
+        std::filesystem::temp_directory_path() / ("quelmor_run_" + std::to_string(getpid()));
+    const std::string outPath = stem + ".out", errPath = stem + ".err";
     std::vector<std::string> argv = {QUELMOR_BINARY};
     argv.insert(argv.end(), args.begin(), args.end());
     const pid_t pid = fork();
     if (pid == 0) {
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        dup2(out, 1);
-        dup2(err, 2);
+        dup2(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 1);
+        dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 2);
         if (limits.maxFileBytes >= 0) {
             signal(SIGXFSZ, SIG_IGN); // writes beyond the limit fail with an error instead
             rlimit r{rlim_t(limits.maxFileBytes), rlim_t(limits.maxFileBytes)};
             setrlimit(RLIMIT_FSIZE, &r);
         }
-        if (limits.asUnprivileged && geteuid() == 0) {
-            if (const passwd* nobody = getpwnam("nobody")) {
+        if (limits.asUnprivileged && geteuid() == 0)
+            if (const passwd* nobody = getpwnam("nobody"))
                 if (setgid(nobody->pw_gid) != 0 || setuid(nobody->pw_uid) != 0) _exit(125);
-            }
-        }
         std::vector<char*> raw;
         for (auto& a : argv)
             raw.push_back(a.data());
@@ -80,7 +73,6 @@ inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimit
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     r.out = Slurp(outPath);
     r.err = Slurp(errPath);
-    fs::remove_all(scratch);
     return r;
 }
 
@@ -108,6 +100,21 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(dir_); }
     std::string In(const std::string& name) const { return (dir_ / name).string(); }
+    // A command line from words split at spaces; a word starting with @ names a file in the
+    // test's folder.
+    std::vector<std::string> Args(const std::string& line) const {
+        std::vector<std::string> args;
+        std::istringstream words(line);
+        for (std::string word; words >> word;)
+            args.push_back(word[0] == '@' ? In(word.substr(1)) : word);
+        return args;
+    }
+    // Runs a command line given as to Args and expects it to succeed.
+    RunResult Run(const std::string& line) {
+        auto r = RunQuelmor(Args(line));
+        EXPECT_EQ(r.status, 0) << line << ": " << r.err;
+        return r;
+    }
 
     std::filesystem::path dir_;
 };
@@ -130,9 +137,8 @@ private:
 inline MediaFrame Solid(SampleType sample, int channels, std::vector<float> values) {
     MediaFrame linear, out;
     linear.Allocate({2, 2, channels, SampleType::Float});
-    for (int y = 0; y < 2; ++y)
-        for (int x = 0; x < 2 * channels; ++x)
-            linear.Row<float>(y)[x] = values[size_t(x % channels)];
+    for (int i = 0; i < 4 * channels; ++i)
+        linear.Row<float>(0)[i] = values[size_t(i % channels)];
     ConvertFrame(linear, {2, 2, channels, sample}, out);
     return out;
 }

@@ -1,9 +1,14 @@
-// The engine driven from a clip in memory: time, scenes, frames past the ends, and
-// frames rendered without motion.
+// Source frames on their way in: to the engine driven from a clip in memory (time, scenes, frames
+// past the ends, renders without motion) and to the stand-in host in its packed depths.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "CliTestSupport.h"
+#include "cli/HostFrames.h"
 #include "cli/RetimeEngine.h"
+#include "cli/Score.h"
+#include "sparkhost/FrameSource.h"
 #include "tests/TestSupport.h"
 
 namespace quelmor::cli {
@@ -21,22 +26,6 @@ protected:
                           Solid(SampleType::U8, 3, {1.0f, 1.0f, 1.0f})}};
     Timing half_ = Timing::Constant(0.5);
 };
-
-TEST_F(RetimeEngineTest, AnswersTimeAndScenes) {
-    const SparkCurve cuts = SceneCurve(Keyframes::Parse("0 1\n1 3\n2 5\n", "cuts"));
-    CliQuelmor engine(reader_, half_, &cuts);
-    struct Case {
-        float output, source;
-        int scene;
-    } cases[] = {{0, 0, 0}, {1, 0.5f, 0}, {2, 1, 2}, {3, 1.5f, 2}, {4, 2, 4}, {7, 3.5f, 4}};
-    for (const Case& c : cases) {
-        float source = -1;
-        EXPECT_EQ(engine.GetKeyframedTime(&source, c.output), 0);
-        EXPECT_FLOAT_EQ(source, c.source) << "output " << c.output;
-        EXPECT_EQ(engine.WhichScene(source), c.scene) << "output " << c.output;
-    }
-    EXPECT_EQ(engine.GetKeyframedTime(nullptr, 1), 5);
-}
 
 TEST_F(RetimeEngineTest, HandsOutFramesAndHoldsTheEnds) {
     CliQuelmor engine(reader_, half_, nullptr);
@@ -60,26 +49,53 @@ TEST_F(RetimeEngineTest, HandsOutFramesAndHoldsTheEnds) {
     EXPECT_EQ(engine.GetToBeWarpedSequenceImage(nullptr, 0), 5);
 }
 
-TEST_F(RetimeEngineTest, RendersWithoutMotion) {
-    CliQuelmor engine(reader_, half_, nullptr);
+TEST(HostFramesTest, PacksEachDepthAsTheHostStoresIt) {
     struct Case {
         const char* name;
-        int output;
-        EngineSettings settings;
-        uint8_t expected;
+        SampleType sample;
+        int depth;
+        std::vector<uint16_t> firstPixel; // host elements R, G, B
     } cases[] = {
-        {"on a source frame", 2, {0, 0, 0}, 153},
-        {"nearest half-way takes the earlier", 3, {0, 0, 0}, 153},
-        {"blend between frames", 3, {1, 0, 0}, 204},
-        {"past the end", 6, {1, 0, 0}, 255},
+        {"bytes", SampleType::U8, 24, {255, 0, 128}},
+        {"twelve bits at the top of words", SampleType::U16, 48, {0xfff0, 0, 0x8080}},
+        {"halves", SampleType::Half, 49, {0x3c00, 0, 0x3804}},
     };
     for (const Case& c : cases) {
-        MediaFrame out;
-        engine.Render(c.output, c.settings, out);
-        EXPECT_EQ(out.format.channels, 4) << c.name;
-        EXPECT_EQ(out.format.sample, SampleType::U8) << c.name;
-        EXPECT_NEAR(out.pixels[0], c.expected, 1) << c.name;
+        const MediaFrame frame = Solid(c.sample, 4, {1.0f, 0.0f, 128.0f / 255.0f, 0.25f});
+        EXPECT_EQ(HostDepthFor(c.sample), c.depth) << c.name;
+        MediaFrame host;
+        ToHostFrame(MediaFrame(frame), c.depth, host);
+        ASSERT_EQ(host.pixels.size(), SparkHostFrameBytes(2, 2, c.depth)) << c.name;
+        for (int i = 0; i < 3; ++i) {
+            uint16_t element = 0;
+            const std::size_t bytes = SampleBytes(c.sample);
+            std::memcpy(&element, host.pixels.data() + i * bytes, bytes);
+            EXPECT_EQ(element, c.firstPixel[size_t(i)]) << c.name << " channel " << i;
+        }
+        // Back from the host: the colours survive within the host's precision.
+        MediaFrame back;
+        UnpackHostFrame(host.pixels.data(), 2, 2, c.depth, back);
+        EXPECT_EQ(back.format.channels, 3) << c.name;
+        EXPECT_GT(Psnr(back, frame), 60.0) << c.name;
     }
+}
+
+TEST(HostFramesTest, FramesPastTheEndsHoldTheEndFrames) {
+    FramesReader reader({Solid(SampleType::U8, 3, {0.1f, 0.1f, 0.1f}),
+                         Solid(SampleType::U8, 3, {0.9f, 0.9f, 0.9f})});
+    MediaFrameSource source(reader);
+    EXPECT_EQ(source.Depth(), 24);
+    EXPECT_EQ(source.FrameCount(), 2);
+    struct Case {
+        int frame;
+        uint8_t expected;
+    } cases[] = {{-3, 26}, {0, 26}, {1, 230}, {7, 230}, {0, 26}};
+    std::vector<uint8_t> host(SparkHostFrameBytes(2, 2, 24));
+    for (const Case& c : cases) {
+        ASSERT_TRUE(source.ReadFrame(c.frame, host.data(), host.size())) << c.frame;
+        EXPECT_EQ(host[0], c.expected) << "frame " << c.frame;
+    }
+    EXPECT_FALSE(source.ReadFrame(0, host.data(), host.size() - 1)) << "a buffer of another size";
 }
 
 } // namespace

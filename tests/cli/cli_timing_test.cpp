@@ -38,23 +38,6 @@ TEST(KeyframesTest, ReadsKeysAndRefusesBadLines) {
     }
 }
 
-TEST(KeyframesTest, BecomeHostCurvesOneFrameOn) {
-    const Keyframes k = Keyframes::Parse("2 10\n4 20\n8 0\n", "k");
-    const SparkCurve linear = k.ToCurve(SparkCurve::Mode::Linear, 1.0f);
-    const SparkCurve held = k.ToCurve(SparkCurve::Mode::Held);
-    struct Case {
-        double frame; // as keyed in the file
-        float linear, held;
-    } cases[] = {
-        {0, 11, 10}, {2, 11, 10},    {3, 16, 10}, {4, 21, 20},
-        {6, 11, 20}, {7.5, 3.5, 20}, {8, 1, 0},   {100, 1, 0},
-    };
-    for (const Case& c : cases) {
-        EXPECT_FLOAT_EQ(linear.ValueAt(c.frame + 1), c.linear) << "frame " << c.frame;
-        EXPECT_FLOAT_EQ(held.ValueAt(c.frame + 1), c.held) << "frame " << c.frame;
-    }
-}
-
 TEST(TimingTest, MapsOutputTimeToSourceTime) {
     const Timing quarter = Timing::Constant(0.25);
     const Timing ramp = Timing::SpeedCurve(Keyframes::Parse("0 1\n4 0.5\n", "ramp"));
