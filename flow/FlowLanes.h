@@ -33,12 +33,16 @@ QUELMOR_LANES_INLINE F8 LanePositions(int first) {
     return static_cast<float>(first) + __builtin_convertvector(kLaneIndex, F8);
 }
 
-// One bit per lane that is set in the mask.
+// One bit per lane that is set in the mask (lanes hold 0 or -1).
 QUELMOR_LANES_INLINE int Bits(I8 mask) {
+#ifdef __AVX__
+    return __builtin_ia32_movmskps256(reinterpret_cast<F8>(mask));
+#else
     int bits = 0;
     for (int k = 0; k < kDQFlowLanes; ++k)
         bits |= (mask[k] != 0) << k;
     return bits;
+#endif
 }
 
 // The smallest or the largest value over the lanes, in every lane.
