@@ -1,20 +1,17 @@
 #pragma once
 // Float images for the flow suites: constant fills, images from a function, and pixel access.
+#include "ImagePatterns.h"
 #include "image/Image.h"
 
 #include <memory>
 
 namespace quelmor::test {
 
-using FlowOwned = std::unique_ptr<DQImage>;
+using FlowOwned = DQImagePtr;
 
 // A float image of `channels` channels with every element set to `value`.
 inline FlowOwned FloatImage(int w, int h, int channels, float value = 0.0f) {
-    FlowOwned image(new DQImage(w, h, channels, DQ_FLOAT, 0));
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w * channels; ++x)
-            image->Row<float>(y)[x] = value;
-    return image;
+    return Solid(w, h, channels, DQ_FLOAT, value);
 }
 
 // A one-channel float image whose pixel (x, y) is f(x, y).

@@ -33,9 +33,7 @@ int DifferentElements(const DQImage* a, const DQImage* b) {
 }
 
 Owned Copy(const DQImage* source) {
-    Owned image = FloatImage(source->width, source->height, source->channels);
-    image->CopyWhole(source);
-    return image;
+    return quelmor::test::Duplicate(*source);
 }
 
 TEST_F(FlowFastPathTest, KeptScratchFiltersEqualTheLibraryFilters) {

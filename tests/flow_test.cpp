@@ -15,6 +15,7 @@ namespace {
 
 using Owned = quelmor::test::FlowOwned;
 using quelmor::test::FloatImage;
+using quelmor::test::PrintedBy;
 
 // A smooth random texture of many orientations and scales, defined everywhere so that shifted
 // copies are exact. `scale` stretches it with the input size.
@@ -191,9 +192,7 @@ TEST_F(FlowObjectTest, InputConversionTable) {
     EXPECT_EQ(target->Row<float>(0)[0], -1.0f);
     Owned offScale = FloatImage(2, 1, 1, 0.5f);
     offScale->whitePoint = 255.0f;
-    testing::internal::CaptureStderr();
-    DQFlowConvertInput(target.get(), offScale.get(), false);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    EXPECT_EQ(PrintedBy([&] { DQFlowConvertInput(target.get(), offScale.get(), false); }),
               " floating image input to DQOpticalFlowUChar is not in correct range\n");
     EXPECT_EQ(target->Row<float>(0)[0], -1.0f);
 }
@@ -358,18 +357,16 @@ TEST_F(FlowObjectTest, BadInputsAreRefusedWithoutDamage) {
     for (const Case& c : cases) {
         DQOpticalFlowUChar flow(64, 48, 0, 0, 0, 2);
         flow.flowLevels[0]->Row<float>(5)[5] = 42.0f;
-        testing::internal::CaptureStderr();
-        flow.ComputeFlow(nullptr, a.get(), c.b, 1, 1, 0, nullptr);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        EXPECT_EQ(PrintedBy([&] { flow.ComputeFlow(nullptr, a.get(), c.b, 1, 1, 0, nullptr); }),
                   "calculating flow, incompatible inputs!\n")
             << c.name;
         EXPECT_EQ(flow.flowLevels[0]->Row<float>(5)[5], 42.0f) << c.name;
     }
     // A pair of the wrong size for the object is reported and still run.
     DQOpticalFlowUChar flow(128, 96, 0, 0, 0, 2);
-    testing::internal::CaptureStderr();
-    flow.ComputeFlow(nullptr, a.get(), a.get(), 1, 1, 0, nullptr);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("incorrect with and height\n"),
+    EXPECT_NE(PrintedBy([&] {
+                  flow.ComputeFlow(nullptr, a.get(), a.get(), 1, 1, 0, nullptr);
+              }).find("incorrect with and height\n"),
               std::string::npos);
 }
 
