@@ -252,7 +252,11 @@ int LaneGroups(const DQFlowLanePlane& plane) {
 template <int kStep, class Step>
 void ForLaneGroups(const DQFlowLanePlane& plane, Step step) {
     const int lines = plane.lines;
-    ZUMPForRows(LaneGroups(plane), [&](int, int first, int last) {
+    // A band of four groups walks its lines long enough to pay for the fork, so levels too
+    // small for bands of rows still share out their sweeps.
+    const int groups = LaneGroups(plane);
+    const int threads = std::max(1, std::min(ZUMPGetUsableThreads(), groups / 4));
+    ZUMPForRows(threads, groups, [&](int, int first, int last) {
         for (int i = 0; i < lines - 2; ++i) {
             const int s = kStep >= 0 ? 1 + i : lines - 2 - i;
             for (int g = first; g <= last; ++g)
