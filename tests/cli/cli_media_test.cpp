@@ -160,51 +160,40 @@ TEST_F(MediaTest, AnUnfinishedSequenceLeavesNothingBehind) {
 }
 
 TEST(ConvertFrameTest, ScalesSamplesAndFillsChannels) {
+    using S = SampleType;
     struct Case {
         const char* name;
-        MediaFormat from, to;
-        std::vector<float> in;        // one pixel
+        int fromChannels;
+        S from;
+        int toChannels;
+        S to;
+        std::vector<float> in;        // every pixel
         std::vector<double> expected; // in the destination's units
     } cases[] = {
-        {"8 to 16 bit",
-         {1, 1, 3, SampleType::U8},
-         {1, 1, 3, SampleType::U16},
-         {1.0f, 0.0f, 128 / 255.0f},
-         {65535, 0, 32896}},
-        {"16 bit to float",
-         {1, 1, 3, SampleType::U16},
-         {1, 1, 3, SampleType::Float},
-         {1.0f, 0.5f, 0.0f},
-         {1.0, 32768 / 65535.0, 0}},
-        {"rgb gains opaque alpha",
-         {1, 1, 3, SampleType::U8},
-         {1, 1, 4, SampleType::U8},
-         {0.2f, 0.4f, 0.6f},
-         {51, 102, 153, 255}},
-        {"grey to rgb",
-         {1, 1, 1, SampleType::U16},
-         {1, 1, 3, SampleType::U16},
-         {0.5f},
-         {32768, 32768, 32768}},
-        {"rgba drops alpha",
-         {1, 1, 4, SampleType::Float},
-         {1, 1, 3, SampleType::Float},
-         {0.1f, 0.2f, 0.3f, 0.0f},
-         {0.1, 0.2, 0.3}},
+        {"8 to 16 bit", 3, S::U8, 3, S::U16, {1.0f, 0.0f, 128 / 255.0f}, {65535, 0, 32896}},
+        {"16 bit to float", 3, S::U16, 3, S::Float, {1, 0.5f, 0}, {1, 32768 / 65535.0, 0}},
+        {"rgb gains opaque alpha", 3, S::U8, 4, S::U8, {0.2f, 0.4f, 0.6f}, {51, 102, 153, 255}},
+        {"halves gain opaque alpha", 3, S::Half, 4, S::Half, {0.25f, 0.5f, 2}, {0.25, 0.5, 2, 1}},
+        {"16-bit alpha kept", 4, S::U16, 4, S::U16, {0, 1, 0.5f, 0.25f}, {0, 65535, 32768, 16384}},
+        {"grey to rgb", 1, S::U16, 3, S::U16, {0.5f}, {32768, 32768, 32768}},
+        {"grey to rgba", 1, S::U8, 4, S::U8, {0.2f}, {51, 51, 51, 255}},
+        {"rgba drops alpha", 4, S::Float, 3, S::Float, {0.1f, 0.2f, 0.3f, 0}, {0.1, 0.2, 0.3}},
+        {"rgba to 8-bit rgb", 4, S::Float, 3, S::U8, {0.2f, 0.4f, 0.6f, 0}, {51, 102, 153}},
     };
     for (const Case& c : cases) {
+        // Six pixels of one colour: a wrong step between pixels shows as mixed channels.
         MediaFrame linear, from, to, back;
-        linear.Allocate({1, 1, c.from.channels, SampleType::Float});
-        std::copy(c.in.begin(), c.in.end(), linear.Row<float>(0));
-        ConvertFrame(linear, c.from, from);
-        ConvertFrame(from, c.to, to);
-        ConvertFrame(to, {1, 1, c.to.channels, SampleType::Float}, back);
-        const double scale = c.to.sample == SampleType::U8    ? 255
-                             : c.to.sample == SampleType::U16 ? 65535
-                                                              : 1;
-        for (std::size_t i = 0; i < c.expected.size(); ++i)
-            EXPECT_NEAR(back.Row<float>(0)[i] * scale, c.expected[i], scale > 1 ? 0.5 : 1e-3)
-                << c.name << " channel " << i;
+        linear.Allocate({3, 2, c.fromChannels, S::Float});
+        for (int i = 0; i < 6 * c.fromChannels; ++i)
+            linear.Row<float>(0)[i] = c.in[size_t(i % c.fromChannels)];
+        ConvertFrame(linear, {3, 2, c.fromChannels, c.from}, from);
+        ConvertFrame(from, {3, 2, c.toChannels, c.to}, to);
+        ConvertFrame(to, {3, 2, c.toChannels, S::Float}, back);
+        const double scale = c.to == S::U8 ? 255 : c.to == S::U16 ? 65535 : 1;
+        for (int i = 0; i < 6 * c.toChannels; ++i)
+            EXPECT_NEAR(back.Row<float>(0)[i] * scale, c.expected[size_t(i % c.toChannels)],
+                        scale > 1 ? 0.5 : 1e-3)
+                << c.name << " sample " << i;
     }
 }
 
