@@ -1,5 +1,5 @@
-// Source frames on their way in: to the engine driven from a clip in memory (time, scenes, frames
-// past the ends, renders without motion) and to the stand-in host in its packed depths.
+// Source frames on their way in: to the engine driven from a clip in memory and to the stand-in
+// host in its packed depths.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,40 +9,39 @@
 #include "cli/RetimeEngine.h"
 #include "cli/Score.h"
 #include "sparkhost/FrameSource.h"
-#include "tests/TestSupport.h"
 
 namespace quelmor::cli {
 namespace {
 using test::FramesReader;
 using test::Solid;
 
-class RetimeEngineTest : public ::testing::Test {
-protected:
-    void SetUp() override { quelmor::test::WorkerScope::Set(2, 2, 2); }
-    void TearDown() override { quelmor::test::WorkerScope::Set(1, 0, 0); }
-
-    FramesReader reader_{{Solid(SampleType::U8, 3, {0.2f, 0.2f, 0.2f}),
-                          Solid(SampleType::U8, 3, {0.6f, 0.6f, 0.6f}),
-                          Solid(SampleType::U8, 3, {1.0f, 1.0f, 1.0f})}};
-    Timing half_ = Timing::Constant(0.5);
-};
-
-TEST_F(RetimeEngineTest, HandsOutFramesAndHoldsTheEnds) {
-    CliQuelmor engine(reader_, half_, nullptr);
+TEST(SourceFramesTest, BothPathsHandOutFramesAndHoldTheEnds) {
+    // Out of order and past either end, to the engine directly and through the host's frames.
+    FramesReader reader({Solid(SampleType::U8, 3, {0.2f, 0.2f, 0.2f}),
+                         Solid(SampleType::U8, 3, {0.6f, 0.6f, 0.6f}),
+                         Solid(SampleType::U8, 3, {1.0f, 1.0f, 1.0f})});
+    const Timing half = Timing::Constant(0.5);
+    CliQuelmor engine(reader, half, nullptr);
+    FramesReader hostReader = reader;
+    MediaFrameSource source(hostReader);
+    EXPECT_EQ(source.Depth(), 24);
+    std::vector<uint8_t> host(SparkHostFrameBytes(2, 2, 24));
     struct Case {
         int frame;
         uint8_t expected;
-    } cases[] = {{-2, 51}, {0, 51}, {1, 153}, {2, 255}, {9, 255}, {1, 153}};
+    } cases[] = {{-2, 51}, {0, 51}, {1, 153}, {2, 255}, {9, 255}, {1, 153}, {0, 51}};
     for (const Case& c : cases) {
         ZUImage* image = nullptr;
         ASSERT_EQ(engine.GetToBeWarpedSequenceImage(&image, c.frame), 0) << c.frame;
-        ASSERT_NE(image, nullptr);
         EXPECT_EQ(image->width, 2);
         EXPECT_EQ(image->pixelType, 0);
-        EXPECT_EQ(image->data[0], c.expected) << "frame " << c.frame;
+        EXPECT_EQ(image->data[0], c.expected) << "engine, frame " << c.frame;
         EXPECT_EQ(image->data[3], 255) << "opaque alpha, frame " << c.frame;
         engine.CleanUpCheckedOutImage(image);
+        ASSERT_TRUE(source.ReadFrame(c.frame, host.data(), host.size())) << c.frame;
+        EXPECT_EQ(host[0], c.expected) << "host, frame " << c.frame;
     }
+    EXPECT_FALSE(source.ReadFrame(0, host.data(), host.size() - 1)) << "a buffer of another size";
     ZUImage* matte = nullptr;
     EXPECT_EQ(engine.GetMatteLayerSequenceImage(&matte, 0, 0), 5);
     EXPECT_EQ(matte, nullptr);
@@ -78,24 +77,6 @@ TEST(HostFramesTest, PacksEachDepthAsTheHostStoresIt) {
         EXPECT_EQ(back.format.channels, 3) << c.name;
         EXPECT_GT(Psnr(back, frame), 60.0) << c.name;
     }
-}
-
-TEST(HostFramesTest, FramesPastTheEndsHoldTheEndFrames) {
-    FramesReader reader({Solid(SampleType::U8, 3, {0.1f, 0.1f, 0.1f}),
-                         Solid(SampleType::U8, 3, {0.9f, 0.9f, 0.9f})});
-    MediaFrameSource source(reader);
-    EXPECT_EQ(source.Depth(), 24);
-    EXPECT_EQ(source.FrameCount(), 2);
-    struct Case {
-        int frame;
-        uint8_t expected;
-    } cases[] = {{-3, 26}, {0, 26}, {1, 230}, {7, 230}, {0, 26}};
-    std::vector<uint8_t> host(SparkHostFrameBytes(2, 2, 24));
-    for (const Case& c : cases) {
-        ASSERT_TRUE(source.ReadFrame(c.frame, host.data(), host.size())) << c.frame;
-        EXPECT_EQ(host[0], c.expected) << "frame " << c.frame;
-    }
-    EXPECT_FALSE(source.ReadFrame(0, host.data(), host.size() - 1)) << "a buffer of another size";
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <sstream>
 #include <thread>
 
-#include "CliTestSupport.h"
 #include "cli/ReadAhead.h"
 #include "cli/StageClock.h"
 #include "cli/WriteBehind.h"
@@ -172,8 +171,10 @@ TEST(ReadAheadTest, PreparesTheNextFrameOnAThreadOfItsOwn) {
     // In order, each frame was read ahead; out of order, on the caller's thread.
     EXPECT_EQ(reader.readAhead, (std::set<int>{1, 2, 3, 4, 7}));
     EXPECT_LE(*std::max_element(reader.reads.begin(), reader.reads.end()), 7) << "past the end";
-    EXPECT_GT(clock.Seconds(Stage::ReadAhead), 0.0);
-    EXPECT_GT(clock.Seconds(Stage::Decode), 0.0);
+    // Scopes on both threads time their stage, in wall and processor time.
+    EXPECT_GT(clock.Seconds(Stage::ReadAhead), 0.008);
+    EXPECT_GT(clock.CpuSeconds(Stage::ReadAhead), 0.0);
+    EXPECT_GT(clock.Seconds(Stage::Decode), 0.004);
 }
 
 TEST(ReadAheadTest, ReportsAFailureForTheFrameThatFailed) {
@@ -271,28 +272,6 @@ TEST(StageClockTest, ReportRowsAddUpToTheWallAndProcessorTime) {
     EXPECT_EQ(clock.Summary("retime", {20, 8.0, 20.0}, "the engine"),
               "retime: 20 frames, 2.50 frames per second, 47% of the time outside the engine "
               "(reading, converting, writing), 54% of the processor time\n");
-}
-
-TEST(StageClockTest, ScopesTimeTheirStageFromAnyThread) {
-    StageClock clock;
-    {
-        const auto timed = TimeStage(&clock, Stage::Decode);
-        const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
-        while (std::chrono::steady_clock::now() < until) {
-        } // busy: processor time as well as wall time
-    }
-    EXPECT_GE(clock.Seconds(Stage::Decode), 0.005);
-    EXPECT_GT(clock.CpuSeconds(Stage::Decode), 0.0);
-    { const auto untimed = TimeStage(nullptr, Stage::Engine); }
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&] {
-            for (int i = 0; i < 1000; ++i)
-                clock.Add(Stage::Encode, 0.001);
-        });
-    for (auto& thread : threads)
-        thread.join();
-    EXPECT_NEAR(clock.Seconds(Stage::Encode), 4.0, 1e-6);
 }
 
 } // namespace
