@@ -7,65 +7,103 @@ namespace quelmor::cli {
 
 namespace {
 
-// Per pixel: colour from the source (grey repeated), alpha from the source or opaque.
-template <class T, int From, int To>
-void CopyPixels(const T* __restrict in, T* __restrict out, std::size_t pixels, T opaque) {
+// Per pixel: colour from the source (grey repeated), alpha from the source or opaque, each
+// sample through `map`.
+template <class TIn, class TOut, int From, int To, class Map>
+void MapPixels(const TIn* __restrict in, TOut* __restrict out, std::size_t pixels, Map map,
+               TOut opaque) {
     for (std::size_t i = 0; i < pixels; ++i, in += From, out += To) {
         for (int c = 0; c < 3; ++c)
-            out[c] = in[From == 1 ? 0 : c];
-        if constexpr (To == 4) out[3] = From == 4 ? in[3] : opaque;
+            out[c] = map(in[From == 1 ? 0 : c]);
+        if constexpr (To == 4) out[3] = From == 4 ? map(in[3]) : opaque;
     }
 }
 
-template <class T>
-bool CopyAs(const MediaFrame& in, MediaFrame& out, T opaque) {
+bool Handled(int from, int to) {
+    return (from == 1 || from == 3 || from == 4) && (to == 3 || to == 4) && from != to;
+}
+
+// The one dispatch over channel counts.
+template <class TIn, class TOut, class Map>
+void MapAs(const MediaFrame& in, MediaFrame& out, Map map, TOut opaque) {
     const std::size_t pixels = std::size_t(in.format.width) * std::size_t(in.format.height);
-    const T* src = reinterpret_cast<const T*>(in.pixels.data());
-    T* dst = reinterpret_cast<T*>(out.pixels.data());
+    const TIn* src = reinterpret_cast<const TIn*>(in.pixels.data());
+    TOut* dst = reinterpret_cast<TOut*>(out.pixels.data());
     switch (in.format.channels * 10 + out.format.channels) {
     case 13:
-        CopyPixels<T, 1, 3>(src, dst, pixels, opaque);
-        return true;
+        return MapPixels<TIn, TOut, 1, 3>(src, dst, pixels, map, opaque);
     case 14:
-        CopyPixels<T, 1, 4>(src, dst, pixels, opaque);
-        return true;
+        return MapPixels<TIn, TOut, 1, 4>(src, dst, pixels, map, opaque);
     case 34:
-        CopyPixels<T, 3, 4>(src, dst, pixels, opaque);
-        return true;
+        return MapPixels<TIn, TOut, 3, 4>(src, dst, pixels, map, opaque);
     case 43:
-        CopyPixels<T, 4, 3>(src, dst, pixels, opaque);
-        return true;
+        return MapPixels<TIn, TOut, 4, 3>(src, dst, pixels, map, opaque);
     }
-    return false;
 }
+
+void Shape(const MediaFrame& in, int channels, SampleType sample, MediaFrame& out) {
+    MediaFormat format = in.format;
+    format.channels = channels;
+    format.sample = sample;
+    out.format = format;
+    out.pixels.resize(format.FrameBytes());
+}
+
+constexpr std::uint16_t kHalfOne = 0x3c00;
 
 } // namespace
 
 bool CopyChannels(const MediaFrame& in, int channels, MediaFrame& out) {
     const int from = in.format.channels;
-    const bool handled = from == channels || ((from == 1 || from == 3 || from == 4) &&
-                                              (channels == 3 || channels == 4) && from != channels);
-    if (!handled) return false;
-    MediaFormat format = in.format;
-    format.channels = channels;
-    out.format = format;
-    out.pixels.resize(format.FrameBytes());
+    if (from != channels && !Handled(from, channels)) return false;
+    Shape(in, channels, in.format.sample, out);
     if (from == channels) {
         std::copy(in.pixels.begin(), in.pixels.end(), out.pixels.begin());
         return true;
     }
+    const auto same = [](auto v) { return v; };
     // Opaque alpha in each sample type's own units; halves as their bits.
-    switch (format.sample) {
+    switch (in.format.sample) {
     case SampleType::U8:
-        return CopyAs<std::uint8_t>(in, out, 255);
+        MapAs<std::uint8_t, std::uint8_t>(in, out, same, std::uint8_t(255));
+        break;
     case SampleType::U16:
-        return CopyAs<std::uint16_t>(in, out, 65535);
+        MapAs<std::uint16_t, std::uint16_t>(in, out, same, std::uint16_t(65535));
+        break;
     case SampleType::Half:
-        return CopyAs<std::uint16_t>(in, out, 0x3c00);
+        MapAs<std::uint16_t, std::uint16_t>(in, out, same, kHalfOne);
+        break;
     case SampleType::Float:
-        return CopyAs<float>(in, out, 1.0f);
+        MapAs<float, float>(in, out, same, 1.0f);
+        break;
     }
-    return false;
+    return true;
+}
+
+bool IntegersToHalves(const MediaFrame& in, int channels, const std::uint16_t* halfOf,
+                      MediaFrame& out) {
+    const SampleType sample = in.format.sample;
+    const bool same = in.format.channels == channels;
+    if ((sample != SampleType::U8 && sample != SampleType::U16) ||
+        (!same && !Handled(in.format.channels, channels)))
+        return false;
+    Shape(in, channels, SampleType::Half, out);
+    const auto half = [halfOf](auto v) { return halfOf[v]; };
+    auto* dst = reinterpret_cast<std::uint16_t*>(out.pixels.data());
+    const std::size_t samples = out.pixels.size() / 2;
+    if (sample == SampleType::U8) {
+        if (same)
+            std::transform(in.pixels.data(), in.pixels.data() + samples, dst, half);
+        else
+            MapAs<std::uint8_t, std::uint16_t>(in, out, half, kHalfOne);
+    } else {
+        const auto* src = reinterpret_cast<const std::uint16_t*>(in.pixels.data());
+        if (same)
+            std::transform(src, src + samples, dst, half);
+        else
+            MapAs<std::uint16_t, std::uint16_t>(in, out, half, kHalfOne);
+    }
+    return true;
 }
 
 } // namespace quelmor::cli

@@ -1,7 +1,9 @@
-// Changing the channel count of a frame whose sample type stays: RGB gains an opaque alpha,
-// RGBA loses it, grey spreads to RGB. One pass over the pixels, loops the compiler vectorises;
-// the general conversion (ConvertFrame) takes this road whenever it can.
+// Changing the channel count of a frame whose sample type stays, or whose integers become halves:
+// RGB gains an opaque alpha, RGBA loses it, grey spreads to RGB. One pass over the pixels; the
+// general conversion (ConvertFrame) takes this road whenever it can.
 #pragma once
+
+#include <cstdint>
 
 #include "cli/MediaFrame.h"
 
@@ -10,5 +12,11 @@ namespace quelmor::cli {
 // Writes `in` with `channels` channels into `out`; false, touching nothing, for a pair of channel
 // counts it does not handle (anything but 1, 3 or 4 to 3 or 4, and equal counts).
 bool CopyChannels(const MediaFrame& in, int channels, MediaFrame& out);
+
+// The same for 8-bit or 16-bit samples turned into halves: `halfOf` holds the bits of the half
+// of every integer value (256 or 65536 entries), as the general conversion would round it. False,
+// touching nothing, for other sample types and the pairs of counts above.
+bool IntegersToHalves(const MediaFrame& in, int channels, const std::uint16_t* halfOf,
+                      MediaFrame& out);
 
 } // namespace quelmor::cli

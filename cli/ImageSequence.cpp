@@ -246,6 +246,24 @@ private:
     bool finished_ = false;
 };
 
+// The halves of every 8-bit or 16-bit value, as the library's own conversion rounds them.
+const std::uint16_t* HalvesOf(SampleType sample) {
+    auto table = [](int count, oiio::TypeDesc type) {
+        const std::size_t n = std::size_t(count);
+        std::vector<std::uint16_t> values(n), halves(n);
+        for (int i = 0; i < count; ++i)
+            values[std::size_t(i)] = std::uint16_t(i);
+        std::vector<std::uint8_t> bytes(values.begin(), values.end());
+        const void* from =
+            type == oiio::TypeDesc::UINT8 ? static_cast<const void*>(bytes.data()) : values.data();
+        oiio::convert_types(type, from, oiio::TypeDesc::HALF, halves.data(), count);
+        return halves;
+    };
+    static const std::vector<std::uint16_t> of8 = table(256, oiio::TypeDesc::UINT8);
+    static const std::vector<std::uint16_t> of16 = table(65536, oiio::TypeDesc::UINT16);
+    return sample == SampleType::U8 ? of8.data() : of16.data();
+}
+
 } // namespace
 
 bool IsImageExtension(const std::string& ext) {
@@ -277,9 +295,12 @@ std::unique_ptr<MediaWriter> CreateSequence(const SequencePattern& pattern,
 }
 
 void ConvertFrame(const MediaFrame& in, const MediaFormat& to, MediaFrame& out) {
-    if (in.format.sample == to.sample && in.format.SameSize(to) &&
-        CopyChannels(in, to.channels, out))
-        return;
+    if (in.format.SameSize(to)) {
+        if (in.format.sample == to.sample && CopyChannels(in, to.channels, out)) return;
+        if (to.sample == SampleType::Half &&
+            IntegersToHalves(in, to.channels, HalvesOf(in.format.sample), out))
+            return;
+    }
     out.Allocate(to);
     const MediaFormat& from = in.format;
     const oiio::TypeDesc srcType = TypeOf(from.sample), dstType = TypeOf(to.sample);

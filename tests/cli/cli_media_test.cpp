@@ -179,6 +179,9 @@ TEST(ConvertFrameTest, ScalesSamplesAndFillsChannels) {
         {"grey to rgba", 1, S::U8, 4, S::U8, {0.2f}, {51, 51, 51, 255}},
         {"rgba drops alpha", 4, S::Float, 3, S::Float, {0.1f, 0.2f, 0.3f, 0}, {0.1, 0.2, 0.3}},
         {"rgba to 8-bit rgb", 4, S::Float, 3, S::U8, {0.2f, 0.4f, 0.6f, 0}, {51, 102, 153}},
+        {"8-bit rgba to halves", 4, S::U8, 3, S::Half, {0.2f, 0.4f, 0.6f, 0}, {0.2, 0.4, 0.6}},
+        {"16-bit rgb to halves", 3, S::U16, 4, S::Half, {0.25f, 0.5f, 1}, {0.25, 0.5, 1, 1}},
+        {"16-bit rgb to rgb halves", 3, S::U16, 3, S::Half, {0.25f, 0.5f, 1}, {0.25, 0.5, 1}},
     };
     for (const Case& c : cases) {
         // Six pixels of one colour: a wrong step between pixels shows as mixed channels.
