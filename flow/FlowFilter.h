@@ -1,9 +1,9 @@
 #pragma once
-// Smoothing of float images for the flow object without allocating per call. The row pass is the
-// library's own line filter and the column pass adds the taps in the same order as the library's
-// column pass, so the results equal those of BlurGauss and Blur5 on the same image; what differs
-// is that the plane between the passes is scratch kept by the caller, and that source and target
-// may be different images.
+// Smoothing of float images for the flow object without allocating per call. The row and column
+// passes are the library's own line and column functions, so the results equal those of BlurGauss
+// and Blur5 on the same image; what differs is that each band runs both passes over a window of
+// rows kept in scratch of the caller's, one window after the other, and that source and target may
+// be different images.
 #include "image/DQImage.h"
 
 #include <cstddef>
@@ -38,6 +38,6 @@ struct DQFlowScratch : public ZUMem {
 enum class DQFlowFilterKind { Binomial, Gauss2, Gauss3, Gauss5, Gauss7 };
 
 // Filters every channel of the float image `source` along rows and then columns into `dest`, of
-// the same size and channels (the same image is allowed). `plane` holds the rows between the
-// passes. Images that are not float or do not match throw DQErr 5.
+// the same size and channels (the same image is allowed). `plane` holds the windows of rows
+// between the passes. Images that are not float or do not match throw DQErr 5.
 void DQFlowBlur(DQImage* dest, const DQImage* source, DQFlowFilterKind kind, DQFlowBuffer& plane);
