@@ -23,39 +23,38 @@ using quelmor::test::PatternImage;
 
 class FlowFastPathTest : public quelmor::test::ParallelTest {};
 
-// Count of elements that differ in any bit, over images of the same layout.
-int DifferentElements(const DQImage* a, const DQImage* b) {
-    int count = 0;
-    for (int y = 0; y < a->height; ++y)
-        for (int x = 0; x < a->width * a->channels; ++x)
-            if (a->Row<float>(y)[x] != b->Row<float>(y)[x]) ++count;
-    return count;
-}
-
 Owned Copy(const DQImage* source) {
     return quelmor::test::Duplicate(*source);
 }
 
+// Count of elements that differ, over images of the same layout.
+int Diff(const DQImage* a, const DQImage* b) {
+    int count = 0;
+    for (int y = 0; y < a->height; ++y)
+        for (int x = 0; x < a->width * a->channels; ++x)
+            count += a->Row<float>(y)[x] != b->Row<float>(y)[x];
+    return count;
+}
+
 TEST_F(FlowFastPathTest, KeptScratchFiltersEqualTheLibraryFilters) {
     struct Kind {
-        const char* name;
         DQFlowFilterKind kind;
         float radius; // 0 for the binomial filter
-    } kinds[] = {
-        {"binomial", DQFlowFilterKind::Binomial, 0.0f}, {"gauss 2", DQFlowFilterKind::Gauss2, 2.0f},
-        {"gauss 3", DQFlowFilterKind::Gauss3, 3.0f},    {"gauss 5", DQFlowFilterKind::Gauss5, 5.0f},
-        {"gauss 7", DQFlowFilterKind::Gauss7, 7.0f},
-    };
+    } kinds[] = {{DQFlowFilterKind::Binomial, 0.0f},
+                 {DQFlowFilterKind::Gauss2, 2.0f},
+                 {DQFlowFilterKind::Gauss3, 3.0f},
+                 {DQFlowFilterKind::Gauss5, 5.0f},
+                 {DQFlowFilterKind::Gauss7, 7.0f}};
     struct Size {
         int w, h;
-    } sizes[] = {{1, 1}, {3, 2}, {7, 12}, {40, 23}, {131, 70}, {1400, 45}};
+    } sizes[] = {{1, 1}, {3, 2}, {40, 23}, {1400, 45}};
     // One plane for every case, so that growing and reusing it is exercised in both directions.
     DQFlowBuffer plane;
     for (const Kind& k : kinds)
         for (const Size& size : sizes)
             for (int channels = 1; channels <= 3; ++channels) {
-                SCOPED_TRACE(::testing::Message()
-                             << k.name << " " << size.w << "x" << size.h << "x" << channels);
+                SCOPED_TRACE(::testing::Message() << "radius " << k.radius << ", " << size.w << "x"
+                                                  << size.h << "x" << channels);
                 DQImagePtr source =
                     PatternImage(size.w, size.h, channels, DQ_FLOAT, 11u + channels);
                 Owned expected = Copy(source.get());
@@ -65,9 +64,9 @@ TEST_F(FlowFastPathTest, KeptScratchFiltersEqualTheLibraryFilters) {
                     Blur5(expected.get());
                 Owned separate = FloatImage(size.w, size.h, channels, -1.0f);
                 DQFlowBlur(separate.get(), source.get(), k.kind, plane);
-                EXPECT_EQ(DifferentElements(separate.get(), expected.get()), 0) << "into another";
+                EXPECT_EQ(Diff(separate.get(), expected.get()), 0) << "into another";
                 DQFlowBlur(source.get(), source.get(), k.kind, plane);
-                EXPECT_EQ(DifferentElements(source.get(), expected.get()), 0) << "in place";
+                EXPECT_EQ(Diff(source.get(), expected.get()), 0) << "in place";
             }
     Owned one = FloatImage(8, 8, 1), two = FloatImage(8, 8, 2), small = FloatImage(8, 7, 1);
     for (DQImage* wrong : {two.get(), small.get()})
@@ -178,16 +177,11 @@ TEST_F(FlowFastPathTest, EightLaneSweepsAndResidualEqualTheDirectForms) {
         const char* name;
         int w, h;
         bool matteA, matteB;
-    } cases[] = {
-        {"partial lane groups both ways", 37, 29, false, false},
-        {"whole lane groups", 34, 18, false, false},
-        {"one interior row and column", 3, 3, false, false},
-        {"narrow and tall", 5, 41, false, false},
-        {"wide enough for bands of lane groups", 270, 12, false, false},
-        {"matte A", 37, 29, true, false},
-        {"matte B", 37, 29, false, true},
-        {"both mattes", 26, 21, true, true},
-    };
+    } cases[] = {{"partial lane groups both ways", 37, 29, false, false},
+                 {"one interior row and column", 3, 3, false, false},
+                 {"wide enough for bands of lane groups", 270, 12, false, false},
+                 {"matte A", 37, 29, true, false},
+                 {"both mattes", 34, 18, true, true}};
     // One set of planes for every case, so that growing and reusing it both show.
     DQFlowBuffer planes;
     for (const Case& c : cases) {
@@ -197,20 +191,19 @@ TEST_F(FlowFastPathTest, EightLaneSweepsAndResidualEqualTheDirectForms) {
         Owned expected = Copy(images.flow.get());
         ReferenceSweeps(images.a.get(), images.b.get(), expected.get(), mA, mB);
         if (c.w > 3) {
-            ASSERT_GT(DifferentElements(expected.get(), images.flow.get()), 20) << c.name;
+            ASSERT_GT(Diff(expected.get(), images.flow.get()), 20) << c.name;
         }
         quelmor::test::ForWorkerCounts([&](int workers) {
             Owned flow = Copy(images.flow.get());
             DQFlowPropagateVectors(images.a.get(), images.b.get(), flow.get(), mA, mB, nullptr,
                                    workers == 1 ? nullptr : &planes);
-            EXPECT_EQ(DifferentElements(flow.get(), expected.get()), 0)
+            EXPECT_EQ(Diff(flow.get(), expected.get()), 0)
                 << c.name << ", " << workers << " workers";
         });
         Owned residual = FloatImage(c.w, c.h, 2, 99.0f);
         DQFlowComputeResidual(images.a.get(), images.b.get(), images.a.get(), images.b.get(),
                               images.flow.get(), mB, residual.get());
-        EXPECT_EQ(DifferentElements(residual.get(), ReferenceResidual(images, mB).get()), 0)
-            << c.name << ": residual";
+        EXPECT_EQ(Diff(residual.get(), ReferenceResidual(images, mB).get()), 0) << c.name;
     }
 }
 
@@ -254,10 +247,8 @@ TEST_F(FlowFastPathTest, PyramidsFromReusedBuffersEqualTheLibrarySteps) {
         const std::vector<Owned> expectA = ReferencePyramid(first.get(), flow);
         const std::vector<Owned> expectB = ReferencePyramid(second.get(), flow);
         for (int level = 0; level < flow.numLevels; ++level) {
-            EXPECT_EQ(DifferentElements(flow.imageALevels[level], expectA[level].get()), 0)
-                << "A level " << level;
-            EXPECT_EQ(DifferentElements(flow.imageBLevels[level], expectB[level].get()), 0)
-                << "B level " << level;
+            EXPECT_EQ(Diff(flow.imageALevels[level], expectA[level].get()), 0) << "A " << level;
+            EXPECT_EQ(Diff(flow.imageBLevels[level], expectB[level].get()), 0) << "B " << level;
         }
         // The band-pass leaves each level minus its own binomial mean.
         flow.BandPassImage(0);
@@ -266,8 +257,7 @@ TEST_F(FlowFastPathTest, PyramidsFromReusedBuffersEqualTheLibrarySteps) {
             Blur5(mean.get());
             Owned expected = Copy(expectA[level].get());
             expected->Subtract(mean.get());
-            EXPECT_EQ(DifferentElements(flow.imageALevels[level], expected.get()), 0)
-                << "band-passed level " << level;
+            EXPECT_EQ(Diff(flow.imageALevels[level], expected.get()), 0) << "band-pass " << level;
         }
     }
 }
