@@ -107,13 +107,6 @@ TEST_F(FlowSolverTest, ResidualSamplesBAlongTheVectorAndStopsAtBorders) {
         EXPECT_FLOAT_EQ(At(residual.get(), c.x, c.y, 0), c.inside ? 2.0f * c.d : 0.0f) << c.name;
         EXPECT_FLOAT_EQ(At(residual.get(), c.x, c.y, 1), c.inside ? -c.d : 0.0f) << c.name;
     }
-    // Matte B removes the residual wherever the target is not fully inside it.
-    Owned matte = Filled(6, 4, [](int x, int) { return x < 3 ? 1.0f : 0.0f; });
-    Owned flow = FloatImage(6, 4, 2);
-    DQFlowComputeResidual(a.get(), b.get(), gx.get(), gy.get(), flow.get(), matte.get(),
-                          residual.get());
-    EXPECT_FLOAT_EQ(At(residual.get(), 2, 1, 0), 2.0f * 19.0f);
-    EXPECT_EQ(At(residual.get(), 3, 1, 0), 0.0f);
 }
 
 TEST_F(FlowSolverTest, PatchCostRules) {

@@ -71,14 +71,6 @@ TEST(RetimeBenchSupport, RendersTheSourceTimeOfTheCurveAndGivesFramesBack) {
         }
         EXPECT_EQ(clip.engine.checkedOut, clip.engine.givenBack) << c.name;
     }
-    // Frames go out as views of the clip, not copies; a frame outside the clip is refused.
-    Clip clip(1);
-    ZUImage* image = nullptr;
-    ASSERT_EQ(clip.engine.GetToBeWarpedSequenceImage(&image, 0), 0);
-    EXPECT_EQ(ZUImageGetDQImage(image)->data, clip.owned[0]->data);
-    clip.engine.CleanUpCheckedOutImage(image);
-    EXPECT_EQ(clip.engine.GetTrackingSequenceImage(&image, -1), kDQErrBadArgument);
-    EXPECT_EQ(image, nullptr);
 }
 
 // The speed benchmark sorts 4x slow-motion frames by whether they computed flow: with "Cache Last
