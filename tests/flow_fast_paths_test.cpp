@@ -18,14 +18,11 @@ namespace {
 
 using Owned = quelmor::test::FlowOwned;
 using quelmor::test::At;
+using quelmor::test::Duplicate;
 using quelmor::test::FloatImage;
 using quelmor::test::PatternImage;
 
 class FlowFastPathTest : public quelmor::test::ParallelTest {};
-
-Owned Copy(const DQImage* source) {
-    return quelmor::test::Duplicate(*source);
-}
 
 // Count of elements that differ, over images of the same layout.
 int Diff(const DQImage* a, const DQImage* b) {
@@ -57,7 +54,7 @@ TEST_F(FlowFastPathTest, KeptScratchFiltersEqualTheLibraryFilters) {
                                                   << size.h << "x" << channels);
                 DQImagePtr source =
                     PatternImage(size.w, size.h, channels, DQ_FLOAT, 11u + channels);
-                Owned expected = Copy(source.get());
+                Owned expected = Duplicate(*source);
                 if (k.radius > 0.0f)
                     BlurGauss(expected.get(), 0, k.radius);
                 else
@@ -180,7 +177,6 @@ TEST_F(FlowFastPathTest, EightLaneSweepsAndResidualEqualTheDirectForms) {
     } cases[] = {{"partial lane groups both ways", 37, 29, false, false},
                  {"one interior row and column", 3, 3, false, false},
                  {"wide enough for bands of lane groups", 270, 12, false, false},
-                 {"matte A", 37, 29, true, false},
                  {"both mattes", 34, 18, true, true}};
     // One set of planes for every case, so that growing and reusing it both show.
     DQFlowBuffer planes;
@@ -188,13 +184,13 @@ TEST_F(FlowFastPathTest, EightLaneSweepsAndResidualEqualTheDirectForms) {
         const LaneCase images(c.w, c.h, 9u + c.w);
         const DQImage* mA = c.matteA ? images.matteA.get() : nullptr;
         const DQImage* mB = c.matteB ? images.matteB.get() : nullptr;
-        Owned expected = Copy(images.flow.get());
+        Owned expected = Duplicate(*images.flow);
         ReferenceSweeps(images.a.get(), images.b.get(), expected.get(), mA, mB);
         if (c.w > 3) {
             ASSERT_GT(Diff(expected.get(), images.flow.get()), 20) << c.name;
         }
         quelmor::test::ForWorkerCounts([&](int workers) {
-            Owned flow = Copy(images.flow.get());
+            Owned flow = Duplicate(*images.flow);
             DQFlowPropagateVectors(images.a.get(), images.b.get(), flow.get(), mA, mB, nullptr,
                                    workers == 1 ? nullptr : &planes);
             EXPECT_EQ(Diff(flow.get(), expected.get()), 0)
@@ -221,7 +217,7 @@ std::vector<Owned> ReferencePyramid(const DQImage* input, const DQOpticalFlowUCh
     std::vector<Owned> levels;
     levels.push_back(std::move(current));
     for (int level = 1; level < flow.numLevels; ++level) {
-        Owned smoothed = Copy(levels.back().get());
+        Owned smoothed = Duplicate(*levels.back());
         Blur5(smoothed.get());
         Owned next =
             FloatImage(flow.imageALevels[level]->width, flow.imageALevels[level]->height, 1);
@@ -253,9 +249,9 @@ TEST_F(FlowFastPathTest, PyramidsFromReusedBuffersEqualTheLibrarySteps) {
         // The band-pass leaves each level minus its own binomial mean.
         flow.BandPassImage(0);
         for (int level = 0; level < flow.numLevels; ++level) {
-            Owned mean = Copy(expectA[level].get());
+            Owned mean = Duplicate(*expectA[level]);
             Blur5(mean.get());
-            Owned expected = Copy(expectA[level].get());
+            Owned expected = Duplicate(*expectA[level]);
             expected->Subtract(mean.get());
             EXPECT_EQ(Diff(flow.imageALevels[level], expected.get()), 0) << "band-pass " << level;
         }

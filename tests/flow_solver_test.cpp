@@ -27,10 +27,12 @@ TEST_F(FlowSolverTest, GradientsAreCentralInsideAndOneSidedOnTheBorderAndFormThe
         const char* name;
         int x, y;
         float gx, gy;
-    } cases[] = {{"top-left corner", 0, 0, 1.0f, 10.0f},
-                 {"interior", 2, 1, 4.0f, 20.0f},
-                 {"right border", 4, 2, 7.0f, 40.0f},
-                 {"bottom border", 1, 3, 2.0f, 50.0f}};
+    } cases[] = {
+        {"top-left corner", 0, 0, 1.0f, 10.0f},
+        {"interior", 2, 1, 4.0f, 20.0f},
+        {"right border", 4, 2, 7.0f, 40.0f},
+        {"bottom border", 1, 3, 2.0f, 50.0f},
+    };
     for (const Case& c : cases) {
         EXPECT_FLOAT_EQ(At(gx.get(), c.x, c.y), c.gx) << c.name;
         EXPECT_FLOAT_EQ(At(gy.get(), c.x, c.y), c.gy) << c.name;
@@ -49,11 +51,10 @@ TEST_F(FlowSolverTest, MaskGradientsClearsPixelsTouchingTheMatteEdge) {
         const char* name;
         int x, y;
         bool cleared;
-    } cases[] = {{"centre", 2, 2, true},
-                 {"right", 3, 2, true},
-                 {"above", 2, 1, true},
-                 {"diagonal", 1, 1, false},
-                 {"two right", 4, 2, false}};
+    } cases[] = {
+        {"centre", 2, 2, true},    {"right", 3, 2, true},      {"above", 2, 1, true},
+        {"diagonal", 1, 1, false}, {"two right", 4, 2, false},
+    };
     for (const Case& c : cases) {
         EXPECT_EQ(At(gx.get(), c.x, c.y), c.cleared ? 0.0f : 3.0f) << c.name;
         EXPECT_EQ(At(gy.get(), c.x, c.y), c.cleared ? 0.0f : -2.0f) << c.name;
