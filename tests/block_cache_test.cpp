@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 #include "image/BlockCache.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -26,10 +27,8 @@ protected:
 TEST_F(BlockCacheTest, LargeBlocksComeBackForRequestsOfAboutTheirSize) {
     struct Case {
         const char* name;
-        size_t given;
-        size_t asked;
-        bool reused;
-        bool kept = true;
+        size_t given, asked;
+        bool reused, kept = true;
     };
     const Case cases[] = {
         {"same size", 8 * kMiB, 8 * kMiB, true},
@@ -67,9 +66,8 @@ TEST_F(BlockCacheTest, TheSmallestFittingBlockServesARequest) {
 TEST_F(BlockCacheTest, TheCacheStaysWithinItsLimitsAndDropsTheOldestFirst) {
     // Blocks are not touched, so this costs address space only.
     const size_t size = 16 * kMiB;
-    const int count = 40;
     std::vector<void*> blocks;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < 40; ++i)
         blocks.push_back(ZUMemAllocate(size));
     for (void* block : blocks)
         ZUMemRelease(block);
@@ -82,13 +80,8 @@ TEST_F(BlockCacheTest, TheCacheStaysWithinItsLimitsAndDropsTheOldestFirst) {
     for (int i = 0; i < waiting; ++i)
         again.push_back(ZUMemAllocate(size));
     EXPECT_EQ(blockcache::CachedBlocks(), 0);
-    bool lastBack = false, firstBack = false;
-    for (void* block : again) {
-        lastBack = lastBack || block == blocks.back();
-        firstBack = firstBack || block == blocks.front();
-    }
-    EXPECT_TRUE(lastBack);
-    EXPECT_FALSE(firstBack);
+    EXPECT_NE(std::find(again.begin(), again.end(), blocks.back()), again.end());
+    EXPECT_EQ(std::find(again.begin(), again.end(), blocks.front()), again.end());
     for (void* block : again)
         ZUMemRelease(block);
 }
