@@ -44,7 +44,7 @@ TEST_F(BlockCacheTest, LargeBlocksComeBackForRequestsOfAboutTheirSize) {
         ZUMemRelease(first);
         EXPECT_EQ(blockcache::CachedBytes(), c.kept ? c.given : 0u);
         void* second = ZUMemAllocate(c.asked);
-        if (c.kept) EXPECT_EQ(second == first, c.reused);
+        EXPECT_EQ(c.kept && second == first, c.kept && c.reused);
         // The whole request must be writable, whichever block served it.
         std::memset(second, 0x5a, c.asked);
         ZUMemRelease(second);
