@@ -10,10 +10,6 @@
 
 namespace quelmor::test {
 
-inline float Mix(float a, float b, float t) {
-    return a + t * (b - a);
-}
-
 // Cell and fraction of a position: the last cell at fraction 1 at or past the last pixel.
 inline void Cell(float position, int lastIndex, int& index, float& fraction) {
     index = static_cast<int>(position);
@@ -31,11 +27,12 @@ inline std::vector<float> SampleAt(const DQImage& image, float sx, float sy) {
     Cell(sy, image.lastRow, iy, ty);
     std::vector<float> out(static_cast<size_t>(image.channels));
     for (int c = 0; c < image.channels; ++c) {
-        const float a0 = static_cast<float>(ElementAt(image, ix, iy, c));
-        const float a1 = static_cast<float>(ElementAt(image, ix + 1, iy, c));
-        const float b0 = static_cast<float>(ElementAt(image, ix, iy + 1, c));
-        const float b1 = static_cast<float>(ElementAt(image, ix + 1, iy + 1, c));
-        out[c] = Mix(Mix(a0, a1, tx), Mix(b0, b1, tx), ty);
+        auto at = [&](int dx, int dy) {
+            return static_cast<float>(ElementAt(image, ix + dx, iy + dy, c));
+        };
+        const float top = at(0, 0) + tx * (at(1, 0) - at(0, 0));
+        const float bottom = at(0, 1) + tx * (at(1, 1) - at(0, 1));
+        out[c] = top + ty * (bottom - top);
     }
     return out;
 }
@@ -50,9 +47,7 @@ inline double Stored(int dataType, double v) {
 // Largest difference and the number of elements that differ by more than `tolerance`.
 struct Difference {
     double worst = 0.0;
-    int beyond = 0;
-    int differing = 0;
-    int elements = 0;
+    int beyond = 0, differing = 0, elements = 0;
 };
 
 inline Difference Compare(const DQImage& a, const DQImage& b, double tolerance) {

@@ -16,29 +16,19 @@ using PixelFunction = std::function<double(int x, int y, int c)>;
 
 inline double ElementAt(const DQImage& image, int x, int y, int c) {
     const uint8_t* p = image.PixelAddress(x, y) + c * image.elementBytes;
-    switch (image.dataType) {
-    case DQ_UCHAR:
-        return *p;
-    case DQ_USHORT:
-        return *reinterpret_cast<const uint16_t*>(p);
-    default:
-        return *reinterpret_cast<const float*>(p);
-    }
+    if (image.dataType == DQ_UCHAR) return *p;
+    if (image.dataType == DQ_USHORT) return *reinterpret_cast<const uint16_t*>(p);
+    return *reinterpret_cast<const float*>(p);
 }
 
 inline void SetElement(DQImage& image, int x, int y, int c, double v) {
     uint8_t* p = image.PixelAddress(x, y) + c * image.elementBytes;
-    switch (image.dataType) {
-    case DQ_UCHAR:
+    if (image.dataType == DQ_UCHAR)
         *p = static_cast<uint8_t>(v);
-        break;
-    case DQ_USHORT:
+    else if (image.dataType == DQ_USHORT)
         *reinterpret_cast<uint16_t*>(p) = static_cast<uint16_t>(v);
-        break;
-    default:
+    else
         *reinterpret_cast<float*>(p) = static_cast<float>(v);
-        break;
-    }
 }
 
 inline DQImagePtr MakeImage(int width, int height, int channels, int dataType,
@@ -49,6 +39,11 @@ inline DQImagePtr MakeImage(int width, int height, int channels, int dataType,
             for (int c = 0; c < channels; ++c)
                 SetElement(*image, x, y, c, f(x, y, c));
     return image;
+}
+
+// Every element `value`.
+inline PixelFunction Fill(double value) {
+    return [value](int, int, int) { return value; };
 }
 
 // A two-channel float flow of the given vectors.
@@ -65,10 +60,7 @@ inline DQImagePtr MakeFlow(int width, int height,
 
 // A flow of one vector everywhere.
 inline DQImagePtr ConstantFlow(int width, int height, float u, float v) {
-    return MakeFlow(width, height, [&](int, int, float& fu, float& fv) {
-        fu = u;
-        fv = v;
-    });
+    return MakeFlow(width, height, [&](int, int, float& fu, float& fv) { fu = u, fv = v; });
 }
 
 // A deterministic pattern with detail in both directions, within 0..white.
@@ -94,12 +86,22 @@ inline double MaxDifference(const DQImage& a, const DQImage& b) {
     return worst;
 }
 
-inline const char* TypeName(int dataType) {
-    return dataType == DQ_UCHAR ? "uchar" : dataType == DQ_USHORT ? "ushort" : "float";
+inline std::string Describe(int dataType, int channels) {
+    return std::string(dataType == DQ_UCHAR    ? "uchar"
+                       : dataType == DQ_USHORT ? "ushort"
+                                               : "float") +
+           " x" + std::to_string(channels);
 }
 
-inline std::string Describe(int dataType, int channels) {
-    return std::string(TypeName(dataType)) + " x" + std::to_string(channels);
+// The DQErr code that `body` throws, or -1 when it returns.
+template <class Body>
+int ThrownBy(Body&& body) {
+    try {
+        body();
+    } catch (DQErr code) {
+        return code;
+    }
+    return -1;
 }
 
 } // namespace quelmor::test
