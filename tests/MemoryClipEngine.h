@@ -4,6 +4,7 @@
 // in the channel order it was handed out in.
 #include "ImagePatterns.h"
 #include "engine/Engine.h"
+#include "engine/EngineInternal.h"
 #include "image/Image.h"
 
 #include <gtest/gtest.h>
@@ -38,17 +39,12 @@ private:
         ZUImageReset(&image_);
         const int type = ZUImageDataTypeToPixelType(pixels_->dataType);
         DQImage& p = *pixels_;
-        switch (p.channels) {
-        case 1:
-            ZUImageInitGray(&image_, p.data, p.width, p.height, p.rowBytes, 1, type);
-            break;
-        case 3:
-            ZUImageInitRGB(&image_, p.data, p.width, p.height, p.rowBytes, 1, type);
-            break;
-        default:
+        if (p.channels == 1 || p.channels == 3)
+            (p.channels == 1 ? ZUImageInitGray : ZUImageInitRGB)(&image_, p.data, p.width, p.height,
+                                                                 p.rowBytes, 1, type);
+        else
             ZUImageInitRGBA(&image_, p.data, p.width, p.height, p.rowBytes, 1, type, 1, 1, order[0],
                             order[1], order[2], order[3]);
-        }
     }
     DQImagePtr pixels_;
     ZUImage image_;
@@ -63,6 +59,17 @@ struct RenderSettings {
     long interpolation = 1, flowFromSequence = 1, cache = 1;
     ZUIdleAndProgressClass* progress = nullptr;
     ZUImage* secondField = nullptr;
+};
+
+// Records every fraction reported to it, before passing it on.
+class RecordingProgress : public ZUIdleAndProgressClass {
+public:
+    using ZUIdleAndProgressClass::ZUIdleAndProgressClass;
+    void ReportProgress(float fraction) override {
+        seen.push_back(fraction);
+        ZUIdleAndProgressClass::ReportProgress(fraction);
+    }
+    std::vector<float> seen;
 };
 
 struct FetchRecord {
@@ -97,6 +104,15 @@ public:
     std::vector<FetchRecord> fetches;
 
     int Outstanding() const { return checkedOut - givenBack; }
+    // No flow, flow object or working image survives in the engine's state.
+    bool KeepsNoFlow() const {
+        const ZUQuelmor4Internal& s = *internal;
+        bool none = !s.opticalFlow && !s.morphFlow && !s.flowBtoA && !s.flowAtoB && !s.workingA &&
+                    !s.workingB;
+        for (int i = 0; i < kMaxLayers; ++i)
+            none = none && !s.layerFlowAtoB[i] && !s.layerFlowBtoA[i];
+        return none;
+    }
 
     int Render(ZUImage* result, const RenderSettings& s) {
         return GetFrame(result, s.secondField, s.fieldsIn, s.fieldsOut, s.vectorQuality,
@@ -154,31 +170,28 @@ public:
     std::vector<std::array<float, 4>> geometryPoints;
     int geometryFailCode = 0; // a non-zero value is returned by GetGeometryPoints
     struct GeometryRequest {
-        int layer;
         unsigned long index;
         float timeA, timeB;
+        bool operator==(const GeometryRequest&) const = default;
     };
     std::vector<GeometryRequest> geometryRequests;
     int pointsLent = 0;
     int pointsReleased = 0;
 
-    int GetGeometryPoints(int layer, unsigned long index, float timeA, float timeB,
-                          unsigned long* count, float** xA, float** yA, float** xB,
-                          float** yB) override {
-        geometryRequests.push_back({layer, index, timeA, timeB});
+    int GetGeometryPoints(int, unsigned long index, float timeA, float timeB, unsigned long* count,
+                          float** xA, float** yA, float** xB, float** yB) override {
+        geometryRequests.push_back({index, timeA, timeB});
+        float** arrays[4] = {xA, yA, xB, yB};
         *count = 0;
-        *xA = *yA = *xB = *yB = nullptr;
+        for (float** array : arrays)
+            *array = nullptr;
         if (geometryFailCode != 0) return geometryFailCode;
-        const size_t n = geometryPoints.size();
-        float* arrays[4] = {new float[n], new float[n], new float[n], new float[n]};
-        for (size_t i = 0; i < n; ++i)
-            for (int k = 0; k < 4; ++k)
-                arrays[k][i] = geometryPoints[i][k];
-        *count = n;
-        *xA = arrays[0];
-        *yA = arrays[1];
-        *xB = arrays[2];
-        *yB = arrays[3];
+        *count = geometryPoints.size();
+        for (int k = 0; k < 4; ++k) {
+            *arrays[k] = new float[*count];
+            for (size_t i = 0; i < *count; ++i)
+                (*arrays[k])[i] = geometryPoints[i][k];
+        }
         ++pointsLent;
         return 0;
     }

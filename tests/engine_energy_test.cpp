@@ -18,50 +18,41 @@ float Get(const DQImage& image, int x, int y, int c = 0) {
 
 TEST(DifferenceMask, ThresholdIsLevelCubedTimesThreeOfWhite) {
     struct Case {
-        const char* name;
         int type;
         float base, step; // b = a + step in channels 0..2
         uint8_t expected;
     };
     // level 0.4: 8 bits 48.96, 16 bits 12582.7, float 0.192 in the summed difference.
-    const Case cases[] = {
-        {"8 bits above", DQ_UCHAR, 100, 17, 255},      {"8 bits below", DQ_UCHAR, 100, 16, 0},
-        {"16 bits above", DQ_USHORT, 1000, 4200, 255}, {"16 bits below", DQ_USHORT, 1000, 4190, 0},
-        {"float above", DQ_FLOAT, 0.1f, 0.0641f, 255}, {"float below", DQ_FLOAT, 0.1f, 0.0639f, 0},
-    };
+    const Case cases[] = {{DQ_UCHAR, 100, 17, 255},       {DQ_UCHAR, 100, 16, 0},
+                          {DQ_USHORT, 1000, 4200, 255},   {DQ_USHORT, 1000, 4190, 0},
+                          {DQ_FLOAT, 0.1f, 0.0641f, 255}, {DQ_FLOAT, 0.1f, 0.0639f, 0}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << c.type << ", step " << c.step);
         DQImagePtr a = Solid(5, 4, 4, c.type, c.base);
         DQImagePtr b = Solid(5, 4, 4, c.type, c.base);
         for (int ch = 0; ch < 3; ++ch)
             b->SetChannelFloat(2, 1, ch, c.base + c.step);
         b->SetChannelFloat(3, 3, 3, c.base + 1000.0f); // alpha does not count
         DQImagePtr mask = Solid(5, 4, 1, DQ_UCHAR, 77);
-        ASSERT_EQ(DifferenceMask(mask.get(), a.get(), b.get(), 1, 1, 0.4f), 0) << c.name;
+        ASSERT_EQ(DifferenceMask(mask.get(), a.get(), b.get(), 1, 1, 0.4f), 0);
         for (int y = 0; y < 4; ++y)
             for (int x = 0; x < 5; ++x)
-                EXPECT_EQ(Get(*mask, x, y), (x == 2 && y == 1) ? c.expected : 0)
-                    << c.name << " at " << x << "," << y;
+                EXPECT_EQ(Get(*mask, x, y), (x == 2 && y == 1) ? c.expected : 0) << x << "," << y;
     }
 }
 
 TEST(DifferenceMask, LinesAndRefusals) {
-    struct Case {
-        const char* name;
-        int lines;
-        std::vector<int> marked; // of rows 0..4, all differing
-    };
-    const Case cases[] = {{"all rows", 1, {1, 1, 1, 1, 1}},
-                          {"from the last row", 2, {1, 0, 1, 0, 1}},
-                          {"one row higher", 3, {0, 1, 0, 1, 0}}};
-    for (const Case& c : cases) {
-        DQImagePtr a = Solid(3, 5, 3, DQ_UCHAR, 0);
-        DQImagePtr b = Solid(3, 5, 3, DQ_UCHAR, 200);
-        DQImagePtr mask = DQMakeImage(3, 5, 1, DQ_UCHAR);
-        ASSERT_EQ(DifferenceMask(mask.get(), a.get(), b.get(), 1, c.lines, 0.4f), 0);
-        for (int y = 0; y < 5; ++y)
-            EXPECT_EQ(Get(*mask, 1, y), c.marked[y] ? 255.0f : 0.0f) << c.name << " row " << y;
-    }
+    // Rows 0..4 all differ; lines 2 marks from the last row, lines 3 one row higher.
+    const std::pair<int, std::vector<int>> cases[] = {
+        {1, {1, 1, 1, 1, 1}}, {2, {1, 0, 1, 0, 1}}, {3, {0, 1, 0, 1, 0}}};
     DQImagePtr a = Solid(3, 5, 3, DQ_UCHAR, 0);
+    DQImagePtr b = Solid(3, 5, 3, DQ_UCHAR, 200);
+    for (const auto& [lines, marked] : cases) {
+        DQImagePtr mask = DQMakeImage(3, 5, 1, DQ_UCHAR);
+        ASSERT_EQ(DifferenceMask(mask.get(), a.get(), b.get(), 1, lines, 0.4f), 0);
+        for (int y = 0; y < 5; ++y)
+            EXPECT_EQ(Get(*mask, 1, y), marked[y] ? 255.0f : 0.0f) << lines << " row " << y;
+    }
     DQImagePtr small = Solid(3, 4, 3, DQ_UCHAR, 0);
     DQImagePtr mask = DQMakeImage(3, 5, 1, DQ_UCHAR);
     EXPECT_EQ(DifferenceMask(mask.get(), a.get(), small.get(), 1, 1, 0.4f), kDQErrBadArgument);
@@ -70,21 +61,17 @@ TEST(DifferenceMask, LinesAndRefusals) {
 
 TEST(MixThroughMask, MaskWeighsDestAgainstOther) {
     struct Case {
-        const char* name;
         uint8_t mask;
         int one, zero;
         float expected; // dest 200, other 100
     };
-    const Case cases[] = {{"255 keeps dest", 255, 1, 0, 200},
-                          {"0 takes other", 0, 1, 0, 100},
-                          {"half way", 128, 1, 0, 150},
-                          {"reversed ends", 255, 0, 1, 100}};
+    // 255 keeps dest, 0 takes other, 128 half way, reversed ends.
+    const Case cases[] = {{255, 1, 0, 200}, {0, 1, 0, 100}, {128, 1, 0, 150}, {255, 0, 1, 100}};
     for (const Case& c : cases) {
         DQImagePtr dest = Solid(4, 3, 4, DQ_UCHAR, 200);
-        DQImagePtr other = Solid(4, 3, 4, DQ_UCHAR, 100);
         DQImagePtr mask = Solid(4, 3, 1, DQ_UCHAR, c.mask);
-        MixThroughMask(dest.get(), other.get(), mask.get(), c.one, c.zero);
-        EXPECT_EQ(Get(*dest, 3, 2, 1), c.expected) << c.name;
+        MixThroughMask(dest.get(), Solid(4, 3, 4, DQ_UCHAR, 100).get(), mask.get(), c.one, c.zero);
+        EXPECT_EQ(Get(*dest, 3, 2, 1), c.expected) << int(c.mask) << " " << c.one;
     }
     DQImagePtr dest = Solid(4, 3, 4, DQ_UCHAR, 200);
     DQImagePtr mask = Solid(4, 2, 1, DQ_UCHAR, 0);
@@ -94,58 +81,38 @@ TEST(MixThroughMask, MaskWeighsDestAgainstOther) {
 TEST(SharpenWarpedFrame, SharpensOnlyWhatMovedAndMostAtMidInterval) {
     // A vertical edge 40 | 200; the source frame is flat, so the whole frame counts as moved.
     auto edge = [] {
-        DQImagePtr image = DQMakeImage(24, 6, 3, DQ_UCHAR);
-        for (int y = 0; y < 6; ++y)
-            for (int x = 0; x < 24; ++x)
-                for (int c = 0; c < 3; ++c)
-                    image->SetChannelFloat(x, y, c, x < 12 ? 40 : 200);
-        return image;
+        return MakeImage(24, 6, 3, DQ_UCHAR, [](int x, int, int) { return x < 12 ? 40.0 : 200.0; });
     };
     WorkerScope workers(2, 24, 6);
-    struct Case {
-        const char* name;
-        float amount;
-        bool flatSource;
-        bool sharpened;
-    };
-    const Case cases[] = {{"mid interval", 0.5f, true, true},
-                          {"at a frame nothing", 0.0f, true, false},
-                          {"unchanged picture stays", 0.5f, false, false}};
-    float overshootAtMiddle = 0;
-    for (const Case& c : cases) {
+    // Overshoot beyond the bright and the dark side.
+    auto sharpened = [&](float amount, bool flatSource) {
         DQImagePtr warped = edge();
-        DQImagePtr source = c.flatSource ? Solid(24, 6, 3, DQ_UCHAR, 120) : edge();
-        SharpenWarpedFrame(warped.get(), source.get(), c.amount);
-        const float bright = Get(*warped, 12, 3), dark = Get(*warped, 11, 3);
-        if (c.sharpened) {
-            EXPECT_GT(bright, 200.0f) << c.name;
-            EXPECT_LT(dark, 40.0f) << c.name;
-            overshootAtMiddle = bright - 200.0f;
-        } else {
-            EXPECT_EQ(bright, 200.0f) << c.name;
-            EXPECT_EQ(dark, 40.0f) << c.name;
-        }
-        EXPECT_EQ(Get(*warped, 0, 3), 40.0f) << c.name << ": flat parts stay";
-    }
-    DQImagePtr warped = edge();
-    SharpenWarpedFrame(warped.get(), Solid(24, 6, 3, DQ_UCHAR, 120).get(), 0.9f);
-    EXPECT_LT(Get(*warped, 12, 3) - 200.0f, overshootAtMiddle) << "weaker near a frame";
+        SharpenWarpedFrame(warped.get(),
+                           (flatSource ? Solid(24, 6, 3, DQ_UCHAR, 120) : edge()).get(), amount);
+        EXPECT_EQ(Get(*warped, 0, 3), 40.0f) << "flat parts stay";
+        return std::pair(Get(*warped, 12, 3) - 200.0f, 40.0f - Get(*warped, 11, 3));
+    };
+    const auto middle = sharpened(0.5f, true);
+    EXPECT_GT(middle.first, 0.0f);
+    EXPECT_GT(middle.second, 0.0f);
+    EXPECT_LT(sharpened(0.9f, true).first, middle.first) << "weaker near a frame";
+    EXPECT_EQ(sharpened(0.0f, true), std::pair(0.0f, 0.0f)) << "at a frame nothing";
+    EXPECT_EQ(sharpened(0.5f, false), std::pair(0.0f, 0.0f)) << "unchanged picture stays";
 }
 
 TEST(EnergyBlendInverse, WithoutFlowsOrWithStillFlowsItIsADissolve) {
     struct Case {
-        const char* name;
         int type;
         float weightA;
         bool stillFlows; // zero flows instead of none
     };
-    const Case cases[] = {
-        {"8 bits, quarter", DQ_UCHAR, 0.75f, false},  {"8 bits, middle", DQ_UCHAR, 0.5f, false},
-        {"16 bits", DQ_USHORT, 0.3f, false},          {"float", DQ_FLOAT, 0.6f, false},
-        {"zero flows, 8 bits", DQ_UCHAR, 0.5f, true}, {"zero flows, float", DQ_FLOAT, 0.4f, true},
-    };
+    const Case cases[] = {{DQ_UCHAR, 0.75f, false},
+                          {DQ_USHORT, 0.3f, false},
+                          {DQ_FLOAT, 0.6f, false},
+                          {DQ_FLOAT, 0.4f, true}};
     WorkerScope workers(2, 20, 18);
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "type " << c.type << (c.stillFlows ? ", still" : ""));
         DQImagePtr a = PatternImage(20, 18, 4, c.type, 3);
         DQImagePtr b = PatternImage(20, 18, 4, c.type, 4);
         DQImagePtr still = ConstantFlow(10, 9, 0.0f, 0.0f);
@@ -162,7 +129,7 @@ TEST(EnergyBlendInverse, WithoutFlowsOrWithStillFlowsItIsADissolve) {
             for (int x = 0; x < 20; ++x)
                 for (int ch = 0; ch < 4; ++ch)
                     ASSERT_NEAR(Get(*energy, x, y, ch), Get(*dissolve, x, y, ch), tolerance)
-                        << c.name << " at " << x << "," << y << " channel " << ch;
+                        << x << "," << y << " channel " << ch;
     }
 }
 

@@ -2,6 +2,7 @@
 // rates, failed fetches, give-back, channel order, and the frames a render reads.
 #include "MemoryClipEngine.h"
 #include "TestSupport.h"
+#include "WarpTestImages.h"
 #include "engine/EngineInternal.h"
 
 #include <cmath>
@@ -20,35 +21,23 @@ float FrameValue(int n, int channel) {
     return channel == 3 ? 255.0f : 20.0f + 9.0f * n + 3.0f * channel;
 }
 
-DQImagePtr MakeFrame(int n) {
-    DQImagePtr image = DQMakeImage(kW, kH, 4, DQ_UCHAR);
-    for (int y = 0; y < kH; ++y)
-        for (int x = 0; x < kW; ++x)
-            for (int c = 0; c < 4; ++c)
-                image->PixelAddress(x, y)[c] = uint8_t(FrameValue(n, c));
-    return image;
-}
-
 struct Clip : ::testing::Test {
     void SetUp() override {
-        WorkerScope::Set(2, kW, kH);
         for (int n = 0; n < 24; ++n)
-            engine.frames.push_back(MakeFrame(n));
+            engine.frames.push_back(
+                MakeImage(kW, kH, 4, DQ_UCHAR, [n](int, int, int c) { return FrameValue(n, c); }));
         ASSERT_EQ(engine.Init(), 0);
     }
-    void TearDown() override { WorkerScope::Set(1, 0, 0); }
 
     // Renders the frame at source time `sourceTime`.
     int Render(float sourceTime, RenderSettings settings) {
         engine.timeCurve = [=](float) { return sourceTime; };
         return engine.Render(result.Image(), settings);
     }
-    void ExpectUniform(const float expected[4], const char* name) {
-        for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x)
-                for (int c = 0; c < 4; ++c)
-                    ASSERT_EQ(result.Pixels()->PixelAddress(x, y)[c], uint8_t(expected[c]))
-                        << name << " at " << x << "," << y << " channel " << c;
+    void ExpectUniform(const float e[4], const char* name) {
+        EXPECT_TRUE(
+            SamePixels(*result.Pixels(), *Solid(kW, kH, 4, DQ_UCHAR, {e[0], e[1], e[2], e[3]})))
+            << name << ": " << At(*result.Pixels(), 0, 0, 0) << " against " << e[0];
     }
     // The frame a (1 - t) + b t with rounding.
     void ExpectMix(int a, int b, float t, const char* name) {
@@ -59,49 +48,35 @@ struct Clip : ::testing::Test {
         }
         ExpectUniform(expected, name);
     }
-    bool NoFlowKept() {
-        ZUQuelmor4Internal& s = *engine.internal;
-        bool none = !s.opticalFlow && !s.flowBtoA && !s.flowAtoB;
-        for (int i = 0; i < kMaxLayers; ++i)
-            none = none && !s.layerFlowAtoB[i] && !s.layerFlowBtoA[i];
-        return none;
-    }
 
+    WorkerScope workers{2, kW, kH};
     MemoryClipEngine engine;
     OwnedFrame result{kW, kH, 4, DQ_UCHAR};
 };
 
 TEST_F(Clip, OutputTimesOnAndBetweenSourceFrames) {
     struct Case {
-        const char* name;
         float sourceTime;
         long interpolation;
         int vectorQuality;
         float t; // share of frame 11 in the expected picture
     };
-    const Case cases[] = {
-        {"exact frame, nearest", 10.0f, 0, 0, 0.0f},
-        {"10.004 blend shows frame 10 unchanged", 10.004f, 1, 4, 0.0f},
-        {"10.004 weighted shows frame 10", 10.004f, 2, 4, 0.0f},
-        {"10.996 nearest shows frame 11", 10.996f, 0, 4, 1.0f},
-        {"10.996 blend shows frame 11", 10.996f, 1, 4, 1.0f},
-        {"weightA 0.5 is nearer to A", 10.5f, 0, 0, 0.0f},
-        {"weightA below 0.5 takes B", 10.75f, 0, 0, 1.0f},
-        {"quarter dissolve", 10.25f, 1, 0, 0.25f},
-        {"weighted blend without flow dissolves", 10.25f, 2, 0, 0.25f},
-    };
+    // 10.004 and 10.996 are source frames even where flow would be needed; weightA 0.5 is nearer
+    // to A; without flow the blends dissolve.
+    const Case cases[] = {{10.004f, 1, 4, 0.0f}, {10.996f, 0, 4, 1.0f}, {10.996f, 2, 4, 1.0f},
+                          {10.5f, 0, 0, 0.0f},   {10.75f, 0, 0, 1.0f},  {10.25f, 1, 0, 0.25f},
+                          {10.25f, 2, 0, 0.25f}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.sourceTime << ", interpolation " << c.interpolation);
         ASSERT_EQ(Render(c.sourceTime,
                          {.vectorQuality = c.vectorQuality, .interpolation = c.interpolation}),
-                  0)
-            << c.name;
-        ExpectMix(10, 11, c.t, c.name);
-        EXPECT_EQ(engine.Outstanding(), 0) << c.name;
-        EXPECT_EQ(engine.returnedChanged, 0) << c.name;
-        EXPECT_TRUE(NoFlowKept()) << c.name;
-        ASSERT_GE(engine.fetches.size(), 2u);
-        EXPECT_EQ(engine.fetches.end()[-2], (FetchRecord{false, 10})) << c.name;
-        EXPECT_EQ(engine.fetches.end()[-1], (FetchRecord{false, 11})) << c.name;
+                  0);
+        ExpectMix(10, 11, c.t, "");
+        EXPECT_EQ(engine.Outstanding(), 0);
+        EXPECT_EQ(engine.returnedChanged, 0);
+        EXPECT_TRUE(engine.KeepsNoFlow());
+        EXPECT_EQ(std::vector(engine.fetches.end() - 2, engine.fetches.end()),
+                  (std::vector<FetchRecord>{{false, 10}, {false, 11}}));
     }
 }
 
@@ -120,13 +95,12 @@ TEST_F(Clip, SceneRule) {
         const char* name;
         std::function<int(float)> scene;
         long interpolation;
-        float t; // share of frame 11 in the picture at source time 10.25
+        float t; // share of frame 11 in the picture at source time 10.25; -1: drawn with motion
     };
+    auto cutAt11 = [](float s) { return s >= 11.0f ? 1 : 0; };
     const Case cases[] = {
-        {"pair across a cut shows the nearer frame", [](float s) { return s >= 11.0f ? 1 : 0; }, 1,
-         0.0f},
-        {"cut with weighted energy blend shows the nearer frame",
-         [](float s) { return s >= 11.0f ? 1 : 0; }, 2, 0.0f},
+        {"pair across a cut shows the nearer frame", cutAt11, 1, 0.0f},
+        {"cut with weighted energy blend shows the nearer frame", cutAt11, 2, 0.0f},
         {"scene 3 uses nearest", [](float) { return 3; }, 1, 0.0f},
         {"scene 4 blends frames", [](float) { return 4; }, 0, 0.25f},
         {"cut elsewhere leaves motion on", [](float s) { return s >= 14.0f ? 2 : 0; }, 1, -1.0f},
@@ -136,35 +110,26 @@ TEST_F(Clip, SceneRule) {
         // Vector quality 4 would need flow; the scene rule must turn it off.
         ASSERT_EQ(Render(10.25f, {.interpolation = c.interpolation}), 0) << c.name;
         const bool motion = c.t < 0.0f;
-        // Within a scene the frame is drawn with motion, and the flow is kept.
         if (!motion) ExpectMix(10, 11, c.t, c.name);
-        EXPECT_EQ(NoFlowKept(), !motion) << c.name;
+        EXPECT_EQ(engine.KeepsNoFlow(), !motion) << c.name;
         EXPECT_EQ(engine.internal->vectorQuality, motion ? 4 : 0) << c.name;
         EXPECT_EQ(engine.Outstanding(), 0) << c.name;
     }
 }
 
 TEST_F(Clip, BadRatesFailWithFiveAndAClearedResult) {
-    struct Case {
-        const char* name;
-        float in, out;
-    };
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    const Case cases[] = {
-        {"output rate 0.005", 30.0f, 0.005f},
-        {"input rate 0.01", 0.01f, 30.0f},
-        {"negative input rate", -24.0f, 30.0f},
-        {"NaN output rate", 30.0f, nan},
-    };
+    const std::pair<float, float> rates[] = {
+        {30.0f, 0.005f}, {0.01f, 30.0f}, {-24.0f, 30.0f}, {30.0f, nan}};
     const float zero[4] = {0, 0, 0, 0};
-    for (const Case& c : cases) {
+    for (auto [in, out] : rates) {
+        SCOPED_TRACE(testing::Message() << "in " << in << ", out " << out);
         for (int y = 0; y < kH; ++y)
             std::memset(result.Pixels()->RowAddress(y), 99, kW * 4);
-        EXPECT_EQ(Render(10.0f, {.vectorQuality = 0, .inputRate = c.in, .outputRate = c.out}),
-                  kDQErrBadArgument)
-            << c.name;
-        ExpectUniform(zero, c.name);
-        EXPECT_EQ(engine.checkedOut, 0) << c.name;
+        EXPECT_EQ(Render(10.0f, {.vectorQuality = 0, .inputRate = in, .outputRate = out}),
+                  kDQErrBadArgument);
+        ExpectUniform(zero, "cleared");
+        EXPECT_EQ(engine.checkedOut, 0);
     }
     EXPECT_EQ(Render(10.0f, {.vectorQuality = 0, .inputRate = 0.011f, .outputRate = 0.01f}), 0)
         << "rates just inside the limits";
@@ -172,25 +137,22 @@ TEST_F(Clip, BadRatesFailWithFiveAndAClearedResult) {
 
 TEST_F(Clip, FailedFetchReturnsItsCodeAndGivesEverythingBack) {
     struct Case {
-        const char* name;
-        int failFrame;
-        int code;
+        int failFrame, code;
         float sourceTime;
         int expected;
     };
-    const Case cases[] = {
-        {"frame B fails to fetch", 11, kDQErrFetch, 10.25f, kDQErrFetch},
-        {"frame A fails to fetch", 10, kDQErrFetch, 10.25f, kDQErrFetch},
-        {"interrupted fetch", 11, kDQErrInterrupted, 10.25f, kDQErrInterrupted},
-        {"frame beyond the clip", -1, 0, 23.5f, kDQErrBadArgument},
-    };
+    // Frame B, frame A, an interrupted fetch, a frame beyond the clip.
+    const Case cases[] = {{11, kDQErrFetch, 10.25f, kDQErrFetch},
+                          {10, kDQErrFetch, 10.25f, kDQErrFetch},
+                          {11, kDQErrInterrupted, 10.25f, kDQErrInterrupted},
+                          {-1, 0, 23.5f, kDQErrBadArgument}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "frame " << c.failFrame << " at " << c.sourceTime);
         engine.failFrame = c.failFrame;
         engine.failCode = c.code;
-        engine.checkedOut = engine.givenBack = 0;
-        EXPECT_EQ(Render(c.sourceTime, {.vectorQuality = 0}), c.expected) << c.name;
-        EXPECT_EQ(engine.Outstanding(), 0) << c.name;
-        EXPECT_TRUE(NoFlowKept()) << c.name;
+        EXPECT_EQ(Render(c.sourceTime, {.vectorQuality = 0}), c.expected);
+        EXPECT_EQ(engine.Outstanding(), 0);
+        EXPECT_TRUE(engine.KeepsNoFlow());
     }
     engine.failFrame = -1;
     EXPECT_EQ(Render(10.25f, {.vectorQuality = 0}), 0) << "the engine recovers after a failure";
@@ -219,36 +181,30 @@ TEST_F(Clip, ChannelOrderIsCanonicalInsideAndRestoredOutside) {
 }
 
 TEST_F(Clip, RequirementsListTheFramesThatARenderReads) {
-    struct Case {
-        const char* name;
-        float sourceTime;
-        RenderSettings settings;
-    };
-    const Case cases[] = {
-        {"between frames", 10.25f, {.vectorQuality = 0}},
-        {"on a frame", 10.0f, {.vectorQuality = 0, .interpolation = 0}},
-        {"nearest past the middle", 3.75f, {.vectorQuality = 0, .interpolation = 0}},
-        {"fields in", 4.25f, {.fieldsIn = 1, .vectorQuality = 0}},
-        {"blend with motion on the clip itself", 2.5f, {}},
-        {"blend tracked on the other clip", 6.5f, {.flowFromSequence = 0}},
-        {"nearest tracked on the other clip", 4.8f, {.interpolation = 0, .flowFromSequence = 0}},
+    const std::pair<float, RenderSettings> cases[] = {
+        {10.0f, {.vectorQuality = 0, .interpolation = 0}},
+        {3.75f, {.vectorQuality = 0, .interpolation = 0}},
+        {4.25f, {.fieldsIn = 1, .vectorQuality = 0}},
+        {2.5f, {}},
+        {6.5f, {.flowFromSequence = 0}},
+        {4.8f, {.interpolation = 0, .flowFromSequence = 0}},
     };
     engine.fieldsMayChange = true;
-    for (const Case& c : cases) {
-        engine.timeCurve = [&](float) { return c.sourceTime; };
+    for (const auto& [sourceTime, settings] : cases) {
+        SCOPED_TRACE(sourceTime);
+        engine.timeCurve = [&](float) { return sourceTime; };
         engine.ResetMotion();
         FrameRequirements req;
-        ASSERT_EQ(engine.Requirements(&req, result.Image(), c.settings), 0) << c.name;
+        ASSERT_EQ(engine.Requirements(&req, result.Image(), settings), 0);
         engine.fetches.clear();
-        ASSERT_EQ(engine.Render(result.Image(), c.settings), 0) << c.name;
-        ASSERT_EQ(req.count, int(engine.fetches.size())) << c.name;
-        EXPECT_EQ(req.sequenceFrames, req.count) << c.name;
-        EXPECT_EQ(req.matteFrames, 0) << c.name;
+        ASSERT_EQ(engine.Render(result.Image(), settings), 0);
+        ASSERT_EQ(req.count, int(engine.fetches.size()));
+        EXPECT_EQ(req.sequenceFrames, req.count);
+        EXPECT_EQ(req.matteFrames, 0);
         for (int i = 0; i < req.count; ++i) {
-            EXPECT_EQ(req.kind[i] == kTrackingFrame, engine.fetches[i].tracking)
-                << c.name << " entry " << i;
-            EXPECT_EQ(req.frame[i], engine.fetches[i].frame) << c.name << " entry " << i;
-            EXPECT_EQ(req.layer[i], -1) << c.name;
+            EXPECT_EQ(FetchRecord(req.kind[i] == kTrackingFrame, req.frame[i]), engine.fetches[i])
+                << i;
+            EXPECT_EQ(req.layer[i], -1);
         }
     }
     // Bad rates are reported as success with nothing listed.
@@ -258,6 +214,7 @@ TEST_F(Clip, RequirementsListTheFramesThatARenderReads) {
 }
 
 TEST(EngineEntries, WithoutInitEveryEntryReportsOne) {
+    WorkerScope workers{2, kW, kH};
     MemoryClipEngine engine;
     OwnedFrame result(4, 4, 4, DQ_UCHAR);
     FrameRequirements req;

@@ -5,8 +5,10 @@
 #include "engine/EngineInternal.h"
 #include "engine/MotionReuse.h"
 
+#include <algorithm>
+#include <cmath>
 #include <functional>
-#include <limits>
+#include <tuple>
 
 using namespace quelmor::test;
 
@@ -16,8 +18,7 @@ namespace {
 struct ReuseBench {
     ReuseBench() {
         EXPECT_EQ(engine.Init(), 0);
-        for (int i = 0; i < kMaxLayers; ++i)
-            sensitivity[i] = 0.7f;
+        std::fill(std::begin(sensitivity), std::end(sensitivity), 0.7f);
         state().layerCount = 2;
         state().interpolation = 1;
         state().vectorQuality = 4;
@@ -74,9 +75,7 @@ TEST(Reuse, EachChangedSettingResetsAndAsksForMotion) {
         {"fields out", [](ReuseBench& r) { r.engine.fieldsOut = 2; }},
         {"input rate", [](ReuseBench& r) { r.engine.inputFrameRate = 24.0f; }},
         {"output rate", [](ReuseBench& r) { r.engine.outputFrameRate = 50.0f; }},
-        {"NaN output rate",
-         [](ReuseBench& r) { r.engine.outputFrameRate = std::numeric_limits<float>::quiet_NaN(); },
-         true, true},
+        {"NaN output rate", [](ReuseBench& r) { r.engine.outputFrameRate = NAN; }, true, true},
         {"draw start layer", [](ReuseBench& r) { r.engine.drawStart = 0; }},
         {"draw end layer", [](ReuseBench& r) { r.engine.drawEnd = 1; }},
         {"enhance images", [](ReuseBench& r) { r.engine.enhance = 1; }},
@@ -87,22 +86,22 @@ TEST(Reuse, EachChangedSettingResetsAndAsksForMotion) {
         {"geometry appears", [](ReuseBench& r) { r.engine.geometries = 2; }, true, false, false},
         {"nothing changed", [](ReuseBench&) {}, false},
         {"same sensitivity written again", [](ReuseBench& r) { r.sensitivity[1] = 0.7f; }, false},
-        {"shrink of a layer beyond the foreground count", [](ReuseBench& r) { r.shrink[3] = 9.0f; },
-         false},
+        {"shrink beyond the foreground count", [](ReuseBench& r) { r.shrink[3] = 9.0f; }, false},
         {"sensitivity beyond the layer count", [](ReuseBench& r) { r.sensitivity[5] = 0.1f; },
          false},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
         ReuseBench r;
         r.PlantFlow();
         c.change(r);
-        EXPECT_EQ(r.Pass(10, 0.6f), c.asks) << c.name << ": motion computed again";
-        EXPECT_EQ(r.WasReset(), c.resets) << c.name << ": kept flow dropped";
+        EXPECT_EQ(r.Pass(10, 0.6f), c.asks) << "motion computed again";
+        EXPECT_EQ(r.WasReset(), c.resets) << "kept flow dropped";
         // The change is remembered: the same settings again keep the new flow, except where the
         // setting itself forbids keeping any.
         r.PlantFlow();
-        EXPECT_EQ(r.Pass(10, 0.5f), c.keepsNothing) << c.name;
-        EXPECT_EQ(r.WasReset(), c.keepsNothing) << c.name;
+        EXPECT_EQ(r.Pass(10, 0.5f), c.keepsNothing);
+        EXPECT_EQ(r.WasReset(), c.keepsNothing);
     }
 }
 
@@ -110,47 +109,37 @@ TEST(Reuse, WhichPassesNeedNewMotion) {
     struct Step {
         int frameA;
         float weightA;
-        bool atSourceFrame;
-        bool needMotion;
-        bool reset;
+        bool atSourceFrame, needMotion, reset;
     };
     struct Case {
         const char* name;
         long interpolation;
         std::vector<Step> steps;
     };
+    // Going backwards in an interval keeps the flow. Nearest crossing the middle asks for the other
+    // flow; its first pass also changes the interpolation and so resets. A source frame drops
+    // everything and needs nothing; after it the pair is unchanged: it is the missing flow object
+    // that asks for motion.
     const Case cases[] = {
-        {"blend: same interval forwards and backwards",
-         1,
-         {{10, 0.5f, false, false, false},
-          {10, 0.9f, false, false, false},
-          {10, 0.1f, false, false, false}}},
-        {"blend: new frame A",
-         1,
-         {{11, 0.5f, false, true, false}, {11, 0.2f, false, false, false}}},
-        {"nearest: crossing the middle asks for the other flow",
+        {"blend, one interval", 1, {{10, 0.5f, 0, 0, 0}, {10, 0.9f, 0, 0, 0}, {10, 0.1f, 0, 0, 0}}},
+        {"blend, new frame A", 1, {{11, 0.5f, 0, 1, 0}, {11, 0.2f, 0, 0, 0}}},
+        {"nearest crosses the middle",
          0,
-         // The first pass also changes the interpolation and so resets.
-         {{10, 0.6f, false, true, true},
-          {10, 0.7f, false, false, false},
-          {10, 0.4f, false, true, false},
-          {10, 0.3f, false, false, false},
-          {10, 0.5f, false, true, false}}},
-        // After it the pair is unchanged: it is the missing flow object that asks for motion.
-        {"a source frame drops everything and needs nothing",
-         1,
-         {{10, 1.0f, true, false, true}, {10, 0.5f, false, false, false}}},
+         {{10, 0.6f, 0, 1, 1},
+          {10, 0.7f, 0, 0, 0},
+          {10, 0.4f, 0, 1, 0},
+          {10, 0.3f, 0, 0, 0},
+          {10, 0.5f, 0, 1, 0}}},
+        {"source frame", 1, {{10, 1.0f, 1, 0, 1}, {10, 0.5f, 0, 0, 0}}},
     };
     for (const Case& c : cases) {
         ReuseBench r;
         r.state().interpolation = c.interpolation;
-        int index = 0;
         for (const Step& s : c.steps) {
+            SCOPED_TRACE(testing::Message() << c.name << ", step " << &s - c.steps.data());
             r.PlantFlow();
-            EXPECT_EQ(r.Pass(s.frameA, s.weightA, s.atSourceFrame), s.needMotion)
-                << c.name << " step " << index;
-            EXPECT_EQ(r.WasReset(), s.reset) << c.name << " step " << index;
-            ++index;
+            EXPECT_EQ(r.Pass(s.frameA, s.weightA, s.atSourceFrame), s.needMotion);
+            EXPECT_EQ(r.WasReset(), s.reset);
         }
     }
 }
@@ -159,12 +148,11 @@ TEST(Reuse, RemembersTheOrderedPair) {
     ReuseBench r;
     r.state().interpolation = 0;
     r.Pass(10, 0.3f);
-    EXPECT_EQ(r.state().lastFrameA, 10);
-    EXPECT_EQ(r.state().lastFromFrame, 11);
-    EXPECT_EQ(r.state().lastToFrame, 10);
+    EXPECT_EQ(std::tuple(r.state().lastFrameA, r.state().lastFromFrame, r.state().lastToFrame),
+              std::tuple(10, 11, 10));
     r.Pass(12, 0.5f, true);
-    EXPECT_EQ(r.state().lastFromFrame, 12) << "the pair is remembered on a source frame too";
-    EXPECT_EQ(r.state().lastToFrame, 13);
+    EXPECT_EQ(std::pair(r.state().lastFromFrame, r.state().lastToFrame), std::pair(12, 13))
+        << "the pair is remembered on a source frame too";
 }
 
 } // namespace

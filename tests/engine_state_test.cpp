@@ -3,38 +3,35 @@
 #include "TestSupport.h"
 #include "engine/EngineInternal.h"
 
+#include <tuple>
+
 using namespace quelmor::test;
 
 namespace {
 
 TEST(EngineState, FlowLevelForQuality) {
     struct Case {
-        const char* name;
         int quality;
         long highQuality;
-        int width, height;
-        int level, flowWidth, flowHeight;
+        int width, height, level, flowWidth, flowHeight;
     };
-    const Case cases[] = {
-        {"no vectors still has a size", 0, 1, 960, 507, 3, 120, 63},
-        {"sloppy", 1, 1, 960, 507, 3, 120, 63},
-        {"medium equals sloppy", 2, 1, 960, 507, 3, 120, 63},
-        {"high", 3, 1, 960, 507, 2, 240, 126},
-        {"best", 4, 1, 1920, 1080, 1, 960, 540},
-        {"full size", 5, 1, 1921, 1081, 0, 1921, 1081},
-        {"medium, low quality", 2, 0, 960, 507, 3, 120, 63},
-        {"high, low quality", 3, 0, 960, 507, 3, 120, 63},
-        {"best, low quality", 4, 0, 960, 507, 2, 240, 126},
-        {"full size, low quality", 5, 0, 961, 507, 1, 480, 253},
-        {"width 1 halves to 0", 4, 1, 1, 9, 1, 0, 4},
-    };
+    // No vectors still has a size; medium equals sloppy; low quality drops one level from high
+    // up; a width of 1 halves to 0.
+    const Case cases[] = {{0, 1, 960, 507, 3, 120, 63},
+                          {2, 1, 960, 507, 3, 120, 63},
+                          {3, 1, 960, 507, 2, 240, 126},
+                          {4, 1, 1920, 1080, 1, 960, 540},
+                          {5, 1, 1921, 1081, 0, 1921, 1081},
+                          {2, 0, 960, 507, 3, 120, 63},
+                          {3, 0, 960, 507, 3, 120, 63},
+                          {5, 0, 961, 507, 1, 480, 253},
+                          {4, 1, 1, 9, 1, 0, 4}};
     for (const Case& c : cases) {
         int level = -1, w = -1, h = -1;
         ZUQuelmor4Internal::FlowLevelForQuality(c.quality, c.highQuality, c.width, c.height, &level,
                                                 &w, &h);
-        EXPECT_EQ(level, c.level) << c.name;
-        EXPECT_EQ(w, c.flowWidth) << c.name;
-        EXPECT_EQ(h, c.flowHeight) << c.name;
+        EXPECT_EQ(std::tuple(level, w, h), std::tuple(c.level, c.flowWidth, c.flowHeight))
+            << "quality " << c.quality << (c.highQuality ? "" : " low") << ", width " << c.width;
     }
 }
 
@@ -50,10 +47,10 @@ TEST(EngineState, ResetDeletesOwnedFlowImagesOnce) {
     state.Reset();
     EXPECT_EQ(state.flowBtoA, nullptr);
     EXPECT_EQ(state.flowAtoB, nullptr);
-    for (int i = 0; i < kMaxLayers; ++i) {
-        EXPECT_EQ(state.layerFlowAtoB[i], nullptr) << "layer " << i;
-        EXPECT_EQ(state.layerFlowBtoA[i], nullptr) << "layer " << i;
-    }
+    for (int i = 0; i < kMaxLayers; ++i)
+        EXPECT_EQ(std::pair(state.layerFlowAtoB[i], state.layerFlowBtoA[i]),
+                  (std::pair<DQImage*, DQImage*>(nullptr, nullptr)))
+            << "layer " << i;
     state.Reset(); // again: nothing left, nothing happens
 }
 
@@ -73,54 +70,44 @@ TEST(EngineState, FlowAccessors) {
     EXPECT_EQ(state.FlowBtoA(2), shared.get()) << "the shared flow wins";
     EXPECT_EQ(state.FlowAtoB(2), borrowed.get()) << "no flow object: the shared slot";
     EXPECT_EQ(state.AnyFlowAtoB(), borrowed.get());
-    for (DQImage*& slot : state.layerFlowAtoB)
-        slot = nullptr;
-    for (DQImage*& slot : state.layerFlowBtoA)
-        slot = nullptr;
-    state.flowBtoA = state.flowAtoB = nullptr;
+    // The images belong to this test, not to the state.
+    state.layerFlowAtoB[2] = state.layerFlowBtoA[2] = state.flowBtoA = state.flowAtoB = nullptr;
 }
 
 TEST(EngineState, AllocLayerFlows) {
     struct Case {
-        const char* name;
-        long cache;
-        long interpolation;
-        int layers;
+        long cache, interpolation;
         bool sharedMade;
-        int layerAtoBMade; // layers 1..n-1 get their own A-to-B flow
-        int layerBtoAMade;
+        int layerAtoBMade, layerBtoAMade; // layers 1..2 of 3 get their own A-to-B flow
     };
-    const Case cases[] = {
-        {"cache on, blend, three layers", 1, 1, 3, false, 2, 3},
-        {"cache on, nearest, three layers", 1, 0, 3, false, 2, 0},
-        {"cache off shares one flow", 0, 1, 3, true, 0, 0},
-    };
+    // Cache on with blend, cache on with nearest, cache off shares one flow.
+    const Case cases[] = {{1, 1, false, 2, 3}, {1, 0, false, 2, 0}, {0, 1, true, 0, 0}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message()
+                     << "cache " << c.cache << ", interpolation " << c.interpolation);
         ZUQuelmor4Internal state;
-        state.layerCount = c.layers;
+        state.layerCount = 3;
         state.interpolation = c.interpolation;
         state.flowWidth = 6;
         state.flowHeight = 5;
         for (bool& flag : state.doOpticalFlow)
             flag = true;
         state.AllocLayerFlows(c.cache);
-        EXPECT_EQ(state.flowBtoA != nullptr, c.sharedMade) << c.name;
+        EXPECT_EQ(state.flowBtoA != nullptr, c.sharedMade);
         int atob = 0, btoa = 0;
         for (int i = 0; i < kMaxLayers; ++i) {
             atob += state.layerFlowAtoB[i] != nullptr;
             btoa += state.layerFlowBtoA[i] != nullptr;
         }
-        EXPECT_EQ(atob, c.layerAtoBMade) << c.name;
-        EXPECT_EQ(btoa, c.layerBtoAMade) << c.name;
+        EXPECT_EQ(atob, c.layerAtoBMade);
+        EXPECT_EQ(btoa, c.layerBtoAMade);
         if (DQImage* f = state.layerFlowAtoB[1]) {
-            EXPECT_EQ(f->width, 6) << c.name;
-            EXPECT_EQ(f->height, 5) << c.name;
-            EXPECT_EQ(f->channels, 2) << c.name;
-            EXPECT_EQ(f->dataType, DQ_FLOAT) << c.name;
+            EXPECT_EQ(std::tuple(f->width, f->height, f->channels, f->dataType),
+                      std::tuple(6, 5, 2, int(DQ_FLOAT)));
         }
         DQImage* kept = state.layerFlowBtoA[0];
         state.AllocLayerFlows(c.cache);
-        EXPECT_EQ(state.layerFlowBtoA[0], kept) << c.name << ": existing slots are kept";
+        EXPECT_EQ(state.layerFlowBtoA[0], kept) << "existing slots are kept";
     }
 }
 

@@ -1,35 +1,21 @@
+#include "MemoryClipEngine.h"
 #include "TestSupport.h"
 
 #include <vector>
 
-namespace {
-// Records every fraction reported to it.
-class RecordingProgress : public ZUIdleAndProgressClass {
-public:
-    using ZUIdleAndProgressClass::ZUIdleAndProgressClass;
-    void ReportProgress(float fraction) override {
-        seen.push_back(fraction);
-        ZUIdleAndProgressClass::ReportProgress(fraction);
-    }
-    std::vector<float> seen;
-};
-} // namespace
+using namespace quelmor::test;
 
 TEST(ProgressChain, ChildReportsMapThroughTheParentsSubRange) {
     struct Case {
-        const char* name;
         float low, high, child, expected;
         bool middleLevel = false; // a middle level with sub-range 0..0.5 between them
     };
-    const Case cases[] = {
-        {"middle of 0.2..0.4", 0.2f, 0.4f, 0.5f, 0.3f},
-        {"start of sub-range", 0.2f, 0.4f, 0.0f, 0.2f},
-        {"end of sub-range", 0.6f, 0.9f, 1.0f, 0.9f},
-        {"whole range", 0.0f, 1.0f, 0.25f, 0.25f},
-        {"three levels compose", 0.5f, 1.0f, 1.0f, 0.75f, true},
-    };
+    const Case cases[] = {{0.2f, 0.4f, 0.5f, 0.3f},
+                          {0.2f, 0.4f, 0.0f, 0.2f},
+                          {0.6f, 0.9f, 1.0f, 0.9f},
+                          {0.5f, 1.0f, 1.0f, 0.75f, true}};
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(testing::Message() << c.low << ".." << c.high << " at " << c.child);
         RecordingProgress root;
         root.SetSubRange(c.low, c.high);
         ZUIdleAndProgressClass middle(&root);
@@ -37,9 +23,7 @@ TEST(ProgressChain, ChildReportsMapThroughTheParentsSubRange) {
         ZUIdleAndProgressClass child(c.middleLevel ? &middle : &root);
         child.ReportProgress(c.child);
         EXPECT_FLOAT_EQ(child.progress, c.child);
-        if (c.middleLevel) {
-            EXPECT_FLOAT_EQ(middle.progress, 0.5f);
-        }
+        EXPECT_FLOAT_EQ(middle.progress, c.middleLevel ? 0.5f : 0.0f);
         ASSERT_EQ(root.seen.size(), 1u);
         EXPECT_FLOAT_EQ(root.seen[0], c.expected);
         EXPECT_FLOAT_EQ(root.progress, c.expected);
