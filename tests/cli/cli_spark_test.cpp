@@ -19,17 +19,16 @@ protected:
 };
 
 TEST_F(SparkTest, PlugInAndDirectPathMakeTheSamePixels) {
-    // Every interpolation, three vector qualities, slow motion by whole and odd ratios, speed-up.
-    struct Case {
+    // Every interpolation, two vector qualities, slow motion by whole and odd ratios, speed-up.
+    const struct {
         const char* name;
         const char* settings;
     } cases[] = {
         {"best_blend", "--speed 0.5 --quality best --interpolation blend"},
         {"high_nearest", "--speed 0.4 --quality high --interpolation nearest"},
-        {"none_weighted", "--speed 0.75 --quality none --interpolation weighted"},
-        {"speed_up", "--speed 2 --quality none --interpolation blend"},
+        {"speed_up_weighted", "--speed 2 --quality none --interpolation weighted"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         for (const std::string command : {"spark", "retime"}) {
             const auto r = Run(command + " @c.%04d.png @" + command + c.name +
                                ".%04d.png --quiet --timing " + c.settings);

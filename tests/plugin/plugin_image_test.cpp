@@ -3,7 +3,6 @@
 #include "tests/TestSupport.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace {
 
@@ -80,40 +79,6 @@ TEST(MyImage, ScaleClampsAndUnpremultipliesSixteenBitOnly) {
     EXPECT_EQ(ZUImageScale(&bytes, 2.0f, 255.0f), 0);
     EXPECT_EQ(ZUImageExpand(&bytes, 2.0f), 0);
     EXPECT_EQ(pixels[0], 100) << "8-bit images pass unchanged";
-}
-
-TEST(MyImage, ScaleRoundsAndClampsEveryWordValue) {
-    // Every 16-bit value once, in a one-channel image wide enough for the vector loop and its tail.
-    constexpr int kSide = 256;
-    struct Case {
-        const char* name;
-        float factor;
-        float maximum;
-    };
-    const Case cases[] = {
-        {"16 to 12 bits", kMyScale16To12, kMyMaximum12},
-        {"doubling clamps at the maximum", 2.0f, 65535.0f},
-        {"negative factor clamps at 0", -0.5f, 65535.0f},
-        {"small maximum", 0.3f, 100.0f},
-    };
-    WorkerScope workers(3, kSide, kSide);
-    for (const Case& c : cases) {
-        MyImage image;
-        uint16_t* words = reinterpret_cast<uint16_t*>(MyAllocatePixels(2 * kSide * kSide));
-        ASSERT_EQ(image.MyInit(words, kSide - 1, kSide, 48, 2 * kSide, 1), 0) << c.name;
-        for (int i = 0; i < kSide * kSide; ++i)
-            words[i] = uint16_t(i);
-        ASSERT_EQ(ZUImageScale(&image, c.factor, c.maximum), 0) << c.name;
-        for (int i = 0; i < kSide * kSide; ++i) {
-            if (i % kSide == kSide - 1) { // beyond the width: untouched
-                ASSERT_EQ(words[i], i) << c.name;
-                continue;
-            }
-            const float expected =
-                std::fmax(std::fmin(c.maximum, float(i) * c.factor + 0.5f), 0.0f);
-            ASSERT_EQ(words[i], uint16_t(expected)) << c.name << ", value " << i;
-        }
-    }
 }
 
 TEST(MyImage, CopyNeedsPixelsOnBothSides) {
