@@ -8,7 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-QUELMOR_WITH_OPENCV=1 scripts/install-deps.sh
+scripts/install-deps.sh bench
 
 names=()
 while (($#)) && [[ "$1" != "--" ]]; do

@@ -6,10 +6,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install-deps.sh
+scripts/install-deps.sh command
 
 build="${BUILD_DIR:-build}"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DQUELMOR_BUILD_TESTS=OFF -DQUELMOR_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build" -j "$(nproc)" --target quelmor
 quelmor="$build/cli/quelmor"
 

@@ -1,17 +1,26 @@
 #!/usr/bin/env bash
-# Installs what Quelmor needs to build, test and run on a Debian machine. Skips apt-get when
-# everything is already there, so repeated runs are quick.
+# Installs what Quelmor needs on a Debian machine, for one use:
+#   scripts/install-deps.sh command   build and run the quelmor command and the plug-in
+#   scripts/install-deps.sh test      the same, plus GoogleTest for the suites
+#   scripts/install-deps.sh bench     the same, plus Google Benchmark and OpenCV for the benchmarks
+# Skips apt-get when everything is already there, so repeated runs are quick.
 set -euo pipefail
 
+use="${1:-test}"
 packages=(
     build-essential cmake pkg-config
-    libgtest-dev libbenchmark-dev
-    libopenimageio-dev openimageio-tools
+    libopenimageio-dev
     libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
 )
-if [[ "${QUELMOR_WITH_OPENCV:-0}" == 1 ]]; then
-    packages+=(libopencv-dev)
-fi
+case "$use" in
+command) ;;
+test) packages+=(libgtest-dev) ;;
+bench) packages+=(libgtest-dev libbenchmark-dev libopencv-dev) ;;
+*)
+    echo "install-deps.sh: unknown use '$use' (command, test or bench)" >&2
+    exit 2
+    ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

@@ -5,10 +5,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/install-deps.sh
+scripts/install-deps.sh test
 
 build="${BUILD_DIR:-build}"
 jobs="$(nproc)"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DQUELMOR_SANITIZE="${QUELMOR_SANITIZE:-}"
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DQUELMOR_BUILD_TESTS=ON -DQUELMOR_SANITIZE="${QUELMOR_SANITIZE:-}"
 cmake --build "$build" -j "$jobs"
 ctest --test-dir "$build" -j "$jobs" --output-on-failure
