@@ -168,7 +168,7 @@ public:
     }
 
     ~SequenceWriter() override {
-        if (finished_) return;
+        if (finished_ || options_.resume) return;
         std::error_code ec;
         for (const std::string& path : written_)
             fs::remove(path, ec);

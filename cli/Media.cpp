@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <system_error>
 
@@ -11,6 +12,18 @@
 
 namespace quelmor::cli {
 namespace fs = std::filesystem;
+
+namespace {
+std::atomic<int> gCodecThreads{0};
+} // namespace
+
+void SetCodecThreads(int threads) {
+    gCodecThreads.store(threads < 0 ? 0 : threads);
+}
+
+int CodecThreads() {
+    return gCodecThreads.load();
+}
 
 bool IsVideoPath(const std::string& path) {
     return IsVideoExtension(ExtensionOf(path));
@@ -49,7 +62,7 @@ void CheckOutput(const std::string& path, int first, int last, const WriteOption
         throw MediaError("output folder " + folder.string() + " does not exist");
     if (access(folder.c_str(), W_OK | X_OK) != 0)
         throw MediaError("output folder " + folder.string() + " is not writable");
-    if (options.overwrite) return;
+    if (options.overwrite || (options.resume && pattern)) return;
     if (pattern) {
         for (int frame : pattern->FindFrames())
             if (frame >= first && frame <= last)

@@ -36,10 +36,19 @@ public:
 
 struct WriteOptions {
     bool overwrite = false;
+    // Continuing an image sequence: the frames already there are kept and are not in the way,
+    // and a run that fails keeps the frames it finished, which are complete since each one is
+    // renamed into place only once written.
+    bool resume = false;
     double frameRate = 25.0;
 };
 
 bool IsVideoPath(const std::string& path);
+
+// Threads that a video decoder or encoder opened after this call may use; 0, the default, lets
+// the codec take one per core. Image files are read and written on the caller's thread.
+void SetCodecThreads(int threads);
+int CodecThreads();
 
 // Throws MediaError with a message for the user when the input cannot be used.
 std::unique_ptr<MediaReader> OpenMedia(const std::string& path);

@@ -2,7 +2,7 @@
 #include <chrono>
 #include <cstdio>
 #include <optional>
-#include <thread>
+#include <vector>
 
 #include "cli/Commands.h"
 #include "cli/Keyframes.h"
@@ -10,6 +10,7 @@
 #include "cli/Progress.h"
 #include "cli/RetimeEngine.h"
 #include "cli/RetimeSettings.h"
+#include "cli/SequencePattern.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
 #include "cli/WriteBehind.h"
@@ -26,10 +27,17 @@ Timing TimingOf(const RetimeSettings& s) {
     return Timing::Constant(*s.speed);
 }
 
-// Workers for the row loop: every core, within the slot table's limit.
-void SetWorkers(int width, int height) {
-    const int workers = std::clamp(int(std::thread::hardware_concurrency()), 1, 64);
-    SparkHostUseWorkersDirect(workers, width, height);
+// The output frames from `from` to `to` still to render: all of them, or with `resume` those that
+// are not in the output sequence yet.
+std::vector<int> FramesToRender(const RetimeSettings& s, int from, int to) {
+    std::vector<char> there(std::size_t(to - from + 1), 0);
+    if (s.resume)
+        for (int number : SequencePattern::Parse(s.output)->FindFrames())
+            if (number >= from && number <= to) there[std::size_t(number - from)] = 1;
+    std::vector<int> numbers;
+    for (int number = from; number <= to; ++number)
+        if (!there[std::size_t(number - from)]) numbers.push_back(number);
+    return numbers;
 }
 
 } // namespace
@@ -38,6 +46,7 @@ int RunRetime(std::span<const std::string> args) {
     using Clock = std::chrono::steady_clock;
     const auto started = Clock::now();
     const RetimeSettings s = ParseRetimeSettings(args);
+    SetCodecThreads(s.threads);
     auto source = OpenMedia(s.input);
     const Timing timing = TimingOf(s);
     std::optional<SparkCurve> scenes;
@@ -59,20 +68,31 @@ int RunRetime(std::span<const std::string> args) {
     }
     WriteOptions options;
     options.overwrite = s.overwrite;
+    options.resume = s.resume;
     options.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
     CheckOutput(s.output, from, to, options);
+    if (s.printFrames) {
+        std::printf("%d-%d\n", from, to);
+        return 0;
+    }
+    const std::vector<int> numbers = FramesToRender(s, from, to);
+    const int rendered = int(numbers.size());
+    if (s.resume && !s.quiet)
+        std::fprintf(stderr, "retime: %d of the %d output frames %d-%d are there, %d to render\n",
+                     to - from + 1 - rendered, to - from + 1, from, to, rendered);
+    if (rendered == 0) return 0;
 
     const MediaFormat& format = source->Format();
-    SetWorkers(format.width, format.height);
+    SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     auto writer = CreateMedia(s.output, format, options);
     StageClock clock;
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
     const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
 
-    Progress progress("retime", to - from + 1, Progress::StyleFor(stderr, s.quiet));
-    WriteBehind output(*writer, &clock);
+    Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));
+    WriteBehind output(*writer, &clock, s.threads);
     clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());
-    for (int number = from; number <= to; ++number) {
+    for (const int number : numbers) {
         MediaFrame frame;
         {
             const auto timed = TimeStage(&clock, Stage::Engine);
@@ -84,7 +104,7 @@ int RunRetime(std::span<const std::string> args) {
     output.Finish();
     progress.Finish();
 
-    const StageClock::Totals totals{to - from + 1,
+    const StageClock::Totals totals{rendered,
                                     std::chrono::duration<double>(Clock::now() - started).count(),
                                     ProcessCpuSeconds()};
     if (!s.quiet) std::fputs(clock.Summary("retime", totals, "the engine").c_str(), stderr);

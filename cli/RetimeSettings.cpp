@@ -1,13 +1,17 @@
 #include "RetimeSettings.h"
 
+#include "SequencePattern.h"
+#include "Threads.h"
+
 namespace quelmor::cli {
 
 namespace {
 
 constexpr OptionSpec kRetimeOptions[] = {
-    {"speed", true},  {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
-    {"frames", true}, {"interpolation", true}, {"quality", true},     {"motion-blur", true},
-    {"rate", true},   {"overwrite", false},    {"quiet", false},      {"timing", false},
+    {"speed", true},   {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
+    {"frames", true},  {"interpolation", true}, {"quality", true},     {"motion-blur", true},
+    {"rate", true},    {"overwrite", false},    {"quiet", false},      {"timing", false},
+    {"resume", false}, {"print-frames", false}, {"threads", true},
 };
 constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
 constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
@@ -43,6 +47,14 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     s.overwrite = line.Has("overwrite");
     s.quiet = line.Has("quiet");
     s.timing = line.Has("timing");
+    s.resume = line.Has("resume");
+    s.printFrames = line.Has("print-frames");
+    s.threads = ThreadsOption(line);
+    if (s.resume && s.overwrite)
+        throw UsageError("give only one of --resume (keep the frames there) and --overwrite");
+    if (s.resume && !SequencePattern::Parse(s.output))
+        throw UsageError("--resume needs an image sequence output such as out.%04d.exr; a video "
+                         "file cannot be continued");
     if (s.input == s.output) throw UsageError("the output must not be the input");
     return s;
 }

@@ -22,6 +22,9 @@ struct RetimeSettings {
     float motionBlur = 0.0f;
     double rate = 0.0; // frames per second of a video output, 0: the input's
     bool overwrite = false;
+    bool resume = false;      // keep the output frames already there, render the missing ones
+    bool printFrames = false; // print the output frame range and stop, writing nothing
+    int threads = 1;          // workers of the engine and of the writers
     bool quiet = false;
     bool timing = false; // print where the time went
 };

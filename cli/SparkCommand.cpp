@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <unistd.h>
 
 #include "cli/CommandLine.h"
@@ -15,6 +14,7 @@
 #include "cli/Media.h"
 #include "cli/Progress.h"
 #include "cli/StageClock.h"
+#include "cli/Threads.h"
 #include "cli/Timing.h"
 #include "cli/WriteBehind.h"
 #include "sparkhost/HostState.h"
@@ -30,7 +30,7 @@ constexpr OptionSpec kSparkOptions[] = {
     {"speed", true},     {"interpolation", true}, {"quality", true}, {"motion-blur", true},
     {"fields-in", true}, {"fields-out", true},    {"setup", true},   {"speed-curve", true},
     {"scenes", true},    {"plugin", true},        {"rate", true},    {"overwrite", false},
-    {"quiet", false},    {"timing", false},
+    {"quiet", false},    {"timing", false},       {"threads", true},
 };
 constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
 constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
@@ -95,6 +95,8 @@ int RunSpark(std::span<const std::string> args) {
         throw UsageError("quelmor spark wants an input and an output, such as in.mov out.mov");
     const std::string input = line.files[0], output = line.files[1];
     if (input == output) throw UsageError("the output must not be the input");
+    const int threads = ThreadsOption(line);
+    SetCodecThreads(threads);
     std::optional<double> speed;
     if (auto v = line.Value("speed")) speed = ParsePositive(*v, "--speed");
     const bool curveMode = line.Has("speed-curve") || line.Has("scenes");
@@ -127,7 +129,7 @@ int RunSpark(std::span<const std::string> args) {
     host.plugin = plugin.get();
     host.clips[0] = frames;
     SparkHostSetFrameFormat(format.width, format.height, frames->Depth());
-    SparkHostSetWorkerCount(std::clamp(int(std::thread::hardware_concurrency()), 1, 64));
+    SparkHostSetWorkerCount(threads);
     const std::string setupName = setup ? setup->stem().string() : std::string("quelmor");
     const unsigned total = unsigned(source->FrameCount());
     const unsigned char runMode = curveMode ? 1 : 0;
@@ -179,7 +181,7 @@ int RunSpark(std::span<const std::string> args) {
     auto writer = CreateMedia(output, format, options);
     Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
     SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
-    WriteBehind out(*writer, &clock);
+    WriteBehind out(*writer, &clock, threads);
     int written = 0;
     auto deliver = [&](const spark_info_struct& info) {
         const void* pixels = nullptr;

@@ -1,4 +1,10 @@
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
 
 #include "CommandLine.h"
 #include "Commands.h"
@@ -6,14 +12,15 @@
 #include "Progress.h"
 #include "SequencePattern.h"
 #include "Synth.h"
+#include "Threads.h"
 
 namespace quelmor::cli {
 
 namespace {
 
 constexpr OptionSpec kSynthOptions[] = {
-    {"frames", true}, {"size", true},       {"steps", true},
-    {"depth", true},  {"overwrite", false}, {"quiet", false},
+    {"frames", true},     {"size", true},   {"steps", true},   {"depth", true},
+    {"overwrite", false}, {"quiet", false}, {"threads", true},
 };
 constexpr const char* kDepthNames[] = {"8", "16", "half", "float"};
 
@@ -21,6 +28,7 @@ constexpr const char* kDepthNames[] = {"8", "16", "half", "float"};
 
 int RunSynth(std::span<const std::string> args) {
     const CommandLine line = ParseCommandLine("synth", args, kSynthOptions);
+    const int threads = ThreadsOption(line);
     if (line.files.size() != 1)
         throw UsageError("quelmor synth wants one output, such as synth/clip.%04d.png");
     const std::string output = line.files[0];
@@ -54,17 +62,45 @@ int RunSynth(std::span<const std::string> args) {
     auto truthWriter = CreateMedia(truth.Text(), format, options);
     Progress progress("synth", settings.frames + truthFrames,
                       Progress::StyleFor(stderr, line.Has("quiet")));
-    MediaFrame frame;
-    for (int i = 0; i < settings.frames; ++i) {
-        RenderSynthFrame(settings, i, frame);
-        source->Write(i, frame);
-        progress.FrameDone();
+    // Source frames, then true frames, one frame a job on every thread; the writers take frames
+    // from several threads at once and in any order.
+    const int jobs = settings.frames + truthFrames;
+    std::atomic<int> next{0};
+    std::mutex mutex; // guards the progress and the failure
+    std::exception_ptr failure;
+    int failedJob = jobs;
+    auto work = [&] {
+        MediaFrame frame;
+        for (int job = next++; job < jobs; job = next++) {
+            try {
+                if (job < settings.frames) {
+                    RenderSynthFrame(settings, job, frame);
+                    source->Write(job, frame);
+                } else {
+                    const int k = job - settings.frames;
+                    RenderSynthFrame(settings, double(k) / settings.truthSteps, frame);
+                    truthWriter->Write(k, frame);
+                }
+            } catch (...) {
+                std::lock_guard lock(mutex);
+                if (job < failedJob) {
+                    failure = std::current_exception();
+                    failedJob = job;
+                }
+                next = jobs; // the other threads stop after their frame in hand
+                return;
+            }
+            std::lock_guard lock(mutex);
+            progress.FrameDone();
+        }
+    };
+    {
+        std::vector<std::jthread> helpers;
+        for (int i = 1; i < std::min(threads, jobs); ++i)
+            helpers.emplace_back(work);
+        work();
     }
-    for (int k = 0; k < truthFrames; ++k) {
-        RenderSynthFrame(settings, double(k) / settings.truthSteps, frame);
-        truthWriter->Write(k, frame);
-        progress.FrameDone();
-    }
+    if (failure) std::rethrow_exception(failure);
     source->Finish();
     truthWriter->Finish();
     progress.Finish();

@@ -133,7 +133,7 @@ private:
         AVStream* st = raw->streams[stream_];
         decoder_.reset(avcodec_alloc_context3(codec));
         avcodec_parameters_to_context(decoder_.get(), st->codecpar);
-        decoder_->thread_count = 0;
+        decoder_->thread_count = CodecThreads();
         rc = avcodec_open2(decoder_.get(), codec, nullptr);
         if (rc < 0) throw MediaError("cannot decode " + path_ + ": " + AvText(rc));
         const AVRational rate = av_guess_frame_rate(raw, st, nullptr);
@@ -265,7 +265,7 @@ public:
         c->color_primaries = AVCOL_PRI_BT709;
         c->color_trc = AVCOL_TRC_BT709;
         c->color_range = AVCOL_RANGE_MPEG;
-        c->thread_count = 0;
+        c->thread_count = CodecThreads();
         if (output_->oformat->flags & AVFMT_GLOBALHEADER) c->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
         AVDictionary* settings = nullptr;
         if (prores) {

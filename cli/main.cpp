@@ -26,6 +26,11 @@ commands:
       --motion-blur X       motion blur amount, 0 (default) to 5
       --rate FPS            frame rate of a video output (default: the input's)
       --overwrite           replace existing output files
+      --resume              keep the output frames already there and render only the missing
+                            ones (image sequences; with --frames, within those frames)
+      --print-frames        print the output frames A-B this run makes, write nothing
+      --threads N           workers for the engine and the writers, 1 to 64 (default: every
+                            core this process may use)
       --quiet               no progress
       --timing              print where the time went (decoding, converting, engine, writing)
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
@@ -33,9 +38,9 @@ commands:
       --fields-in none|lower|upper  --fields-out none|lower|upper
       --setup FILE.setup    panel values to load first (and where the host saves them)
       --speed-curve FILE  --scenes FILE   curve mode: speed and scene cuts from key files
-      --plugin PATH  --rate FPS  --overwrite  --quiet  --timing
+      --plugin PATH  --rate FPS  --overwrite  --threads N  --quiet  --timing
   synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
-      --frames N  --size WxH  --steps K  --depth 8|16|half|float  --overwrite  --quiet
+      --frames N  --size WxH  --steps K  --depth 8|16|half|float  --threads N  --overwrite  --quiet
   score RESULT TRUTH    PSNR of a result against true frames
 
 INPUT and OUTPUT are image sequences (name.%04d.exr, name.####.dpx, PNG, TIFF, JPEG) or video

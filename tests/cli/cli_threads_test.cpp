@@ -1,0 +1,95 @@
+// Worker control of the quelmor command: --threads is checked before anything is read or
+// written, the default follows the cores this process may run on, and the pictures do not
+// depend on the worker count.
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include <string>
+#include <vector>
+
+#include "CliTestSupport.h"
+#include "cli/Threads.h"
+
+namespace quelmor::cli {
+namespace {
+
+class ThreadsTest : public test::FolderTest {};
+
+TEST_F(ThreadsTest, WorkerCountsAreRefusedOutsideOneTo64) {
+    test::WriteSynthClip(In("c.%04d.png"), 2, SampleType::U8);
+    const auto before = test::FolderState(dir_);
+    const std::vector<std::string> retime = {"retime", In("c.%04d.png"), In("r.%04d.png"),
+                                             "--speed", "0.5"};
+    const std::vector<std::string> spark = {"spark", In("c.%04d.png"), In("r.%04d.png"), "--speed",
+                                            "0.5"};
+    const std::vector<std::string> synth = {"synth", In("s.%04d.png"), "--frames", "2"};
+    struct Case {
+        const std::vector<std::string>* command;
+        const char* value;
+    } cases[] = {
+        {&retime, "0"},   {&retime, "-1"}, {&retime, "65"}, {&retime, "99999999999999999999"},
+        {&retime, "1.5"}, {&retime, ""},   {&spark, "0"},   {&spark, "100000"},
+        {&synth, "0"},    {&synth, "two"},
+    };
+    for (const Case& c : cases) {
+        auto args = *c.command;
+        args.push_back("--threads=" + std::string(c.value));
+        const auto r = test::RunQuelmor(args);
+        const std::string what = args[0] + " --threads=" + c.value;
+        EXPECT_EQ(r.status, 2) << what << ": " << r.err;
+        EXPECT_NE(r.err.find("--threads must be a whole number from 1 to 64, got \"" +
+                             std::string(c.value) + "\""),
+                  std::string::npos)
+            << what << ": " << r.err;
+    }
+    EXPECT_EQ(test::FolderState(dir_), before);
+    // The edges of the range are taken, leading zeros too.
+    for (const char* good : {"1", "64", "0002"})
+        EXPECT_EQ(ParseThreads(good), std::stoi(good)) << good;
+}
+
+TEST(AvailableCoresTest, FollowsTheAffinityMaskAFarmGrants) {
+    cpu_set_t all;
+    ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+    // One core granted, as a scheduler does for a task of one CPU.
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+        if (CPU_ISSET(cpu, &all)) {
+            CPU_SET(cpu, &one);
+            break;
+        }
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    const int granted = AvailableCores();
+    ASSERT_EQ(sched_setaffinity(0, sizeof all, &all), 0);
+    EXPECT_EQ(granted, 1);
+    EXPECT_EQ(AvailableCores(), std::min(CPU_COUNT(&all), kMostThreads));
+}
+
+TEST_F(ThreadsTest, SynthWritesEveryFrameUnderItsOwnNumberOnAnyWorkerCount) {
+    for (const char* threads : {"1", "3"})
+        Run("synth @s" + std::string(threads) +
+            ".%04d.png --frames 5 --steps 2 --size 40x24 "
+            "--quiet --threads " +
+            threads);
+    test::ExpectSameFrames(In("s1.%04d.png"), In("s3.%04d.png"), "source frames");
+    test::ExpectSameFrames(In("true_s1.%04d.png"), In("true_s3.%04d.png"), "true frames");
+    EXPECT_EQ(OpenMedia(In("true_s3.%04d.png"))->FrameCount(), 10);
+}
+
+TEST_F(ThreadsTest, FramesAreBitIdenticalForEveryWorkerCount) {
+    // Tall enough for three bands of rows in the engine's flow and warps.
+    test::WriteSynthClip(In("c.%04d.png"), 3, SampleType::U8, 128, 112);
+    for (const char* threads : {"1", "2", "3"})
+        Run("retime @c.%04d.png @t" + std::string(threads) +
+            ".%04d.png --speed 0.4 --quality best --interpolation weighted --quiet --threads " +
+            threads);
+    test::ExpectSameFrames(In("t1.%04d.png"), In("t2.%04d.png"), "2 workers against 1");
+    test::ExpectSameFrames(In("t1.%04d.png"), In("t3.%04d.png"), "3 workers against 1");
+    // The slow motion made frames of its own, not copies of the source.
+    EXPECT_EQ(OpenMedia(In("t1.%04d.png"))->FrameCount(), 7);
+    EXPECT_LT(test::FramePsnr(In("c.%04d.png"), 0, In("t1.%04d.png"), 1), 60.0);
+}
+
+} // namespace
+} // namespace quelmor::cli
