@@ -187,12 +187,14 @@ compare
 chunks="$(find "$tmp/logs" -name 'quelmor-retime-*.log' | wc -l)"
 say "$chunks chunks of $chunk frames: farm ${farm_seconds}s, one machine ${single_seconds}s"
 
-# A chunk that fails fails the job: a folder where one frame is first written blocks that frame.
+# A chunk that fails fails the job: a folder where one frame is first written blocks that frame
+# (not empty, so that the writer's clean-up of its hidden file cannot remove it).
 count="$(find "$tmp/farm" -maxdepth 1 -name 'out.*.png' | wc -l)"
 blocked="$(printf out.%04d.png 1)"
 other="$(printf out.%04d.png $((count - 1)))"
 rm "$tmp/farm/$blocked" "$tmp/farm/$other"
 mkdir "$tmp/farm/.$blocked.part"
+touch "$tmp/farm/.$blocked.part/keep"
 rm -f "$tmp"/logs/quelmor-retime-*.log
 if submit >"$tmp/logs/failed-submit.txt" 2>&1; then
     fail "the job succeeded although the chunk of $blocked could not write it"
@@ -202,7 +204,7 @@ fi
 say "a failing chunk fails the job: $(grep -h 'cannot write' "$tmp"/logs/quelmor-retime-*.log | head -1)"
 
 # Submitted again, it renders only what is missing.
-rmdir "$tmp/farm/.$blocked.part"
+rm -r "$tmp/farm/.$blocked.part"
 rm -f "$tmp"/logs/quelmor-retime-*.log
 submit >/dev/null || fail "the job submitted again failed: $(cat "$tmp"/logs/quelmor-retime-*.log)"
 rendered="$(grep -h ' to render' "$tmp"/logs/quelmor-retime-*.log | awk '{s += $(NF - 2)} END {print s}')"
