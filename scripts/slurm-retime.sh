@@ -56,9 +56,13 @@ for option in "$@"; do
         echo "slurm-retime: $option is set per chunk by the script; leave it out" >&2
         exit 2
         ;;
+    --threads | --threads=*)
+        echo "slurm-retime: each task runs as many workers as it has cores; set QUELMOR_CPUS" >&2
+        exit 2
+        ;;
     esac
 done
-quelmor="$(realpath "${QUELMOR:-$here/../build/cli/quelmor}")"
+quelmor="$(realpath -m "${QUELMOR:-$here/../build/cli/quelmor}")"
 [[ -x "$quelmor" ]] || { echo "slurm-retime: no quelmor executable at $quelmor (build it, or set QUELMOR)" >&2; exit 1; }
 # Absolute names: the tasks may start in another folder.
 input="$(realpath -m "$input")"
