@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs scripts/slurm-retime.sh for real: starts a one-node SLURM cluster (munged, slurmctld and
-# slurmd, all from a configuration in a temporary folder), submits the array job on a slice of a
+# slurmd, all from a configuration in a temporary folder), submits the array job on a
 # real clip, and compares every frame with a single-machine run of the same command, bit for bit.
 # Then it checks the two promises of the script: a job where one chunk fails fails as a whole,
 # and a job submitted again renders only the frames still missing.
