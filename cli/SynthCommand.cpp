@@ -5,6 +5,7 @@
 #include "Media.h"
 #include "Progress.h"
 #include "SequencePattern.h"
+#include "StopSignals.h"
 #include "Synth.h"
 
 namespace quelmor::cli {
@@ -46,12 +47,22 @@ int RunSynth(std::span<const std::string> args) {
     WriteOptions options;
     options.overwrite = line.Has("overwrite");
     const int truthFrames = settings.frames * settings.truthSteps;
+    WriteOptions truthOptions = options;
+    options.whole = FrameSpan{0, settings.frames - 1};
+    truthOptions.whole = FrameSpan{0, truthFrames - 1};
     CheckOutput(pattern->Text(), 0, settings.frames - 1, options);
-    CheckOutput(truth.Text(), 0, truthFrames - 1, options);
+    CheckOutput(truth.Text(), 0, truthFrames - 1, truthOptions);
 
     const MediaFormat format{settings.width, settings.height, 3, settings.sample};
+    // A stop signal ends the run between frames, and the writers remove what they wrote.
+    const StopSignals signals;
+    auto stopWhenAsked = [] {
+        if (const int signal = StopSignals::Received())
+            throw Interrupted(signal,
+                              "interrupted by " + StopSignals::Name(signal) + ": no frame written");
+    };
     auto source = CreateMedia(pattern->Text(), format, options);
-    auto truthWriter = CreateMedia(truth.Text(), format, options);
+    auto truthWriter = CreateMedia(truth.Text(), format, truthOptions);
     Progress progress("synth", settings.frames + truthFrames,
                       Progress::StyleFor(stderr, line.Has("quiet")));
     MediaFrame frame;
@@ -59,12 +70,15 @@ int RunSynth(std::span<const std::string> args) {
         RenderSynthFrame(settings, i, frame);
         source->Write(i, frame);
         progress.FrameDone();
+        stopWhenAsked();
     }
     for (int k = 0; k < truthFrames; ++k) {
         RenderSynthFrame(settings, double(k) / settings.truthSteps, frame);
         truthWriter->Write(k, frame);
         progress.FrameDone();
+        stopWhenAsked();
     }
+    stopWhenAsked();
     source->Finish();
     truthWriter->Finish();
     progress.Finish();
