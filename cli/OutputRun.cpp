@@ -31,7 +31,7 @@ std::optional<std::pair<dev_t, ino_t>> FileIdOf(const std::string& path) {
     return std::pair{st.st_dev, st.st_ino};
 }
 
-std::string Span(const std::string& output, FrameSpan span) {
+std::string FrameNames(const std::string& output, FrameSpan span) {
     const auto pattern = SequencePattern::Parse(output);
     if (!pattern) return output;
     if (span.first == span.last) return pattern->Path(span.first);
@@ -103,10 +103,10 @@ void OutputRun::Stop(int signal) {
     if (sequence && !replacing_ && queued_ > 0 && failed.empty()) {
         try {
             writer_->Finish();
-            message += ": " + Span(plan_.output, {plan_.run.first, lastQueued_}) + " written";
+            message += ": " + FrameNames(plan_.output, {plan_.run.first, lastQueued_}) + " written";
             if (lastQueued_ < plan_.run.last)
-                message +=
-                    ", " + Span(plan_.output, {lastQueued_ + 1, plan_.run.last}) + " not written";
+                message += ", " + FrameNames(plan_.output, {lastQueued_ + 1, plan_.run.last}) +
+                           " not written";
             throw Interrupted(signal, message);
         } catch (const MediaError& e) {
             failed = e.what();
