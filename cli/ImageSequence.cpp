@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -167,11 +168,18 @@ public:
         if (ext == "jpg" || ext == "jpeg") format_.channels = format_.channels >= 3 ? 3 : 1;
     }
 
+    // Frames not yet in place are removed; the ones of the same names stay as they were. A
+    // resumed run fills gaps, replacing nothing, so the frames it finished go in place instead:
+    // a later resume need not render them again.
     ~SequenceWriter() override {
-        if (finished_ || options_.resume) return;
         std::error_code ec;
-        for (const std::string& path : written_)
-            fs::remove(path, ec);
+        for (std::size_t i = placed_; i < written_.size(); ++i) {
+            const int number = written_[i];
+            if (options_.resume &&
+                std::rename(pattern_.TempPath(number).c_str(), pattern_.Path(number).c_str()) == 0)
+                continue;
+            fs::remove(pattern_.TempPath(number), ec);
+        }
     }
 
     const MediaFormat& Format() const override { return format_; }
@@ -198,21 +206,43 @@ public:
                   out->write_image(TypeOf(format_.sample), source->pixels.data());
         ok = out->close() && ok;
         if (!ok) throw MediaError("cannot encode " + final + ": " + out->geterror());
-        std::string why = WriteWholeFile(temp, encoded);
-        std::error_code ec;
-        if (why.empty()) {
-            fs::rename(temp, final, ec);
-            if (ec) why = ec.message();
-        }
+        // The frame waits under its hidden name until the whole run has succeeded.
+        const std::string why = WriteWholeFile(temp, encoded);
         if (!why.empty()) {
+            std::error_code ec;
             fs::remove(temp, ec);
             throw MediaError("cannot write " + final + ": " + why);
         }
         std::lock_guard lock(writtenMutex_);
-        written_.push_back(final);
+        written_.push_back(number);
     }
 
-    void Finish() override { finished_ = true; }
+    // Renames every frame into place, in frame order, then removes the old frames that the new
+    // sequence does not hold. A rename within one folder replaces its target at once and needs no
+    // room on the disk, so the pass fails only when the folder changes under it.
+    void Finish() override {
+        std::sort(written_.begin(), written_.end());
+        for (; placed_ < written_.size(); ++placed_) {
+            const int number = written_[placed_];
+            if (std::rename(pattern_.TempPath(number).c_str(), pattern_.Path(number).c_str()) !=
+                0) {
+                const std::string why = std::strerror(errno);
+                throw MediaError("cannot put " + pattern_.Path(number) + " in place: " + why +
+                                 (placed_ == 0 ? std::string()
+                                               : "; " + pattern_.Path(written_.front()) + " to " +
+                                                     pattern_.Path(written_[placed_ - 1]) +
+                                                     " are new, the other frames as they were"));
+            }
+        }
+        if (!options_.overwrite || !options_.whole) return;
+        for (int frame : pattern_.FindFrames()) {
+            if (options_.whole->Holds(frame)) continue;
+            std::error_code ec;
+            if (!fs::remove(pattern_.Path(frame), ec) && ec)
+                throw MediaError("cannot remove the old frame " + pattern_.Path(frame) +
+                                 " beyond the new sequence: " + ec.message());
+        }
+    }
 
 private:
     oiio::ImageSpec Header() const {
@@ -242,8 +272,8 @@ private:
     WriteOptions options_;
     MediaFormat format_;
     std::mutex writtenMutex_;
-    std::vector<std::string> written_;
-    bool finished_ = false;
+    std::vector<int> written_; // numbers of the frames written under their hidden names
+    std::size_t placed_ = 0;   // how many of them are in place, in order
 };
 
 // The halves of every 8-bit or 16-bit value, as the library's own conversion rounds them.

@@ -62,15 +62,37 @@ void CheckOutput(const std::string& path, int first, int last, const WriteOption
         throw MediaError("output folder " + folder.string() + " does not exist");
     if (access(folder.c_str(), W_OK | X_OK) != 0)
         throw MediaError("output folder " + folder.string() + " is not writable");
-    if (options.overwrite || (options.resume && pattern)) return;
-    if (pattern) {
-        for (int frame : pattern->FindFrames())
-            if (frame >= first && frame <= last)
-                throw MediaError("output " + pattern->Path(frame) +
-                                 " already exists; use --overwrite to replace it");
-    } else if (fs::exists(path, ec)) {
-        throw MediaError("output " + path + " already exists; use --overwrite to replace it");
+    if (options.overwrite) return;
+    if (!pattern) {
+        if (fs::exists(path, ec))
+            throw MediaError("output " + path + " already exists; use --overwrite to replace it");
+        return;
     }
+    for (int frame : pattern->FindFrames()) {
+        if (frame >= first && frame <= last && !options.resume)
+            throw MediaError("output " + pattern->Path(frame) +
+                             " already exists; use --overwrite to replace it");
+        if (options.whole && !options.whole->Holds(frame))
+            throw MediaError(
+                "output " + pattern->Path(frame) + " already exists outside the frames " +
+                pattern->Path(options.whole->first) + " to " + pattern->Path(options.whole->last) +
+                " that this run makes; use --overwrite to replace the sequence");
+    }
+}
+
+std::vector<std::string> OutputInTheWay(const std::string& path, int first, int last,
+                                        const WriteOptions& options) {
+    std::vector<std::string> inTheWay;
+    if (const auto pattern = SequencePattern::Parse(path)) {
+        for (int frame : pattern->FindFrames())
+            if ((frame >= first && frame <= last && !options.resume) ||
+                (options.whole && !options.whole->Holds(frame)))
+                inTheWay.push_back(pattern->Path(frame));
+    } else {
+        std::error_code ec;
+        if (fs::exists(path, ec)) inTheWay.push_back(path);
+    }
+    return inTheWay;
 }
 
 std::unique_ptr<MediaWriter> CreateMedia(const std::string& path, const MediaFormat& format,

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "MediaFrame.h"
 
@@ -21,9 +23,12 @@ public:
     virtual void Read(int index, MediaFrame& frame) = 0;
 };
 
+// Writers keep the existing output whole until the run has succeeded: frames go to hidden files
+// beside it and take their places only in Finish.
 class MediaWriter {
 public:
-    // A writer destroyed before Finish removes everything it wrote.
+    // A writer destroyed before Finish removes everything it wrote and leaves the existing
+    // output as it was.
     virtual ~MediaWriter() = default;
     virtual const MediaFormat& Format() const = 0;
     // Writes one frame; `number` names the file of an image sequence. Frames come in order to a
@@ -31,7 +36,16 @@ public:
     virtual void Write(int number, const MediaFrame& frame) = 0;
     // How many frames Write may take at once from different threads, in any order.
     virtual int ConcurrentWrites() const { return 1; }
+    // Puts every frame written in place, replacing the files of the same names, and with
+    // `overwrite` removes the sequence's files outside the whole output.
     virtual void Finish() = 0;
+};
+
+// Frame numbers `first` to `last`, both included.
+struct FrameSpan {
+    int first = 0;
+    int last = -1;
+    bool Holds(int number) const { return number >= first && number <= last; }
 };
 
 struct WriteOptions {
@@ -41,6 +55,11 @@ struct WriteOptions {
     // renamed into place only once written.
     bool resume = false;
     double frameRate = 25.0;
+    // Frame numbers of the whole output of the run's timing, where known. A file of an image
+    // sequence outside them belongs to no run of this timing: without `overwrite` it stops the
+    // run, as the folder would hold a sequence that no run made; with it, a finished run removes
+    // the file.
+    std::optional<FrameSpan> whole;
 };
 
 bool IsVideoPath(const std::string& path);
@@ -62,6 +81,11 @@ SampleType OutputSampleFor(SampleType in, const std::string& ext);
 // format, an existing writable folder, and no file in the way of frames `first`
 // to `last` unless overwriting. Throws MediaError and touches nothing.
 void CheckOutput(const std::string& path, int first, int last, const WriteOptions& options);
+
+// Existing files that a run writing frames `first` to `last` to `path` would replace or, for an
+// image sequence, leave beside its frames outside `options.whole`.
+std::vector<std::string> OutputInTheWay(const std::string& path, int first, int last,
+                                        const WriteOptions& options);
 
 // `format` is the source's format; the writer picks its own sample type and channels.
 std::unique_ptr<MediaWriter> CreateMedia(const std::string& path, const MediaFormat& format,

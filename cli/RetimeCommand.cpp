@@ -7,13 +7,13 @@
 #include "cli/Commands.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
+#include "cli/OutputRun.h"
 #include "cli/Progress.h"
 #include "cli/RetimeEngine.h"
 #include "cli/RetimeSettings.h"
 #include "cli/SequencePattern.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
-#include "cli/WriteBehind.h"
 #include "image/Parallel.h"
 #include "sparkhost/DirectWorkers.h"
 
@@ -58,6 +58,7 @@ int RunRetime(std::span<const std::string> args) {
                          std::to_string(source->FrameCount()) + " input frames");
     const int first = source->FirstNumber();
     int from = first, to = first + count - 1;
+    const FrameSpan whole{from, to};
     if (s.frames) {
         if (s.frames->first < from || s.frames->last > to)
             throw MediaError("--frames " + std::to_string(s.frames->first) + "-" +
@@ -66,12 +67,11 @@ int RunRetime(std::span<const std::string> args) {
         from = s.frames->first;
         to = s.frames->last;
     }
-    WriteOptions options;
-    options.overwrite = s.overwrite;
-    options.resume = s.resume;
-    options.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
-    CheckOutput(s.output, from, to, options);
+    OutputPlan plan{s.input, s.output, whole, {from, to}, s.overwrite, s.resume};
+    plan.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
     if (s.printFrames) {
+        CheckOutputIsNotInput(plan.input, plan.output);
+        CheckOutput(s.output, from, to, plan.Options());
         std::printf("%d-%d\n", from, to);
         return 0;
     }
@@ -83,14 +83,14 @@ int RunRetime(std::span<const std::string> args) {
     if (rendered == 0) return 0;
 
     const MediaFormat& format = source->Format();
-    SparkHostUseWorkersDirect(s.threads, format.width, format.height);
-    auto writer = CreateMedia(s.output, format, options);
     StageClock clock;
+    OutputRun output(plan, format, &clock, s.threads);
+
+    SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
     const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));
-    WriteBehind output(*writer, &clock, s.threads);
     clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());
     for (const int number : numbers) {
         MediaFrame frame;

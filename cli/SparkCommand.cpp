@@ -12,11 +12,11 @@
 #include "cli/HostFrames.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
+#include "cli/OutputRun.h"
 #include "cli/Progress.h"
 #include "cli/StageClock.h"
 #include "cli/Threads.h"
 #include "cli/Timing.h"
-#include "cli/WriteBehind.h"
 #include "sparkhost/HostState.h"
 #include "sparkhost/PluginLoader.h"
 #include "sparkhost/WorkerPool.h"
@@ -171,17 +171,18 @@ int RunSpark(std::span<const std::string> args) {
         throw MediaError("this speed makes no output frame from the " + std::to_string(total) +
                          " input frames");
 
-    WriteOptions options;
-    options.overwrite = line.Has("overwrite");
-    options.frameRate = line.Has("rate")          ? ParsePositive(*line.Value("rate"), "--rate")
-                        : source->FrameRate() > 0 ? source->FrameRate()
-                                                  : 25.0;
     const int first = source->FirstNumber();
-    CheckOutput(output, first, first + count - 1, options);
-    auto writer = CreateMedia(output, format, options);
+    OutputPlan plan{input,
+                    output,
+                    {first, first + count - 1},
+                    {first, first + count - 1},
+                    line.Has("overwrite")};
+    plan.frameRate = line.Has("rate")          ? ParsePositive(*line.Value("rate"), "--rate")
+                     : source->FrameRate() > 0 ? source->FrameRate()
+                                               : 25.0;
+    OutputRun out(plan, format, &clock, threads);
     Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
     SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
-    WriteBehind out(*writer, &clock, threads);
     int written = 0;
     auto deliver = [&](const spark_info_struct& info) {
         const void* pixels = nullptr;

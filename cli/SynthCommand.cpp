@@ -11,6 +11,7 @@
 #include "Media.h"
 #include "Progress.h"
 #include "SequencePattern.h"
+#include "StopSignals.h"
 #include "Synth.h"
 #include "Threads.h"
 
@@ -54,12 +55,22 @@ int RunSynth(std::span<const std::string> args) {
     WriteOptions options;
     options.overwrite = line.Has("overwrite");
     const int truthFrames = settings.frames * settings.truthSteps;
+    WriteOptions truthOptions = options;
+    options.whole = FrameSpan{0, settings.frames - 1};
+    truthOptions.whole = FrameSpan{0, truthFrames - 1};
     CheckOutput(pattern->Text(), 0, settings.frames - 1, options);
-    CheckOutput(truth.Text(), 0, truthFrames - 1, options);
+    CheckOutput(truth.Text(), 0, truthFrames - 1, truthOptions);
 
     const MediaFormat format{settings.width, settings.height, 3, settings.sample};
+    // A stop signal ends the run between frames, and the writers remove what they wrote.
+    const StopSignals signals;
+    auto stopWhenAsked = [] {
+        if (const int signal = StopSignals::Received())
+            throw Interrupted(signal,
+                              "interrupted by " + StopSignals::Name(signal) + ": no frame written");
+    };
     auto source = CreateMedia(pattern->Text(), format, options);
-    auto truthWriter = CreateMedia(truth.Text(), format, options);
+    auto truthWriter = CreateMedia(truth.Text(), format, truthOptions);
     Progress progress("synth", settings.frames + truthFrames,
                       Progress::StyleFor(stderr, line.Has("quiet")));
     // Source frames, then true frames, one frame a job on every thread; the writers take frames
@@ -92,6 +103,7 @@ int RunSynth(std::span<const std::string> args) {
             }
             std::lock_guard lock(mutex);
             progress.FrameDone();
+            if (StopSignals::Received()) next = jobs; // every thread stops after its frame
         }
     };
     {
@@ -101,6 +113,7 @@ int RunSynth(std::span<const std::string> args) {
         work();
     }
     if (failure) std::rethrow_exception(failure);
+    stopWhenAsked();
     source->Finish();
     truthWriter->Finish();
     progress.Finish();

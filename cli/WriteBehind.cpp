@@ -42,14 +42,16 @@ void WriteBehind::Write(int number, MediaFrame&& frame) {
     changed_.notify_all();
 }
 
+void WriteBehind::Drain() {
+    std::unique_lock lock(mutex_);
+    const auto timed = TimeStage(clock_, Stage::WaitOutput);
+    // A failure empties the queue: then only the writes in flight remain.
+    changed_.wait(lock, [&] { return queue_.empty() && busy_ == 0; });
+    if (failure_) std::rethrow_exception(failure_);
+}
+
 void WriteBehind::Finish() {
-    {
-        std::unique_lock lock(mutex_);
-        const auto timed = TimeStage(clock_, Stage::WaitOutput);
-        // A failure empties the queue: then only the writes in flight remain.
-        changed_.wait(lock, [&] { return queue_.empty() && busy_ == 0; });
-        if (failure_) std::rethrow_exception(failure_);
-    }
+    Drain();
     const auto timed = TimeStage(clock_, Stage::Encode);
     writer_.Finish();
 }

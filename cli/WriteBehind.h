@@ -32,7 +32,9 @@ public:
 
     // Queues one frame, after waiting for room; throws the failure of an earlier frame.
     void Write(int number, MediaFrame&& frame);
-    // Waits for every frame, throws the first failure, then finishes the output.
+    // Waits for every frame queued to be written; throws the first failure.
+    void Drain();
+    // Drains, then finishes the output.
     void Finish();
 
 private:

@@ -8,6 +8,7 @@
 #include "CommandLine.h"
 #include "Commands.h"
 #include "MediaFrame.h"
+#include "StopSignals.h"
 
 namespace {
 
@@ -64,6 +65,9 @@ int main(int argc, char** argv) {
         if (command == "synth") return RunSynth(args);
         if (command == "score") return RunScore(args);
         throw UsageError("unknown command \"" + command + "\"");
+    } catch (const Interrupted& e) {
+        std::fprintf(stderr, "quelmor: %s\n", e.what());
+        return 128 + e.Signal();
     } catch (const UsageError& e) {
         std::fprintf(stderr, "quelmor: %s\n(quelmor --help lists the commands and options)\n",
                      e.what());

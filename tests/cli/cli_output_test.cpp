@@ -1,0 +1,277 @@
+// What a run leaves in its output folder when the output is the input under another name, when
+// it fails half-way, when it makes fewer frames than the output it replaces, and when a signal
+// stops it: never less than the output that was there, and never a mix that no run made.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "CliTestSupport.h"
+#include "cli/SequencePattern.h"
+
+namespace quelmor::cli {
+namespace {
+namespace fs = std::filesystem;
+using test::WriteSynthClip;
+
+// Every file under a folder with its size and a hash of its bytes.
+std::map<std::string, std::string> Contents(const fs::path& dir) {
+    std::map<std::string, std::string> files;
+    for (const auto& e : fs::recursive_directory_iterator(dir))
+        if (e.is_regular_file()) {
+            std::ostringstream bytes;
+            bytes << std::ifstream(e.path(), std::ios::binary).rdbuf();
+            files[e.path().lexically_relative(dir).string()] =
+                std::to_string(bytes.str().size()) + " bytes, hash " +
+                std::to_string(std::hash<std::string>{}(bytes.str()));
+        }
+    return files;
+}
+
+std::vector<std::string> HiddenFiles(const fs::path& dir) {
+    std::vector<std::string> hidden;
+    for (const auto& e : fs::directory_iterator(dir))
+        if (e.path().filename().string()[0] == '.') hidden.push_back(e.path().filename().string());
+    return hidden;
+}
+
+// Frames of 48x32: `plain` flat grey ones, which compress to a few hundred bytes, then noise,
+// which does not compress at all.
+void WritePlainThenNoise(const std::string& pattern, int plain, int noise) {
+    const MediaFormat f{48, 32, 3, SampleType::U8};
+    auto writer = CreateMedia(pattern, f, {});
+    std::mt19937 random(7);
+    for (int i = 0; i < plain + noise; ++i) {
+        MediaFrame frame;
+        frame.Allocate(f);
+        for (auto& v : frame.pixels)
+            v = i < plain ? std::uint8_t(100) : std::uint8_t(random());
+        writer->Write(i, frame);
+    }
+    writer->Finish();
+}
+
+class OutputTest : public test::FolderTest {};
+
+TEST_F(OutputTest, AnOutputThatIsTheInputUnderAnotherNameIsRefused) {
+    WriteSynthClip(In("s.%04d.png"), 3, SampleType::U8);
+    WriteSynthClip(In("v.mp4"), 3, SampleType::U8);
+    fs::create_directory_symlink(dir_, In("link"));
+    fs::create_hard_link(In("s.0002.png"), In("h.0002.png"));
+    const std::string dot = (dir_ / "." / "").string();
+    struct Case {
+        const char* name;
+        std::string line;
+    } cases[] = {
+        {"through ./", "retime @s.%04d.png " + dot + "s.%04d.png --speed 0.5"},
+        {"hashes for the field", "retime @s.%04d.png @s.####.png --speed 0.5"},
+        {"through a linked folder", "retime @s.%04d.png @link/s.%04d.png --speed 0.5"},
+        {"one frame hard-linked", "retime @s.%04d.png @h.%04d.png --speed 0.5"},
+        {"a video through ./", "retime @v.mp4 " + dot + "v.mp4 --speed 0.5"},
+        {"spark, hashes", "spark @s.%04d.png @s.####.png --speed 0.5"},
+    };
+    for (const Case& c : cases) {
+        const auto before = Contents(dir_);
+        const auto r = test::RunQuelmor(Args(c.line + " --overwrite --quiet"));
+        EXPECT_EQ(r.status, 2) << c.name << ": " << r.err;
+        EXPECT_NE(r.err.find("the output must not be the input"), std::string::npos)
+            << c.name << ": " << r.err;
+        EXPECT_EQ(Contents(dir_), before) << c.name;
+    }
+}
+
+TEST_F(OutputTest, AFailedRunLeavesTheOldOutputWhole) {
+    // Four plain frames write under the file size limit, the noisy ones after them cannot.
+    WritePlainThenNoise(In("mixed.%04d.png"), 4, 4);
+    WriteSynthClip(In("s.%04d.png"), 8, SampleType::U8);
+    WriteSynthClip(In("cut.%04d.png"), 8, SampleType::U8);
+    fs::resize_file(In("cut.0005.png"), fs::file_size(In("cut.0005.png")) / 2);
+    struct Case {
+        const char* name;
+        const char* input; // as to Args
+        const char* output;
+        long maxFileBytes;
+    } cases[] = {
+        {"disk full after four frames", "@mixed.%04d.png", "old.%04d.png", 2000},
+        {"truncated source frame", "@cut.%04d.png", "old.%04d.png", -1},
+        {"disk full, video", "@mixed.%04d.png", "old.mov", 3000},
+    };
+    for (const Case& c : cases) {
+        Run("retime @s.%04d.png @" + std::string(c.output) + " --speed 1 --quiet");
+        const auto before = Contents(dir_);
+        const auto r =
+            test::RunQuelmor(Args(std::string("retime ") + c.input + " @" + c.output +
+                                  " --speed 1 --interpolation nearest --overwrite --quiet"),
+                             {c.maxFileBytes, false});
+        EXPECT_EQ(r.status, 1) << c.name << ": " << r.err;
+        EXPECT_NE(r.err.find("cannot"), std::string::npos) << c.name << ": " << r.err;
+        EXPECT_EQ(Contents(dir_), before) << c.name;
+        for (const auto& [name, bytes] : Contents(dir_))
+            if (name.rfind("old", 0) == 0) fs::remove(In(name));
+    }
+}
+
+TEST_F(OutputTest, OverwritingLeavesOnlyTheNewSequence) {
+    WriteSynthClip(In("s.%04d.png"), 6, SampleType::U8);
+    struct Step {
+        const char* line; // as to Args
+        int status;
+        int first, last; // frame numbers of out.%04d.png afterwards
+    };
+    struct Case {
+        const char* name;
+        std::vector<Step> steps;
+    } cases[] = {
+        {"fewer frames", {{"--speed 0.5", 0, 0, 11}, {"--speed 1 --overwrite", 0, 0, 5}}},
+        {"fewer frames, not overwriting, refused",
+         {{"--speed 0.5 --frames 6-11", 0, 6, 11}, {"--speed 1", 1, 6, 11}}},
+        {"a chunk keeps the other chunks",
+         {{"--speed 0.5", 0, 0, 11}, {"--speed 0.5 --frames 2-3 --overwrite", 0, 0, 11}}},
+        // Frames 3 to 5 are another chunk's, by their numbers; those past the new end no chunk's.
+        {"a chunk of fewer frames",
+         {{"--speed 0.5", 0, 0, 11}, {"--speed 1 --frames 0-2 --overwrite", 0, 0, 5}}},
+    };
+    for (const Case& c : cases) {
+        for (const Step& step : c.steps) {
+            const auto r = test::RunQuelmor(
+                Args(std::string("retime @s.%04d.png @out.%04d.png --quiet ") + step.line));
+            EXPECT_EQ(r.status, step.status) << c.name << ", " << step.line << ": " << r.err;
+            const auto frames = SequencePattern::Parse(In("out.%04d.png"))->FindFrames();
+            ASSERT_FALSE(frames.empty()) << c.name << ", " << step.line;
+            EXPECT_EQ(frames.front(), step.first) << c.name << ", " << step.line;
+            EXPECT_EQ(frames.back(), step.last) << c.name << ", " << step.line;
+            EXPECT_EQ(int(frames.size()), step.last - step.first + 1) << c.name;
+        }
+        EXPECT_TRUE(HiddenFiles(dir_).empty()) << c.name;
+        for (int frame : SequencePattern::Parse(In("out.%04d.png"))->FindFrames())
+            fs::remove(SequencePattern::Parse(In("out.%04d.png"))->Path(frame));
+    }
+    // What replaced the old frames is the new run's work, as a run into an empty folder makes it.
+    Run("retime @s.%04d.png @out.%04d.png --speed 0.5 --quiet");
+    Run("retime @s.%04d.png @out.%04d.png --speed 1 --overwrite --quiet");
+    Run("retime @s.%04d.png @fresh.%04d.png --speed 1 --quiet");
+    test::ExpectSameFrames(In("out.%04d.png"), In("fresh.%04d.png"), "overwritten against fresh");
+}
+
+// A quelmor process started without waiting for it.
+struct Started {
+    pid_t pid = -1;
+    std::string errPath;
+};
+
+Started Start(const std::vector<std::string>& args, const std::string& errPath) {
+    std::vector<std::string> argv = {QUELMOR_BINARY};
+    argv.insert(argv.end(), args.begin(), args.end());
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(open("/dev/null", O_WRONLY), 1);
+        dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 2);
+        std::vector<char*> raw;
+        for (auto& a : argv)
+            raw.push_back(a.data());
+        raw.push_back(nullptr);
+        execv(raw[0], raw.data());
+        _exit(127);
+    }
+    return {pid, errPath};
+}
+
+// Waits until a hidden file appears in `dir`, which the output's writer makes only after its
+// signal handlers are in place; false when the process ended first.
+bool WaitForHiddenFile(pid_t pid, const fs::path& dir) {
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < give_up) {
+        if (!HiddenFiles(dir).empty()) return true;
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+int Wait(pid_t pid) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+TEST_F(OutputTest, ASignalStopsTheRunWithItsOutputInOrder) {
+    // Long enough that no run ends before its signal: hundreds of frames of 160x96.
+    Run("synth @s.%04d.png --frames 3 --size 160x96 --quiet");
+    fs::create_directory(In("out"));
+    const std::string scratch = (dir_ / "err.txt").string();
+    struct Case {
+        const char* name;
+        const char* line; // as to Args; the output goes to out/
+        int signal;
+        bool oldOutput;   // an earlier run's output is in place and --overwrite given
+        bool keepsFrames; // the frames written so far stay, named in the message
+    } cases[] = {
+        {"retime, interrupted", "retime @s.%04d.png @out/r.%04d.png --speed 0.01", SIGINT, false,
+         true},
+        {"retime over an old output", "retime @s.%04d.png @out/r.%04d.png --speed 0.01", SIGTERM,
+         true, false},
+        {"spark, hung up", "spark @s.%04d.png @out/r.%04d.png --speed 0.01", SIGHUP, false, true},
+        {"spark over an old output", "spark @s.%04d.png @out/r.%04d.png --speed 0.01", SIGINT, true,
+         false},
+        {"video", "retime @s.%04d.png @out/r.mp4 --speed 0.01", SIGTERM, false, false},
+        {"video over an old one", "retime @s.%04d.png @out/r.mp4 --speed 0.01", SIGINT, true,
+         false},
+        {"synth", "synth @out/r.%04d.png --frames 300 --size 320x180", SIGINT, false, false},
+    };
+    for (const Case& c : cases) {
+        fs::remove_all(In("out"));
+        fs::create_directory(In("out"));
+        std::string line = c.line + std::string(" --quiet");
+        if (c.oldOutput) {
+            std::string old = line;
+            old.replace(old.find("0.01"), 4, "1");
+            Run(old);
+            line += " --overwrite";
+        }
+        const auto before = Contents(In("out"));
+        const Started run = Start(Args(line), scratch);
+        ASSERT_TRUE(WaitForHiddenFile(run.pid, In("out"))) << c.name << " ended early";
+        kill(run.pid, c.signal);
+        EXPECT_EQ(Wait(run.pid), 128 + c.signal) << c.name;
+        const std::string err = test::Slurp(scratch);
+        EXPECT_NE(err.find("interrupted by SIG"), std::string::npos) << c.name << ": " << err;
+        EXPECT_TRUE(HiddenFiles(In("out")).empty()) << c.name << ": " << err;
+        if (c.oldOutput) {
+            EXPECT_EQ(Contents(In("out")), before) << c.name << ": " << err;
+            EXPECT_NE(err.find("left as it was"), std::string::npos) << c.name << ": " << err;
+        }
+        if (!c.keepsFrames) {
+            if (!c.oldOutput) {
+                EXPECT_TRUE(Contents(In("out")).empty()) << c.name << ": " << err;
+            }
+            continue;
+        }
+        // The frames kept run from the first without a gap, the message names the last, and
+        // each is whole: what a run of just those frames makes, where a run can be cut so.
+        const auto pattern = SequencePattern::Parse(In("out/r.%04d.png"));
+        const auto frames = pattern->FindFrames();
+        ASSERT_FALSE(frames.empty()) << c.name << ": " << err;
+        EXPECT_EQ(frames.front(), 0) << c.name;
+        EXPECT_EQ(int(frames.size()), frames.back() + 1) << c.name;
+        EXPECT_NE(err.find(pattern->Path(frames.back()) + " written"), std::string::npos)
+            << c.name << ": " << err;
+        auto kept = OpenMedia(In("out/r.%04d.png"));
+        MediaFrame frame;
+        for (int i = 0; i < kept->FrameCount(); ++i)
+            EXPECT_NO_THROW(kept->Read(i, frame)) << c.name << ", frame " << i;
+        if (std::string(c.line).rfind("retime", 0) != 0) continue;
+        fs::remove_all(In("ref"));
+        fs::create_directory(In("ref"));
+        Run("retime @s.%04d.png @ref/r.%04d.png --speed 0.01 --quiet --frames 0-" +
+            std::to_string(frames.back()));
+        test::ExpectSameFrames(In("out/r.%04d.png"), In("ref/r.%04d.png"), c.name);
+    }
+}
+
+} // namespace
+} // namespace quelmor::cli
