@@ -60,6 +60,7 @@ int RunRetime(std::span<const std::string> args) {
     WriteOptions options;
     options.overwrite = s.overwrite;
     options.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
+    CheckEngineFrameSize(source->Format(), s.vectorQuality);
     CheckOutput(s.output, from, to, options);
 
     const MediaFormat& format = source->Format();

@@ -14,6 +14,7 @@
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
 #include "cli/Progress.h"
+#include "cli/RetimeEngine.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
 #include "cli/WriteBehind.h"
@@ -118,6 +119,8 @@ int RunSpark(std::span<const std::string> args) {
     if (!plugin) throw MediaError("cannot load the plug-in " + pluginPath + ": " + why);
 
     const MediaFormat& format = source->Format();
+    // The plug-in's qualities make no flow image larger than the frame itself.
+    CheckEngineFrameSize(format, 0);
     StageClock clock;
     auto frames = std::make_shared<MediaFrameSource>(*source, &clock);
     SparkHostReset();
