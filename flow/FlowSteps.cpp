@@ -13,7 +13,8 @@
 namespace {
 
 // Splits a position into a truncated integer part and a fraction, pulling the last index back by
-// one with fraction 1 so that the pixel to the right (or below) always exists.
+// one with fraction 1 so that the pixel to the right (or below) always exists. `last` is at least
+// 1: the flow object keeps no level under two pixels on either side.
 inline void SplitPosition(float p, int last, int* i, float* f) {
     int n = static_cast<int>(p);
     float r = p - static_cast<float>(n);
