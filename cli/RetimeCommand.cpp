@@ -67,6 +67,7 @@ int RunRetime(std::span<const std::string> args) {
         from = s.frames->first;
         to = s.frames->last;
     }
+    CheckEngineFrameSize(source->Format(), s.vectorQuality);
     OutputPlan plan{s.input, s.output, whole, {from, to}, s.overwrite, s.resume};
     plan.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
     if (s.printFrames) {

@@ -47,6 +47,17 @@ MediaFormat WorkingFormat(const MediaFormat& source) {
     return f;
 }
 
+void CheckEngineFrameSize(const MediaFormat& source, int vectorQuality) {
+    const MediaFormat working = WorkingFormat(source);
+    const int pixelBytes = working.channels * int(SampleBytes(working.sample));
+    if (ZUQuelmor4::FrameFits(working.width, working.height, pixelBytes, vectorQuality,
+                              kHighQuality))
+        return;
+    throw MediaError("frames of " + std::to_string(source.width) + "x" +
+                     std::to_string(source.height) +
+                     " are too large: the engine holds a frame as one image of at most 2 GiB");
+}
+
 CliQuelmor::CliQuelmor(MediaReader& source, const Timing& timing, const SparkCurve* scenes,
                        StageClock* clock)
     : source_(source), timing_(timing), scenes_(scenes), clock_(clock),

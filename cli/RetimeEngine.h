@@ -25,6 +25,10 @@ struct EngineSettings {
 // Working format of the engine for a source: four channels of 8 bits, 16 bits or float.
 MediaFormat WorkingFormat(const MediaFormat& source);
 
+// Throws MediaError, saying why, when the engine cannot hold frames of this source at this vector
+// quality: an image of the working format, or one the flow makes, would pass 2 GiB.
+void CheckEngineFrameSize(const MediaFormat& source, int vectorQuality);
+
 class CliQuelmor final : public ZUQuelmor4 {
 public:
     // `scenes` and `clock` may be null; the reader, timing, curve and clock must outlive the

@@ -14,6 +14,7 @@
 #include "cli/Media.h"
 #include "cli/OutputRun.h"
 #include "cli/Progress.h"
+#include "cli/RetimeEngine.h"
 #include "cli/StageClock.h"
 #include "cli/Threads.h"
 #include "cli/Timing.h"
@@ -120,6 +121,8 @@ int RunSpark(std::span<const std::string> args) {
     if (!plugin) throw MediaError("cannot load the plug-in " + pluginPath + ": " + why);
 
     const MediaFormat& format = source->Format();
+    // The plug-in's qualities make no flow image larger than the frame itself.
+    CheckEngineFrameSize(format, 0);
     StageClock clock;
     auto frames = std::make_shared<MediaFrameSource>(*source, &clock);
     SparkHostReset();

@@ -124,7 +124,9 @@ void CopyRows(DQImage* dest, const DQImage* other, RowSet rows, int from, int to
 
 int BlendRows(DQImage* dest, const DQImage* other, RowSet rows, float k, int threads,
               bool useTable) {
-    if (!SameLayout(dest, other) || (dest->channels != 3 && dest->channels != 4)) return 0;
+    if (!SameLayout(dest, other) || (dest->channels != 3 && dest->channels != 4) ||
+        !DQDispatchableType(dest->dataType))
+        return 0;
     if (k == 1.0f) return 1;
     if (!FloatWhiteIsOne(dest)) return 0;
     const int count = rows.Count(dest->height);
@@ -191,7 +193,7 @@ void Dissolve(DQImage* dest, const DQImage* a, const DQImage* b, float t) {
     if (std::fabs(double(t) - 1.0) < 0.005) return CopyImage(dest, b);
     if (a->channels == 4 && (t < 0.0f || t > 1.0f)) {
         CopyImage(dest, a);
-        DQBlend(dest, b, 1, 1.0f - t);
+        if (DQBlend(dest, b, 1, 1.0f - t) == 0) DQThrow(kDQErrBadArgument);
         return;
     }
     DQDispatchType(dest->dataType, [&]<class T>() { DissolveRows<T>(dest, a, b, t); });

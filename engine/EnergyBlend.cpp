@@ -91,7 +91,7 @@ void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount) {
     const double e = 1.0 - (std::fabs(0.5 - u) + std::fabs(0.5 - u));
     // blurred = w + (blurred - w)(-0.5 e) = w + 0.5 e (w - blurred): an unsharp mask. The warped
     // frame itself is the plain side: it is not written before the mix below.
-    DQBlend(blurred.get(), warped, 1, float(-0.5 * e));
+    if (DQBlend(blurred.get(), warped, 1, float(-0.5 * e)) == 0) DQThrow(kDQErrBadArgument);
     mask->InvertBytes();
     MixThroughMask(warped, blurred.get(), mask.get(), 1, 0);
 }

@@ -97,6 +97,13 @@ public:
     // Drops all kept motion.
     void ResetMotion();
 
+    // Whether the engine can hold frames of width x height with `pixelBytes` per pixel at this
+    // vector quality: every image it makes for such a frame (the frame itself, its one-channel
+    // float copy for the flow, the flow's three-channel level 0) must stay within the 2 GiB that
+    // 32-bit row offsets address. GetFrame refuses a larger result with 5 before it writes.
+    static bool FrameFits(int width, int height, int pixelBytes, int vectorQuality,
+                          long highQuality);
+
     // Written at the start of each call; a derived class may read them.
     int32_t fieldsIn = 0;
     int32_t fieldsOut = 0;

@@ -28,6 +28,10 @@ public:
                    float outputFrameRate, float motionBlur);
     static void FlowLevelForQuality(int quality, long highQuality, int width, int height,
                                     int* level, int* flowWidth, int* flowHeight);
+    // Whether frames of this size can be retimed with motion at this quality: the warps and every
+    // level of the flow need a cell of 2x2 pixels, so a smaller frame or flow takes the road
+    // without motion.
+    static bool MotionFits(int quality, long highQuality, int width, int height);
 
     // Destroys flow objects and owned flow images; borrowed slots are only cleared.
     void Reset();

@@ -3,6 +3,9 @@
 
 #include "engine/EngineInternal.h"
 
+#include <algorithm>
+#include <cstdint>
+
 ZUQuelmor4Internal::ZUQuelmor4Internal() = default;
 
 ZUQuelmor4Internal::~ZUQuelmor4Internal() {
@@ -28,6 +31,28 @@ void ZUQuelmor4Internal::FlowLevelForQuality(int quality, long highQuality, int 
     *level = l;
     *flowWidth = w;
     *flowHeight = h;
+}
+
+bool ZUQuelmor4::FrameFits(int width, int height, int pixelBytes, int vectorQuality,
+                           long highQuality) {
+    if (width < 0 || height < 0 || pixelBytes < 0) return false;
+    constexpr int64_t kLimit = INT32_MAX;
+    const int64_t pixels = int64_t(width) * height;
+    int64_t largest = pixels * std::max(pixelBytes, int(sizeof(float)));
+    if (vectorQuality != 0 &&
+        ZUQuelmor4Internal::MotionFits(vectorQuality, highQuality, width, height)) {
+        int level = 0, flowWidth = 0, flowHeight = 0;
+        ZUQuelmor4Internal::FlowLevelForQuality(vectorQuality, highQuality, width, height, &level,
+                                                &flowWidth, &flowHeight);
+        largest = std::max(largest, int64_t(flowWidth) * flowHeight * 3 * int64_t(sizeof(float)));
+    }
+    return largest <= kLimit;
+}
+
+bool ZUQuelmor4Internal::MotionFits(int quality, long highQuality, int width, int height) {
+    int level = 0, flowWidth = 0, flowHeight = 0;
+    FlowLevelForQuality(quality, highQuality, width, height, &level, &flowWidth, &flowHeight);
+    return width >= 2 && height >= 2 && flowWidth >= 2 && flowHeight >= 2;
 }
 
 void ZUQuelmor4Internal::SetConfig(ZUQuelmor4& engine, const ZUImage* result, int fieldsIn,

@@ -47,6 +47,6 @@ void ZUQuelmor4Internal::ApplyMotionBlur(DQImage* dest, DQImage* source, DQImage
     DQBlurAlongFlow(dest, source, flow, highQuality ? 1 : 0, progress, 0, kSharpeningShutter);
     if (progress) progress->RepeatProgress();
     // dest = source + (blurred - source) amount: a negative amount pushes the smear away.
-    DQBlendParallel(dest, source, amount);
+    if (DQBlendParallel(dest, source, amount) == 0) DQThrow(kDQErrBadArgument);
     if (progress) progress->RepeatProgress();
 }

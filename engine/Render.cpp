@@ -10,6 +10,8 @@
 #include "engine/SingleLayerRoad.h"
 
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 
 namespace {
 
@@ -72,6 +74,13 @@ void FrameRenderer::SetUp() {
         DQThrow(kDQErrBadArgument);
     DQImage* result = ZUImageGetDQImage(req_.result);
     if (!result) DQThrow(kDQErrBadArgument);
+    if (!ZUQuelmor4::FrameFits(result->width, result->height, result->pixelBytes,
+                               req_.vectorQuality, req_.highQuality) ||
+        int64_t(result->rowBytes) * result->height > INT32_MAX) {
+        std::fprintf(stderr, "ZUQuelmor4: a frame of %dx%d passes the 2 GiB limit of one image\n",
+                     result->width, result->height);
+        DQThrow(kDQErrBadArgument);
+    }
     state_.flowAtoB = nullptr;
     state_.layerCount = req_.foregroundLayers + 1;
     for (int i = 0; i < req_.foregroundLayers; ++i) {
@@ -102,6 +111,12 @@ void FrameRenderer::Run() {
     state_.SetConfig(engine_, req_.result, req_.fieldsIn, req_.fieldsOut, req_.vectorQuality,
                      req_.interpolation, req_.highQuality, req_.inputFrameRate,
                      req_.outputFrameRate, req_.motionBlur);
+    if (state_.vectorQuality != 0 &&
+        !ZUQuelmor4Internal::MotionFits(state_.vectorQuality, req_.highQuality, state_.width,
+                                        state_.height)) {
+        state_.vectorQuality = 0;
+        req_.cacheLastMotion = 0;
+    }
     if (!RatesAreValid(req_.inputFrameRate, req_.outputFrameRate)) DQThrow(kDQErrBadArgument);
 
     for (int pass = 0; pass < passes_; ++pass)

@@ -58,6 +58,12 @@ int ZUQuelmor4::GetFrameRequirements(FrameRequirements* out, const ZUImage* resu
         return 0;
     }
     if (UsesExternalVectors() == 1) cacheLastMotion = 0;
+    if (vectorQuality != 0 && result &&
+        !ZUQuelmor4Internal::MotionFits(vectorQuality, highQuality, result->width,
+                                        result->height)) {
+        vectorQuality = 0;
+        cacheLastMotion = 0;
+    }
 
     const int layers = foregroundLayers > 0 ? std::min(foregroundLayers, kMaxLayers - 1) : 0;
     if (fieldsIn) {

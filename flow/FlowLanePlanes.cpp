@@ -12,15 +12,21 @@ namespace {
 
 using namespace flow_lanes;
 
-// Eight elements from p, kStep apart.
+// Eight elements from p, kStep apart. `odd` says that p is the second element of a pair: the pair
+// load then starts one element earlier, so that it reads the 15 floats from the first pair's
+// start to the eighth element and never the float after the eighth pair.
 template <int kStep>
-inline F8 LoadEvery(const float* p) {
+inline F8 LoadEvery(const float* p, bool odd) {
     if constexpr (kStep == 1) {
         return Load(p);
     } else if constexpr (kStep == 2) {
-        F8 even, odd;
-        LoadPairs(p, &even, &odd);
-        return even;
+        F8 evens, odds;
+        if (odd) {
+            LoadPairs(p - 1, &evens, &odds);
+            return odds;
+        }
+        LoadPairs(p, &evens, &odds);
+        return evens;
     } else {
         F8 v;
         for (int k = 0; k < kDQFlowLanes; ++k)
@@ -68,9 +74,10 @@ void CopyGuardLine(const DQFlowLanePlane& plane) {
 }
 
 // target(t, s) = line(t)[s * kStep] over the target's lanes and lines, in bands of eight target
-// lines; `pad` also pads the lines written.
+// lines; `pad` also pads the lines written. `odd` says that every line starts on the second
+// element of a pair (channel 1 of two).
 template <int kStep, class Line>
-void TransposeInto(const DQFlowLanePlane& target, Line line, bool pad) {
+void TransposeInto(const DQFlowLanePlane& target, Line line, bool pad, bool odd = false) {
     const int tiles = (target.lines + 7) / 8;
     ZUMPForRows(tiles, [&](int, int first, int last) {
         for (int tile = first; tile <= last; ++tile) {
@@ -80,7 +87,7 @@ void TransposeInto(const DQFlowLanePlane& target, Line line, bool pad) {
                 for (; t0 + 8 <= target.lanes; t0 += 8) {
                     F8 v[8];
                     for (int r = 0; r < 8; ++r)
-                        v[r] = LoadEvery<kStep>(line(t0 + r) + s0 * kStep);
+                        v[r] = LoadEvery<kStep>(line(t0 + r) + s0 * kStep, odd);
                     TransposeTile(v);
                     for (int i = 0; i < 8; ++i)
                         Store(target.At(t0, s0 + i), v[i]);
@@ -118,7 +125,7 @@ void DQFlowLoadLanePlane(DQFlowLanePlane& plane, const DQImage* image, int chann
         if (c == 1)
             TransposeInto<1>(plane, line, true);
         else if (c == 2)
-            TransposeInto<2>(plane, line, true);
+            TransposeInto<2>(plane, line, true, channel % 2 == 1);
         else if (c == 3)
             TransposeInto<3>(plane, line, true);
         else

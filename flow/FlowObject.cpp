@@ -110,6 +110,17 @@ void DQOpticalFlowUChar::Construct(int throwOnError, int width_, int height_, in
     }
     maxX = width - 1;
     maxY = height - 1;
+    // Every step of the solver reads a pixel and its right and lower neighbours: a level 0 of
+    // one pixel (or none) across cannot hold a flow. Such an object keeps no levels.
+    if (width < 2 || height < 2) {
+        numLevels = 0;
+        startLevel = 0;
+        useSeeds = 0;
+        useMattes = 0;
+        error = kDQErrBadArgument;
+        if (throwOnError == 1) DQThrow(kDQErrBadArgument);
+        return;
+    }
     numLevels = CountLevels(width, height, minLevelSize);
     startLevel = numLevels - 1;
     sensitivity = 1.0f;
@@ -178,6 +189,7 @@ void DQOpticalFlowUChar::ComputeFlow(DQImage* result, DQImage* imageA, DQImage* 
         fputs(kIncompatibleInputs, stderr);
         return;
     }
+    if (numLevels < 1) DQThrow(kDQErrBadArgument);
     if (result && (result->width != width || result->height != height || result->channels != 2))
         fputs(kIncompatibleInputs, stderr);
     BuildImagePyramid(imageB, imageBLevels, enhanceEdges, nullptr);
@@ -210,6 +222,7 @@ void DQOpticalFlowUChar::SolveLoadedFlowIgnoringMattes(DQImage* result, int smoo
 
 void DQOpticalFlowUChar::LoadImage(DQImage* image, DQImage* firstCheck, DQImage* secondCheck,
                                    int which, bool enhanceEdges) {
+    if (numLevels < 1) DQThrow(kDQErrBadArgument);
     for (const DQImage* check : {firstCheck, secondCheck}) {
         if (check && (check->width != image->width || check->height != image->height)) {
             fputs(kIncompatibleInputs, stderr);

@@ -99,6 +99,8 @@ void DQFlowConvertInput(DQImage* target, const DQImage* source, bool videoLevels
         fputs(" floating image input to DQOpticalFlowUChar is not in correct range\n", stderr);
         return;
     }
+    // Other images leave the target as it was.
+    if (!DQDispatchable(source->dataType, source->channels)) return;
     DQDispatchTypeChannels(source->dataType, source->channels, [&]<class T, int C>() {
         if constexpr (C != 2) ConvertRows<T, C>(target, source, videoLevels);
     });

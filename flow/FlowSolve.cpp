@@ -139,6 +139,7 @@ void DQOpticalFlowUChar::SolveLevel(int level, int smoothing, int skipPropagatio
 
 void DQOpticalFlowUChar::SolveLoadedFlow(DQImage* result, int smoothing, int skipPropagation,
                                          ZUIdleAndProgressClass* progress) {
+    if (numLevels < 1) DQThrow(kDQErrBadArgument);
     double total = 0.0;
     for (int level = startLevel; level >= 0; --level)
         total +=

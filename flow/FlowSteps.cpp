@@ -13,7 +13,8 @@
 namespace {
 
 // Splits a position into a truncated integer part and a fraction, pulling the last index back by
-// one with fraction 1 so that the pixel to the right (or below) always exists.
+// one with fraction 1 so that the pixel to the right (or below) always exists. `last` is at least
+// 1: the flow object keeps no level under two pixels on either side.
 inline void SplitPosition(float p, int last, int* i, float* f) {
     int n = static_cast<int>(p);
     float r = p - static_cast<float>(n);
@@ -203,8 +204,11 @@ QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, int x, int y, const fl
     const int shiftSpread = AcrossLanes<true>(shift)[0] - shiftLow;
     const int rowSpread = AcrossLanes<true>(iy)[0] - rowLow;
     const int base = x + shiftLow;
-    // The loads reach base + 7 + 1 + shiftSpread, which must stay on the row.
-    if (shiftSpread > 1 || rowSpread > 1 || base + 8 + shiftSpread > b.lastX) return false;
+    // The loads run from base to base + 7 + 1 + shiftSpread, which must all stay on the row: a
+    // first lane that samples its own column while the others sample one to the left starts at
+    // base -1 in column 0.
+    if (shiftSpread > 1 || rowSpread > 1 || base < 0 || base + 8 + shiftSpread > b.lastX)
+        return false;
     const I8 nextT = shift != shiftLow, nextS = iy != rowLow;
     // Each lane's left and right sample on row rowLow + j.
     const auto samples = [&](int j, F8* left, F8* right) {

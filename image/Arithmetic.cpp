@@ -13,6 +13,11 @@ bool SameShape(const DQImage& a, const DQImage& b) {
            a.channels == b.channels;
 }
 
+// Images the typed loops below can address; any other element type is left as it is.
+bool Addressable(const DQImage& image) {
+    return image.data && image.width >= 1 && DQDispatchableType(image.dataType);
+}
+
 // The generic path of element-wise operations between two images of any of the three types:
 // both elements read as float, `combine` applied, the result stored as the element writers store.
 template <class Combine>
@@ -51,7 +56,7 @@ void ForRowsInBands(const DQImage& image, Body body) {
 } // namespace
 
 void DQImage::Scale(float f) {
-    if (std::fabs(f - 1.0f) < 1e-06f || !data || width < 1) return;
+    if (std::fabs(f - 1.0f) < 1e-06f || !Addressable(*this)) return;
     if (dataType == DQ_FLOAT) {
         ForRowsInBands<float>(*this, [f](float* __restrict row, int n) {
             for (int i = 0; i < n; ++i)
@@ -72,7 +77,7 @@ void DQImage::ScaleColour(float f) {
         Scale(f);
         return;
     }
-    if (!data || width < 1) return;
+    if (!Addressable(*this)) return;
     DQDispatchType(dataType, [&]<class T>() {
         const int stride = channels;
         for (int y = 0; y < height; ++y) {
@@ -102,7 +107,8 @@ void DQImage::ScaleXY(float fx, float fy) {
 }
 
 void DQImage::Subtract(const DQImage* source) {
-    if (!source || !SameShape(*this, *source)) return;
+    if (!source || !SameShape(*this, *source) || !Addressable(*this) || !Addressable(*source))
+        return;
     if (dataType == DQ_FLOAT && source->dataType == DQ_FLOAT) {
         const int elements = width * channels;
         ZUMPForRows(height, [&](int, int first, int last) {
@@ -119,7 +125,8 @@ void DQImage::Subtract(const DQImage* source) {
 }
 
 void DQImage::MaxInto(const DQImage* source) {
-    if (!source || !SameShape(*this, *source) || channels != 1 || dataType != source->dataType)
+    if (!source || !SameShape(*this, *source) || channels != 1 || dataType != source->dataType ||
+        !Addressable(*this))
         return;
     DQDispatchType(dataType, [&]<class T>() {
         for (int y = 0; y < height; ++y) {
@@ -132,12 +139,13 @@ void DQImage::MaxInto(const DQImage* source) {
 }
 
 void DQImage::MinInto(const DQImage* source) {
-    if (!source || !SameShape(*this, *source)) return;
+    if (!source || !SameShape(*this, *source) || !Addressable(*this) || !Addressable(*source))
+        return;
     CombineThroughFloats(*this, *source, [](float a, float b) { return std::min(a, b); });
 }
 
 void DQImage::Invert() {
-    if (!data || width < 1) return;
+    if (!Addressable(*this)) return;
     DQDispatchType(dataType, [&]<class T>() {
         ForRowsInBands<T>(*this, [](T* __restrict row, int n) {
             for (int i = 0; i < n; ++i) {

@@ -43,7 +43,8 @@ void ForChannelPairs(DQImage& dst, int dc, const DQImage& src, int sc, Body body
 
 bool ChannelPairFits(const DQImage& dst, int dc, const DQImage& src, int sc) {
     return dst.data && src.data && dst.width == src.width && dst.height == src.height && dc >= 0 &&
-           dc < dst.channels && sc >= 0 && sc < src.channels;
+           dc < dst.channels && sc >= 0 && sc < src.channels && DQDispatchableType(dst.dataType) &&
+           DQDispatchableType(src.dataType);
 }
 
 // Start on each side and length of the centred overlap of a destination and a source side.
@@ -63,7 +64,9 @@ void DQImage::CopyFromNormalised(int dx, int dy, const DQImage* source, int sx, 
         CopyFrom(dx, dy, source, sx, sy, w, h);
         return;
     }
-    if (channels != source->channels || channels < 1 || channels > 4) return;
+    if (channels != source->channels || !DQDispatchable(dataType, channels) ||
+        !DQDispatchableType(source->dataType))
+        return;
     if (!DQRectInside(width, height, dx, dy, w, h) ||
         !DQRectInside(source->width, source->height, sx, sy, w, h)) {
         std::fprintf(stderr, "CopyFromNormalised: rectangle outside the images\n");
@@ -128,7 +131,7 @@ void DQImage::CopyTranspose(const DQImage* source) {
         std::fprintf(stderr, "DQImage::CopyTranspose resolutions don't match\n");
         return;
     }
-    if (!data || !source->data || source == this) return;
+    if (!data || !source->data || source == this || !DQDispatchable(dataType, channels)) return;
     DQDispatchTypeChannels(dataType, channels, [&]<class T, int C>() {
         for (int y = 0; y < height; ++y) {
             T* __restrict out = Row<T>(y);

@@ -79,6 +79,17 @@ void DQImage::InitLayout(bool allocate, int throwOnFailure) {
     elementBytes = kElementBytes[dataType];
     pixelBytes = elementBytes * channels;
     if (allocate) {
+        // Row offsets are 32-bit: an image beyond 2 GiB (or of negative size) cannot be
+        // addressed, and is refused like an allocation that failed.
+        const int64_t bytes = int64_t(width) * pixelBytes * height;
+        if (width < 0 || height < 0 || bytes > INT32_MAX) {
+            data = nullptr;
+            ownsData = 0;
+            rowBytes = 0;
+            errorCode = kDQErrMemory;
+            if (throwOnFailure == 1) DQThrow(kDQErrMemory);
+            return;
+        }
         rowBytes = width * pixelBytes;
         try {
             data = static_cast<uint8_t*>(
@@ -244,6 +255,7 @@ void DQImage::CopyFrom(int dx, int dy, const DQImage* source, int sx, int sy, in
             std::memcpy(PixelAddress(dx, dy + y), source->PixelAddress(sx, sy + y), bytes);
         return;
     }
+    if (!DQDispatchableType(dataType) || !DQDispatchableType(source->dataType)) return;
     DQDispatchType(dataType, [&]<class D>() {
         DQDispatchType(source->dataType,
                        [&]<class S>() { CastRows<D, S>(*this, *source, dx, dy, sx, sy, w, h); });

@@ -5,11 +5,15 @@
 //   DQDispatchType(image.dataType, [&]<class T>() { ... });
 //   DQDispatchTypeChannels(image.dataType, image.channels, [&]<class T, int C>() { ... });
 //
-// Each returns false, doing nothing, for a combination outside the image types 0..2 or the
-// channel counts 1..4, so the caller decides what an unsupported image means.
+// A combination outside the image types 0..2 or the channel counts 1..4 throws DQErr 5 (bad
+// argument) before anything is called, so no operation can report "done" for an image it never
+// touched. Operations whose contract is to refuse quietly, leaving the target as it was, test
+// DQDispatchableType / DQDispatchableChannels first and return.
 #include "image/DataType.h"
+#include "image/Error.h"
 
 #include <cstdint>
+#include <type_traits>
 
 template <int D>
 struct DQElementOf;
@@ -31,46 +35,57 @@ inline constexpr int DQTypeCode = std::is_same_v<T, uint8_t>    ? DQ_UCHAR
                                   : std::is_same_v<T, uint16_t> ? DQ_USHORT
                                                                 : DQ_FLOAT;
 
+// Whether the dispatch below has a member for this element type, this channel count, or both.
+constexpr bool DQDispatchableType(int dataType) {
+    return dataType == DQ_UCHAR || dataType == DQ_USHORT || dataType == DQ_FLOAT;
+}
+constexpr bool DQDispatchableChannels(int channels) {
+    return channels >= 1 && channels <= 4;
+}
+constexpr bool DQDispatchable(int dataType, int channels) {
+    return DQDispatchableType(dataType) && DQDispatchableChannels(channels);
+}
+
 template <class F>
-bool DQDispatchType(int dataType, F&& f) {
+void DQDispatchType(int dataType, F&& f) {
     switch (dataType) {
     case DQ_UCHAR:
         f.template operator()<uint8_t>();
-        return true;
+        return;
     case DQ_USHORT:
         f.template operator()<uint16_t>();
-        return true;
+        return;
     case DQ_FLOAT:
         f.template operator()<float>();
-        return true;
+        return;
     default:
-        return false;
+        DQThrow(kDQErrBadArgument);
     }
 }
 
 template <class T, class F>
-bool DQDispatchChannels(int channels, F&& f) {
+void DQDispatchChannels(int channels, F&& f) {
     switch (channels) {
     case 1:
         f.template operator()<T, 1>();
-        return true;
+        return;
     case 2:
         f.template operator()<T, 2>();
-        return true;
+        return;
     case 3:
         f.template operator()<T, 3>();
-        return true;
+        return;
     case 4:
         f.template operator()<T, 4>();
-        return true;
+        return;
     default:
-        return false;
+        DQThrow(kDQErrBadArgument);
     }
 }
 
 template <class F>
-bool DQDispatchTypeChannels(int dataType, int channels, F&& f) {
-    bool done = false;
-    DQDispatchType(dataType, [&]<class T>() { done = DQDispatchChannels<T>(channels, f); });
-    return done;
+void DQDispatchTypeChannels(int dataType, int channels, F&& f) {
+    // Both parts are checked before either is dispatched, so nothing runs for half a match.
+    if (!DQDispatchable(dataType, channels)) DQThrow(kDQErrBadArgument);
+    DQDispatchType(dataType, [&]<class T>() { DQDispatchChannels<T>(channels, f); });
 }

@@ -44,7 +44,7 @@ void DQImage::FillPixel(const void* pixel) {
 }
 
 void DQImage::FillColour(float c0, float c1, float c2, float c3) {
-    if (!data || width < 1) return;
+    if (!data || width < 1 || !DQDispatchable(dataType, channels)) return;
     const float colour[4] = {c0, c1, c2, c3};
     DQDispatchTypeChannels(dataType, channels, [&]<class T, int C>() {
         T pixel[C];

@@ -96,7 +96,7 @@ void DQImage::Sum55(const DQImage* source) {
         std::fprintf(stderr, "wrong matchup for DQImage::Sum55\n");
         return;
     }
-    if (!data || !source->data || width < 1) return;
+    if (!data || !source->data || width < 1 || !DQDispatchableChannels(channels)) return;
     DQImagePtr copy;
     const DQImage* src = Unaliased(*this, *source, copy);
     DQImagePtr columnSums = DQMakeImage(width, 1, channels, DQ_FLOAT);
@@ -109,7 +109,7 @@ void DQImage::Laplacian(const DQImage* source) {
         std::fprintf(stderr, "wrong matchup for DQImage::Laplacian\n");
         return;
     }
-    if (!data || !source->data || width < 1) return;
+    if (!data || !source->data || width < 1 || !DQDispatchableChannels(channels)) return;
     DQImagePtr copy;
     const DQImage* src = Unaliased(*this, *source, copy);
     DQDispatchChannels<float>(channels, [&]<class, int C>() { LaplacianRows<C>(*this, *src); });
@@ -126,7 +126,7 @@ void DQImage::Gradient(const DQImage* source) {
         std::fprintf(stderr, "dimensions don't match\n");
         return;
     }
-    if (!data || !source->data || width < 1) return;
+    if (!data || !source->data || width < 1 || !DQDispatchableChannels(source->channels)) return;
     DQDispatchTypeChannels(source->dataType, source->channels,
                            [&]<class S, int C>() { GradientRows<S, C>(*this, *source); });
 }

@@ -63,8 +63,8 @@ TEST(Blend, ThreeChannelsLimitedPerType) {
                           {-1.0f, {100, 100, 100}, {200, 0, 255}, {255, 0, 255}, {300, 0, 410}}};
     for (const Case& c : cases) {
         DQImagePtr d8 = Solid(3, 2, 3, DQ_UCHAR, c.dest), d16 = Solid(3, 2, 3, DQ_USHORT, c.dest);
-        DQBlend(d8.get(), Solid(3, 2, 3, DQ_UCHAR, c.other).get(), 1, c.k);
-        DQBlend(d16.get(), Solid(3, 2, 3, DQ_USHORT, c.other).get(), 1, c.k);
+        ASSERT_EQ(DQBlend(d8.get(), Solid(3, 2, 3, DQ_UCHAR, c.other).get(), 1, c.k), 1);
+        ASSERT_EQ(DQBlend(d16.get(), Solid(3, 2, 3, DQ_USHORT, c.other).get(), 1, c.k), 1);
         for (int ch = 0; ch < 3; ++ch) {
             EXPECT_EQ(Get(*d8, ch), c.expected8[ch]) << "8 bits, k " << c.k << " ch " << ch;
             EXPECT_EQ(Get(*d16, ch), c.expected16[ch]) << "16 bits, k " << c.k << " ch " << ch;
@@ -77,7 +77,9 @@ TEST(Blend, LinesSelectRows) {
     for (auto [lines, evenChanged, oddChanged] :
          {std::tuple{1, true, true}, {2, true, false}, {3, false, true}}) {
         DQImagePtr dest = Solid(2, 5, 4, DQ_UCHAR, {0, 0, 0, 255});
-        DQBlend(dest.get(), Solid(2, 5, 4, DQ_UCHAR, {200, 200, 200, 255}).get(), lines, 0.5f);
+        ASSERT_EQ(
+            DQBlend(dest.get(), Solid(2, 5, 4, DQ_UCHAR, {200, 200, 200, 255}).get(), lines, 0.5f),
+            1);
         for (int y = 0; y < 5; ++y)
             EXPECT_EQ(Get(*dest, 0, 0, y), (y % 2 == 0 ? evenChanged : oddChanged) ? 100.0f : 0.0f)
                 << lines << " row " << y;
@@ -95,6 +97,7 @@ TEST(Blend, RefusesWhatItCannotMix) {
         {"types differ", Solid(3, 3, 4, DQ_UCHAR, {1, 1, 1, 1}),
          Solid(3, 3, 4, DQ_USHORT, {9, 9, 9, 9})},
         {"two channels", Solid(3, 3, 2, DQ_UCHAR, {1, 1}), Solid(3, 3, 2, DQ_UCHAR, {9, 9})},
+        {"signed shorts", Solid(3, 3, 3, DQ_SHORT, {1, 1, 1}), Solid(3, 3, 3, DQ_SHORT, {9, 9, 9})},
     };
     for (Case& c : cases) {
         EXPECT_EQ(DQBlend(c.dest.get(), c.other.get(), 1, 0.5f), 0) << c.name;
@@ -113,8 +116,8 @@ TEST(Blend, ParallelEqualsSerial) {
         DQImagePtr serial = PatternImage(37, 90, 4, DQ_USHORT, 1);
         DQImagePtr other = PatternImage(37, 90, 4, DQ_USHORT, 2);
         DQImagePtr parallel = Duplicate(*serial);
-        DQBlend(serial.get(), other.get(), 1, -0.7f);
-        DQBlendParallel(parallel.get(), other.get(), -0.7f);
+        ASSERT_EQ(DQBlend(serial.get(), other.get(), 1, -0.7f), 1);
+        ASSERT_EQ(DQBlendParallel(parallel.get(), other.get(), -0.7f), 1);
         for (int y = 0; y < 90; ++y)
             ASSERT_EQ(std::memcmp(serial->RowAddress(y), parallel->RowAddress(y), 37 * 8), 0)
                 << "row " << y;

@@ -142,7 +142,7 @@ bool InputsFit(const DQImage* dest, const DQImage* source, const DQImage* flow,
         source->dataType != dest->dataType || source->channels != dest->channels)
         return false;
     if (flow->dataType != DQ_FLOAT || flow->channels != 2) return false;
-    if (source->channels > 4) return false;
+    if (!DQDispatchable(source->dataType, source->channels)) return false;
     if (weight && (weight->width != source->width || weight->height != source->height ||
                    weight->channels != 1 || weight->dataType != DQ_UCHAR))
         return false;

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "CliTestSupport.h"
+#include "cli/RetimeEngine.h"
 
 namespace quelmor::cli {
 namespace {
@@ -79,6 +80,35 @@ TEST_F(RefusalTest, BadInputGetsItsMessageAndLosesNothing) {
         EXPECT_EQ(r.status, c.status) << c.name << ": " << r.err;
         EXPECT_NE(r.err.find(c.message), std::string::npos) << c.name << ": " << r.err;
         EXPECT_EQ(test::FolderState(dir_), before) << c.name;
+    }
+}
+
+TEST(FrameSizeRefusal, SourcesWhoseWorkingFrameWouldPassTwoGibibytesAreRefused) {
+    // Half frames become four float channels: 16 bytes a pixel. Writing such a source to test
+    // the command end to end would take most of a gigabyte, so the check is called as it runs.
+    const struct {
+        int w, h;
+        SampleType sample;
+        int quality;
+        bool refused;
+    } cases[] = {{16384, 8200, SampleType::Half, 4, true},
+                 {16384, 8191, SampleType::Half, 4, false},
+                 {16384, 8192, SampleType::Float, 0, true},
+                 {23170, 23170, SampleType::U8, 4, false},
+                 {23170, 23171, SampleType::U8, 4, true}};
+    for (const auto& c : cases) {
+        std::string message;
+        try {
+            CheckEngineFrameSize({c.w, c.h, 3, c.sample}, c.quality);
+        } catch (const MediaError& e) {
+            message = e.what();
+        }
+        EXPECT_EQ(!message.empty(), c.refused) << c.w << "x" << c.h;
+        if (c.refused) {
+            EXPECT_NE(message.find(std::to_string(c.w) + "x" + std::to_string(c.h)),
+                      std::string::npos)
+                << message;
+        }
     }
 }
 
