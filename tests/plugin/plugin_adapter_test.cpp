@@ -129,6 +129,7 @@ TEST_F(AdapterTest, CacheNeverServesAFrameOfAnotherHeight) {
         }
         SparkHost().clips[0] = clip;
         sparkMemGetBuffer(tempId_, &temp_); // the host's buffers follow the format
+        info_ = SparkHostMakeInfo(0, 8, 0); // and so does its record of the frame
         ASSERT_EQ(quelmor_->MyInit(&info_, kWidth, step.height, 24, 0, 0, 0, 0, 1.0f, 0, 0, 1, 0,
                                    &temp_, nullptr),
                   0);
