@@ -31,15 +31,19 @@ public:
     int GetTrackingSequenceImage(ZUImage** image, int frame) override {
         return CheckOut(image, frame);
     }
-    void CleanUpCheckedOutImage(ZUImage* image) override {
+    int CleanUpCheckedOutImage(ZUImage* image) override {
         ++givenBack;
         delete image;
+        return 0;
     }
     int GetMatteLayerSequenceImage(ZUImage** image, int, int) override {
         *image = nullptr;
         return kDQErrBadArgument;
     }
-    void CleanUpCheckedOutMatteImage(ZUImage* image) override { delete image; }
+    int CleanUpCheckedOutMatteImage(ZUImage* image) override {
+        delete image;
+        return 0;
+    }
     int GetKeyframedTime(float* sourceTime, float outputTime) override {
         *sourceTime = timeCurve(outputTime);
         return 0;

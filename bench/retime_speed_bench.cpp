@@ -11,6 +11,8 @@
 //                              fps, flow_ms per interval, warp_mix_ms per in-between frame,
 //                              copy_ms per frame on a source frame (frames are sorted by
 //                              whether the engine's flow count moved).
+//   BM_SlowMotion4xWorkerSpin/W/H/N/S  the same with the host's workers spinning S pause
+//                              instructions before they sleep: a long spin against the default.
 //
 // Every benchmark also reports cpu_ms, the processor time of all workers per frame, and
 // page_faults, the fresh pages touched per frame: on a shared machine the wall clock shows the
@@ -183,7 +185,7 @@ struct SlowMotionTimes {
     int sourceCount = 0, freshCount = 0, reuseCount = 0;
 };
 
-void BM_SlowMotion4x(benchmark::State& state) {
+void SlowMotion4x(benchmark::State& state) {
     const int width = int(state.range(0)), height = int(state.range(1));
     const int count = int(state.range(2));
     const auto& frames = ClipFrames(width, height, count);
@@ -236,9 +238,30 @@ void BM_SlowMotion4x(benchmark::State& state) {
     state.counters["reused_frames"] = times.reuseCount;
     state.SetItemsProcessed(int64_t(outputFrames) * state.iterations());
 }
+void BM_SlowMotion4x(benchmark::State& state) {
+    SlowMotion4x(state);
+}
 BENCHMARK(BM_SlowMotion4x)
     ->Args({960, 507, 17})
     ->Args({1920, 1080, 17})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
+// The same slow motion with the stand-in host's workers spinning `spin` pause instructions
+// before they sleep (the fourth argument): 4000 is how long they spun before sleeping once, 64
+// the default now. Meant to be run with a competing busy process on one core and random
+// interleaving, so that both settings meet the same load (scripts/bench-workers.sh).
+void BM_SlowMotion4xWorkerSpin(benchmark::State& state) {
+    const int saved = SparkHostWorkerSpin();
+    SparkHostSetWorkerSpin(int(state.range(3)));
+    SlowMotion4x(state);
+    state.counters["spin"] = SparkHostWorkerSpin();
+    SparkHostSetWorkerSpin(saved);
+}
+BENCHMARK(BM_SlowMotion4xWorkerSpin)
+    ->Args({1920, 1080, 5, 4000})
+    ->Args({1920, 1080, 5, kSparkHostDefaultSpinRounds})
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);

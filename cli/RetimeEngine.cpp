@@ -114,11 +114,12 @@ int CliQuelmor::GetTrackingSequenceImage(ZUImage** image, int frame) {
     return GetToBeWarpedSequenceImage(image, frame);
 }
 
-void CliQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
+int CliQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
     // Only CliImage objects are handed out.
     auto* mine = static_cast<CliImage*>(image);
     if (mine && spare_.size() < 4) spare_.push_back(std::move(mine->pixels));
     delete mine;
+    return 0;
 }
 
 int CliQuelmor::GetMatteLayerSequenceImage(ZUImage** image, int, int) {
@@ -127,8 +128,9 @@ int CliQuelmor::GetMatteLayerSequenceImage(ZUImage** image, int, int) {
     return 5;
 }
 
-void CliQuelmor::CleanUpCheckedOutMatteImage(ZUImage* image) {
+int CliQuelmor::CleanUpCheckedOutMatteImage(ZUImage* image) {
     delete image;
+    return 0;
 }
 
 int CliQuelmor::GetKeyframedTime(float* sourceTime, float outputTime) {

@@ -43,9 +43,9 @@ public:
 
     int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override;
     int GetTrackingSequenceImage(ZUImage** image, int frame) override;
-    void CleanUpCheckedOutImage(ZUImage* image) override;
+    int CleanUpCheckedOutImage(ZUImage* image) override;
     int GetMatteLayerSequenceImage(ZUImage** image, int frame, int layer) override;
-    void CleanUpCheckedOutMatteImage(ZUImage* image) override;
+    int CleanUpCheckedOutMatteImage(ZUImage* image) override;
     int GetKeyframedTime(float* sourceTime, float outputTime) override;
     int WhichScene(float time) override;
 

@@ -147,16 +147,25 @@ int BlendRows(DQImage* dest, const DQImage* other, RowSet rows, float k, int thr
     return 1;
 }
 
+// A weight of NaN or infinity has no pixel to give: every conversion of it to an element would
+// be undefined.
+bool WeightIsFinite(float k, const char* caller) {
+    if (std::isfinite(k)) return true;
+    std::fprintf(stderr, "%s: blend weight is not a finite number\n", caller);
+    return false;
+}
+
 } // namespace
 
 int DQBlend(DQImage* dest, const DQImage* other, int lines, float k) {
+    if (!WeightIsFinite(k, "DQBlend")) return 0;
     const bool useTable = dest && dest->dataType == DQ_UCHAR && dest->channels == 3;
     if (useTable && SameLayout(dest, other) && k != 1.0f && k != 0.0f) FillBlendTable(k);
     return BlendRows(dest, other, RowsOf(lines), k, 1, useTable);
 }
 
 int DQBlendParallel(DQImage* dest, const DQImage* other, float k) {
-    if (!dest) return 0;
+    if (!dest || !WeightIsFinite(k, "DQBlendParallel")) return 0;
     return BlendRows(dest, other, RowsOf(1), k, ZUMPNumThreadsForRows(dest->height), false);
 }
 
@@ -189,6 +198,7 @@ void CopyImage(DQImage* dest, const DQImage* source) {
 } // namespace
 
 void Dissolve(DQImage* dest, const DQImage* a, const DQImage* b, float t) {
+    if (!std::isfinite(t)) DQThrow(kDQErrBadArgument);
     if (std::fabs(double(t)) < 0.005) return CopyImage(dest, a);
     if (std::fabs(double(t) - 1.0) < 0.005) return CopyImage(dest, b);
     if (a->channels == 4 && (t < 0.0f || t > 1.0f)) {

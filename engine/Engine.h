@@ -34,9 +34,10 @@ public:
     // Checks out source frame `frame`; 0, or a DQErr code (5: no such frame).
     virtual int GetToBeWarpedSequenceImage(ZUImage** image, int frame) = 0;
     virtual int GetTrackingSequenceImage(ZUImage** image, int frame) = 0;
-    virtual void CleanUpCheckedOutImage(ZUImage* image) = 0;
+    // Takes back an image that a Get...SequenceImage handed out; 0 when done.
+    virtual int CleanUpCheckedOutImage(ZUImage* image) = 0;
     virtual int GetMatteLayerSequenceImage(ZUImage** image, int frame, int layer) = 0;
-    virtual void CleanUpCheckedOutMatteImage(ZUImage* image) = 0;
+    virtual int CleanUpCheckedOutMatteImage(ZUImage* image) = 0;
     // The time curve: source frame (fractional) shown at outputTime.
     virtual int GetKeyframedTime(float* sourceTime, float outputTime) = 0;
 

@@ -39,6 +39,13 @@ bool RatesAreValid(float inputFrameRate, float outputFrameRate) {
     return outputFrameRate >= 0.01f && inputFrameRate > 0.01f;
 }
 
+// A time that names a frame: finite, and small enough that the frame after it is still an int.
+// A speed of infinity or NaN on the time curve ends here, before any conversion to a frame.
+bool IsFrameTime(float time) {
+    constexpr float kLimit = 2147483520.0f; // the largest float below 2^31 - 1
+    return std::isfinite(time) && std::fabs(time) < kLimit;
+}
+
 // The state of one render: the request after the scene rule, the times, the motion flags shared
 // by both passes and the per-layer overrides.
 class FrameRenderer {
@@ -97,12 +104,16 @@ void FrameRenderer::SetUp() {
         passes_ = 2;
         step_ = 0.5f;
     }
+    if (!IsFrameTime(req_.timeBegin) || !IsFrameTime(req_.timeEnd) ||
+        !std::isfinite(req_.motionBlur))
+        DQThrow(kDQErrBadArgument);
     for (bool& flag : state_.doOpticalFlow)
         flag = true;
     externalVectors_ = engine_.UsesExternalVectors() == 1;
     if (externalVectors_) req_.cacheLastMotion = 0;
     engine_.GetKeyframedTime(&t0_, req_.timeBegin);
     engine_.GetKeyframedTime(&t1_, req_.timeEnd);
+    if (!IsFrameTime(t0_) || !IsFrameTime(t1_)) DQThrow(kDQErrBadArgument);
 }
 
 void FrameRenderer::Run() {
@@ -170,6 +181,7 @@ void FrameRenderer::RunPass(int pass) {
         t0_ *= 2.0f;
         t1_ *= 2.0f;
     }
+    if (!IsFrameTime(t0_) || !IsFrameTime(t1_)) DQThrow(kDQErrBadArgument);
     TestForSourceFrame();
     motion_.frameA = int(t0_);
     motion_.frameB = motion_.frameA + 1;

@@ -4,6 +4,7 @@
 #include "host/HostFormat.h"
 #include "host/MyQuelmor.h"
 #include "host/PanelRecords.h"
+#include "image/BlockCache.h"
 #include "image/Parallel.h"
 
 #include <climits>
@@ -110,7 +111,22 @@ QUELMOR_EXPORT void SparkUnInitialise(spark_info_struct info) {
     sparkSaveSetup(info.SetupName);
     delete gQuelmor;
     gQuelmor = nullptr;
+    // The frames' working blocks wait in the block cache for the next frame; there is none now.
+    // A host that unloads the plug-in next gets them back.
+    blockcache::Release();
 }
+
+namespace {
+// A host may unload the shared object without a last SparkUnInitialise. The object and the
+// block cache live on the heap, not in the unloaded image, so they are given back here.
+struct ReleaseAtUnload {
+    ~ReleaseAtUnload() {
+        delete gQuelmor;
+        gQuelmor = nullptr;
+        blockcache::Release();
+    }
+} gReleaseAtUnload;
+} // namespace
 
 QUELMOR_EXPORT int SparkMemoryTempBuffers(void) {
     gTempBufferId = sparkMemRegisterBuffer();

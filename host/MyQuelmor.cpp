@@ -5,8 +5,16 @@
 #include "host/MyImage.h"
 #include "host/PanelRecords.h"
 
+#include <cmath>
 #include <cstdio>
 #include <memory>
+
+namespace {
+// True when truncating `value` gives an int: finite and inside the int range.
+bool IsWholeFrameRange(double value) {
+    return std::isfinite(value) && value > -2147483648.0 && value < 2147483647.0;
+}
+} // namespace
 
 MyQuelmor::MyQuelmor() {
     gCombineMode = 0;
@@ -116,13 +124,15 @@ int MyQuelmor::GetMatteLayerSequenceImage(ZUImage** out, int frame, int layer) {
     }
 }
 
-void MyQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
+int MyQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
     // The image owns its bridge and, as a MyImage, its pixels: deleting it releases both.
     delete image;
+    return 0;
 }
 
-void MyQuelmor::CleanUpCheckedOutMatteImage(ZUImage* image) {
+int MyQuelmor::CleanUpCheckedOutMatteImage(ZUImage* image) {
     delete image;
+    return 0;
 }
 
 int MyQuelmor::GetKeyframedTime(float* out, float time) {
@@ -132,6 +142,7 @@ int MyQuelmor::GetKeyframedTime(float* out, float time) {
 int MyQuelmor::MyGetKeyFramedTimeParameter(float time, float* out) {
     if (!out) return 5;
     *out = 0.0f;
+    if (!IsWholeFrameRange(time)) return 5;
     if (!info) return 0;
     const int whole = int(time);
     const float fraction = time - float(whole);
@@ -156,8 +167,11 @@ int MyQuelmor::MyGetKeyFramedTimeParameter(float time, float* out) {
 int MyQuelmor::WhichScene(float time) {
     if (!info || info->RunMode == 0) return 0;
     const double hostFrame = time + 1.0;
-    const int value = int(sparkGetCurveValue(1, kMyControlMenuAnim, int(hostFrame)));
-    switch (value) {
+    if (!IsWholeFrameRange(hostFrame)) return 0;
+    const float curve = sparkGetCurveValue(1, kMyControlMenuAnim, int(hostFrame));
+    // A curve value that is no number, or none an int can hold, marks no cut.
+    if (!IsWholeFrameRange(curve)) return 0;
+    switch (int(curve)) {
     case 2:
         return 1;
     case 3:
@@ -221,8 +235,13 @@ int MyQuelmor::getCacheState(int frame, int w, int h, int depth_, int rowBytes, 
         ZUImage*& image;
     };
     for (Slot slot : {Slot{cacheFrame1, cacheImage1}, Slot{cacheFrame2, cacheImage2}}) {
-        if (frame != slot.frame || w != width || h != height || !slot.image) continue;
-        if (slot.image->rowBytes == rowBytes && slot.image->pixelType == pixelType) return 1;
+        if (frame != slot.frame || !slot.image) continue;
+        // The slot's own size, not the adapter's: a clip that changes height at the same width
+        // keeps row bytes and pixel type, and a slot of the old height must not serve.
+        const ZUImage& held = *slot.image;
+        if (held.width == w && held.height == h && held.rowBytes == rowBytes &&
+            held.pixelType == pixelType)
+            return 1;
         // A slot of another format is dropped; its marker goes too, so that the slot made in
         // its place is never taken for this frame before it has been filled.
         delete slot.image;

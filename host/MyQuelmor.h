@@ -12,9 +12,9 @@ public:
 
     int GetToBeWarpedSequenceImage(ZUImage** out, int frame) override;
     int GetTrackingSequenceImage(ZUImage** out, int frame) override;
-    void CleanUpCheckedOutImage(ZUImage* image) override;
+    int CleanUpCheckedOutImage(ZUImage* image) override;
     int GetMatteLayerSequenceImage(ZUImage** out, int frame, int layer) override;
-    void CleanUpCheckedOutMatteImage(ZUImage* image) override;
+    int CleanUpCheckedOutMatteImage(ZUImage* image) override;
     int GetKeyframedTime(float* out, float time) override;
     int WhichScene(float time) override;
     int GetDrawStartLayer() override;

@@ -1,5 +1,6 @@
 #include "image/BlockCache.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 #include <unordered_map>
@@ -115,31 +116,63 @@ private:
     size_t bytes_ = 0;
 };
 
-// Never destroyed, so that blocks freed by other objects' destructors at exit still find it.
+// The cache is made on the first large request and lives until Release, not as a static object:
+// blocks freed by other objects' destructors at exit must not meet a destroyed cache. Without a
+// cache every block is a plain malloc block, so Give frees it, and nothing makes a cache again
+// but a request.
+std::atomic<Cache*> gCache{nullptr};
+std::mutex gCacheLifetime; // making and releasing the cache
+
+Cache* Existing() {
+    return gCache.load(std::memory_order_acquire);
+}
+
 Cache& TheCache() {
-    static Cache* cache = new Cache;
+    if (Cache* cache = Existing()) return *cache;
+    std::lock_guard lock(gCacheLifetime);
+    Cache* cache = gCache.load(std::memory_order_relaxed);
+    if (!cache) {
+        cache = new Cache;
+        gCache.store(cache, std::memory_order_release);
+    }
     return *cache;
 }
 
 } // namespace
 
 void* Take(size_t size) {
+    if (size < kLeastBlock) return std::malloc(size ? size : 1);
     return TheCache().Take(size);
 }
 void Give(void* block) {
-    TheCache().Give(block);
+    if (Cache* cache = Existing())
+        cache->Give(block);
+    else
+        std::free(block);
 }
 void Drain() {
-    TheCache().Drain();
+    if (Cache* cache = Existing()) cache->Drain();
 }
 void Forget() {
-    TheCache().Forget();
+    if (Cache* cache = Existing()) cache->Forget();
+}
+void Release() {
+    std::lock_guard lock(gCacheLifetime);
+    Cache* cache = gCache.exchange(nullptr, std::memory_order_acq_rel);
+    if (!cache) return;
+    cache->Drain();
+    delete cache;
 }
 size_t CachedBytes() {
-    return TheCache().Bytes();
+    Cache* cache = Existing();
+    return cache ? cache->Bytes() : 0;
 }
 int CachedBlocks() {
-    return TheCache().Blocks();
+    Cache* cache = Existing();
+    return cache ? cache->Blocks() : 0;
+}
+bool Exists() {
+    return Existing() != nullptr;
 }
 
 } // namespace blockcache

@@ -25,8 +25,15 @@ void Drain();
 // blocks to Give. Called when another allocator takes over, since blocks handed out now may be
 // freed by it and their addresses reused for small blocks.
 void Forget();
+// Frees every cached block and the cache itself, so that a shared object that is unloaded
+// gives all of its memory back. Blocks handed out before are plain malloc blocks to Give from
+// now on; the next large request makes a new cache. Not to be called while other threads
+// allocate.
+void Release();
 // Bytes and blocks waiting in the cache now.
 size_t CachedBytes();
 int CachedBlocks();
+// Whether the cache exists now: it is made by the first large request and ended by Release.
+bool Exists();
 
 } // namespace blockcache

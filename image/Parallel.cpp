@@ -40,10 +40,12 @@ void ZUMPWorker(void* table) {
     sparkMpInfo(&offset, &size);
     const uint64_t share = pixels / static_cast<uint64_t>(gNumThreads);
     const uint64_t index = offset / share;
-    if (index >= static_cast<uint64_t>(gNumThreads)) return;
+    // A host may offer more workers than the table holds; those beyond it have no band (the
+    // band count is capped at the table's size) and must not read past it.
+    if (index >= static_cast<uint64_t>(gNumThreads) || index >= uint64_t(kMaxWorkers)) return;
     ZUMPWorkerSlot& slot = slots[index];
     if (index >= static_cast<uint64_t>(slot.totalRows) ||
-        index >= static_cast<uint64_t>(slots[index].threads))
+        index >= static_cast<uint64_t>(slot.threads))
         return;
     va_list copy;
     va_copy(copy, slot.varArgs);
@@ -70,7 +72,8 @@ int ZUMPGetUsableThreads() {
 }
 
 int ZUMPNumThreadsForRows(int rows) {
-    const int n = ZUMPGetUsableThreads();
+    // No more bands than the slot table holds, however many workers the host offers.
+    const int n = ZUMPGetUsableThreads() < kMaxWorkers ? ZUMPGetUsableThreads() : kMaxWorkers;
     int t = n >= rows ? rows : n;
     while (t > 1) {
         if (rows / t > 15) return t;

@@ -154,6 +154,15 @@ SparkCallbackFunction SparkPlugin::CallbackOf(const Record& record) const {
     return nullptr;
 }
 
+SparkCallbackFunction SparkPlugin::Callback(const std::string& name) const {
+    const Record* record = Find(name);
+    return record ? CallbackOf(*record) : nullptr;
+}
+
+void* SparkPlugin::Symbol(const std::string& name) const {
+    return dlsym(handle_, name.c_str());
+}
+
 void* SparkPlugin::CallCallback(const std::string& name, int why, spark_info_struct info) const {
     const Record* record = Find(name);
     if (!record) return nullptr;

@@ -55,6 +55,10 @@ public:
     const char* Title(const std::string& name, int entry = 0) const;
     // Calls the record's callback as the host does; null when it has none.
     void* CallCallback(const std::string& name, int why, spark_info_struct info) const;
+    // The callback a record names; null when it has none.
+    SparkCallbackFunction Callback(const std::string& name) const;
+    // Address of any symbol the plug-in exports; null when it exports no such name.
+    void* Symbol(const std::string& name) const;
 
 private:
     SparkPlugin() = default;

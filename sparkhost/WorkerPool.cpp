@@ -10,9 +10,8 @@
 #include <vector>
 
 namespace {
-constexpr int kMaxWorkers = 64;
-// Spin briefly before sleeping: forks come thousands of times per frame, back to back.
-constexpr int kSpinRounds = 4000;
+// A host's record offers its worker count as a signed byte.
+constexpr int kMaxWorkers = 127;
 
 thread_local int tWorkerIndex = 0;
 
@@ -40,6 +39,9 @@ public:
 
     int Count() const { return count_; }
 
+    void SetSpin(int rounds) { spinRounds_.store(rounds < 0 ? 0 : rounds); }
+    int Spin() const { return spinRounds_.load(); }
+
     void SetFrame(int width, int height) {
         pixels_ = static_cast<uint64_t>(width < 0 ? 0 : width) * (height < 0 ? 0 : height);
     }
@@ -57,8 +59,9 @@ public:
         generation_.notify_all();
         tWorkerIndex = 0;
         function(argument);
+        const int rounds = spinRounds_.load(std::memory_order_relaxed);
         for (int spin = 0; remaining_.load(std::memory_order_acquire) != 0; ++spin) {
-            if (spin < kSpinRounds) {
+            if (spin < rounds) {
                 Pause();
             } else {
                 const int left = remaining_.load(std::memory_order_acquire);
@@ -80,7 +83,8 @@ private:
         tWorkerIndex = index;
         for (;;) {
             uint32_t now = generation_.load(std::memory_order_acquire);
-            for (int spin = 0; now == seen && spin < kSpinRounds; ++spin) {
+            const int rounds = spinRounds_.load(std::memory_order_relaxed);
+            for (int spin = 0; now == seen && spin < rounds; ++spin) {
                 Pause();
                 now = generation_.load(std::memory_order_acquire);
             }
@@ -114,6 +118,7 @@ private:
     std::atomic<uint32_t> generation_{0};
     std::atomic<int> remaining_{0};
     std::atomic<bool> stopping_{false};
+    std::atomic<int> spinRounds_{kSparkHostDefaultSpinRounds};
 };
 
 WorkerPool& Pool() {
@@ -128,6 +133,14 @@ void SparkHostSetWorkerCount(int count) {
 
 int SparkHostWorkerCount() {
     return Pool().Count();
+}
+
+void SparkHostSetWorkerSpin(int rounds) {
+    Pool().SetSpin(rounds);
+}
+
+int SparkHostWorkerSpin() {
+    return Pool().Spin();
 }
 
 void SparkHostSetFrameSize(int width, int height) {

@@ -133,20 +133,24 @@ public:
     int GetTrackingSequenceImage(ZUImage** image, int frame) override {
         return CheckOut(image, frame, true);
     }
-    void CleanUpCheckedOutImage(ZUImage* image) override {
+    int CleanUpCheckedOutImage(ZUImage* image) override {
         auto it = out_.find(image);
-        ASSERT_NE(it, out_.end()) << "gave back an image that was never checked out";
+        if (it == out_.end()) {
+            ADD_FAILURE() << "gave back an image that was never checked out";
+            return 0;
+        }
         ++givenBack;
         DQImage* now = ZUImageGetDQImage(image);
         const DQImage* before = it->second.original;
         if (!it->second.fieldsMayChange && !SamePixels(*now, *before)) ++returnedChanged;
         out_.erase(it);
+        return 0;
     }
     int GetMatteLayerSequenceImage(ZUImage** image, int, int) override {
         *image = nullptr;
         return kDQErrBadArgument;
     }
-    void CleanUpCheckedOutMatteImage(ZUImage*) override {}
+    int CleanUpCheckedOutMatteImage(ZUImage*) override { return 0; }
     int GetKeyframedTime(float* sourceTime, float outputTime) override {
         *sourceTime = timeCurve(outputTime);
         return 0;

@@ -136,3 +136,30 @@ TEST_F(BlockCacheTest, ThreadsNeverShareABlock) {
     other.join();
     EXPECT_EQ(faults.load(), 0);
 }
+
+TEST_F(BlockCacheTest, ReleaseFreesTheCacheAndItsBlocks) {
+    void* kept = ZUMemAllocate(4 * kMiB);
+    void* held = ZUMemAllocate(2 * kMiB); // still handed out when the cache goes
+    ZUMemRelease(kept);
+    ASSERT_TRUE(blockcache::Exists());
+    ASSERT_EQ(blockcache::CachedBytes(), 4 * kMiB);
+
+    blockcache::Release();
+    EXPECT_FALSE(blockcache::Exists());
+    EXPECT_EQ(blockcache::CachedBytes(), 0u);
+    // A block from before is a plain malloc block now: freed, not kept, and no cache made for it.
+    ZUMemRelease(held);
+    EXPECT_FALSE(blockcache::Exists()) << "giving back must not make a cache again";
+    EXPECT_EQ(blockcache::CachedBytes(), 0u);
+    ZUMemRelease(ZUMemAllocate(4096));
+    EXPECT_FALSE(blockcache::Exists()) << "small blocks never need the cache";
+
+    // The next large request starts a new cache, which works as the first did.
+    void* again = ZUMemAllocate(4 * kMiB);
+    EXPECT_TRUE(blockcache::Exists());
+    ZUMemRelease(again);
+    EXPECT_EQ(blockcache::CachedBytes(), 4 * kMiB);
+    blockcache::Release();
+    blockcache::Release(); // twice is harmless
+    EXPECT_FALSE(blockcache::Exists());
+}

@@ -104,6 +104,28 @@ TEST(Blend, RefusesWhatItCannotMix) {
         EXPECT_EQ(DQBlendParallel(c.dest.get(), c.other.get(), 0.5f), 0) << c.name;
         EXPECT_EQ(Get(*c.dest, 0), 1.0f) << c.name << ": dest unchanged";
     }
+    // A weight that is no finite number mixes nothing, in every type and channel count.
+    for (float k : {NAN, INFINITY, -INFINITY}) {
+        for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT}) {
+            for (int channels : {3, 4}) {
+                SCOPED_TRACE(testing::Message()
+                             << "k " << k << ", type " << type << ", " << channels << " channels");
+                DQImagePtr dest = Solid(3, 20, channels, type, 40.0f);
+                DQImagePtr other = Solid(3, 20, channels, type, 200.0f);
+                const DQImagePtr before = Duplicate(*dest);
+                EXPECT_EQ(DQBlend(dest.get(), other.get(), 1, k), 0);
+                EXPECT_EQ(DQBlendParallel(dest.get(), other.get(), k), 0);
+                EXPECT_TRUE(SamePixels(*dest, *before)) << "dest unchanged";
+                DQImagePtr mixed = DQMakeImage(3, 20, channels, type);
+                try {
+                    Dissolve(mixed.get(), dest.get(), other.get(), k);
+                    ADD_FAILURE() << "Dissolve took the weight";
+                } catch (DQErr code) {
+                    EXPECT_EQ(code, kDQErrBadArgument);
+                }
+            }
+        }
+    }
     DQImagePtr dest = Solid(3, 3, 4, DQ_FLOAT, {0.5f, 0.5f, 0.5f, 1.0f});
     DQImagePtr other = Solid(3, 3, 4, DQ_FLOAT, {0.1f, 0.1f, 0.1f, 1.0f});
     dest->whitePoint = other->whitePoint = 255.0f;

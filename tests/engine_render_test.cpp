@@ -135,6 +135,39 @@ TEST_F(Clip, BadRatesFailWithFiveAndAClearedResult) {
         << "rates just inside the limits";
 }
 
+TEST_F(Clip, TimesAndBlurThatAreNoFiniteNumberFailWithFive) {
+    // An infinite or NaN speed reaches the engine as a source time; no frame can be named from
+    // it, nor from an output time or a blur of that kind.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const struct {
+        const char* name;
+        float sourceTime;
+        RenderSettings settings;
+    } cases[] = {
+        {"NaN source time, no motion", nan, {.vectorQuality = 0}},
+        {"NaN source time, motion", nan, {.vectorQuality = 4}},
+        {"infinite source time", inf, {.vectorQuality = 0}},
+        {"negative infinite source time", -inf, {.vectorQuality = 0}},
+        {"source time beyond any frame number", 3e9f, {.vectorQuality = 0}},
+        {"NaN output time", 10.5f, {.vectorQuality = 0, .timeBegin = nan}},
+        {"infinite output end", 10.5f, {.vectorQuality = 0, .timeEnd = inf}},
+        {"NaN blur", 10.5f, {.vectorQuality = 4, .motionBlur = nan}},
+        {"infinite blur", 10.5f, {.vectorQuality = 4, .motionBlur = inf}},
+        {"NaN source time, fields in", nan, {.fieldsIn = 1, .vectorQuality = 0}},
+    };
+    const float zero[4] = {0, 0, 0, 0};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (int y = 0; y < kH; ++y)
+            std::memset(result.Pixels()->RowAddress(y), 99, kW * 4);
+        EXPECT_EQ(Render(c.sourceTime, c.settings), kDQErrBadArgument);
+        ExpectUniform(zero, "cleared");
+        EXPECT_EQ(engine.Outstanding(), 0);
+    }
+    EXPECT_EQ(Render(10.5f, {.vectorQuality = 0, .motionBlur = 5.0f}), 0) << "finite values render";
+}
+
 TEST_F(Clip, FailedFetchReturnsItsCodeAndGivesEverythingBack) {
     struct Case {
         int failFrame, code;

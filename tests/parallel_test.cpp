@@ -43,12 +43,22 @@ TEST(ParallelLoop, UnusableWorkerCountsBecomeOne) {
 }
 
 TEST(ParallelLoop, EveryRowRunsOnceOnTheBandsWorker) {
-    for (int workers : {2, 3, 8}) {
+    // Hosts may offer more workers than the loop's table of 64 holds (up to 127): at most 64
+    // bands are used, each on a worker of its own, and the workers beyond have nothing to do.
+    const struct {
+        int workers;
+        int threads; // 0: as many as suit the rows
+        int expected;
+    } cases[] = {{2, 0, 2},    {3, 0, 3},   {8, 0, 8},   {100, 0, 64},
+                 {127, 0, 64}, {100, 8, 8}, {65, 64, 64}};
+    for (const auto& c : cases) {
+        const int workers = c.workers;
         WorkerScope scope(workers, 640, 480);
-        const int rows = 997;
+        const int rows = 1997;
         std::vector<std::atomic<int>> hits(rows), owner(rows);
         std::atomic<int> calls{0};
-        const int threads = ZUMPNumThreadsForRows(rows);
+        const int threads = c.threads ? c.threads : ZUMPNumThreadsForRows(rows);
+        ASSERT_EQ(threads, c.expected) << workers << " workers";
         std::vector<std::thread::id> ids(threads);
         ZUMPForRows(threads, rows, [&](int worker, int first, int last) {
             ++calls;

@@ -6,8 +6,15 @@
 #include "tests/TestSupport.h"
 
 #include <memory>
+#include <type_traits>
 
 namespace {
+
+// Images come back through calls that report a result, as the host's interface declares them.
+static_assert(
+    std::is_same_v<decltype(std::declval<ZUQuelmor4&>().CleanUpCheckedOutImage(nullptr)), int>);
+static_assert(std::is_same_v<
+              decltype(std::declval<ZUQuelmor4&>().CleanUpCheckedOutMatteImage(nullptr)), int>);
 
 using quelmor::test::WorkerScope;
 
@@ -27,7 +34,8 @@ protected:
             clip->AddSolidFrame(grey);
         }
         SparkHost().clips[0] = clip;
-        sparkMemGetBuffer(sparkMemRegisterBuffer(), &temp_);
+        tempId_ = sparkMemRegisterBuffer();
+        sparkMemGetBuffer(tempId_, &temp_);
         Configure(0, 0, 1);
     }
     void TearDown() override {
@@ -53,11 +61,12 @@ protected:
         if (!image) return -1;
         const int level = image->data[0];
         EXPECT_EQ(image->data[3], 255) << "alpha";
-        quelmor_->CleanUpCheckedOutImage(image);
+        EXPECT_EQ(quelmor_->CleanUpCheckedOutImage(image), 0);
         return level;
     }
 
     std::unique_ptr<MyQuelmor> quelmor_ = std::make_unique<MyQuelmor>();
+    int tempId_ = 0;
     spark_membuf_struct temp_{};
     spark_info_struct info_{};
 };
@@ -91,6 +100,54 @@ TEST_F(AdapterTest, CacheKeepsTheLastTwoFramesAndOverwritesTheOldest) {
     }
 }
 
+TEST_F(AdapterTest, CacheNeverServesAFrameOfAnotherHeight) {
+    // The host's clip changes height at the same width, with the same frame numbers and without
+    // a new adapter: row bytes and pixel type stay, only the real sizes tell the slots apart.
+    struct Step {
+        int height;
+        int frame;
+        int fetchesAfter;
+    };
+    const Step steps[] = {
+        {kHeight, 0, 1}, {kHeight, 1, 2}, {kHeight, 0, 2}, // both frames cached at full height
+        {2, 0, 3},       {2, 0, 3},       // the shorter frame is fetched, then kept
+        {2, 1, 4},                        // frame 1 too
+        {kHeight, 0, 5}, {kHeight, 1, 6}, // and back to the taller clip
+        {kHeight, 1, 6},
+    };
+    int index = 0;
+    for (const Step& step : steps) {
+        SCOPED_TRACE(::testing::Message() << "step " << index++ << ": frame " << step.frame
+                                          << " at height " << step.height);
+        // Each height has a clip of its own levels.
+        const int offset = step.height == kHeight ? 0 : 100;
+        SparkHostSetFrameFormat(kWidth, step.height, 24);
+        auto clip = std::make_shared<SparkMemoryFrameSource>(kWidth, step.height, 24);
+        for (int frame = 0; frame < 2; ++frame) {
+            const uint16_t grey[3] = {uint16_t(offset + Level(frame)), 0, 0};
+            clip->AddSolidFrame(grey);
+        }
+        SparkHost().clips[0] = clip;
+        sparkMemGetBuffer(tempId_, &temp_); // the host's buffers follow the format
+        info_ = SparkHostMakeInfo(0, 8, 0); // and so does its record of the frame
+        ASSERT_EQ(quelmor_->MyInit(&info_, kWidth, step.height, 24, 0, 0, 0, 0, 1.0f, 0, 0, 1, 0,
+                                   &temp_, nullptr),
+                  0);
+
+        ZUImage* image = nullptr;
+        ASSERT_EQ(quelmor_->GetToBeWarpedSequenceImage(&image, step.frame), 0);
+        ASSERT_NE(image, nullptr);
+        EXPECT_EQ(image->height, step.height);
+        int wrong = 0;
+        for (int y = 0; y < image->height; ++y)
+            for (int x = 0; x < kWidth; ++x)
+                wrong += image->data[y * image->rowBytes + 4 * x] != offset + Level(step.frame);
+        EXPECT_EQ(wrong, 0) << "pixels that are not the frame's own";
+        EXPECT_EQ(quelmor_->CleanUpCheckedOutImage(image), 0);
+        EXPECT_EQ(SparkHost().fetchCount[0], step.fetchesAfter);
+    }
+}
+
 TEST_F(AdapterTest, FailedRequestsReportOneAndHandNothingOut) {
     ZUImage* image = reinterpret_cast<ZUImage*>(0x1);
     quelmor_->warpedClip = 7; // no such clip
@@ -115,7 +172,7 @@ TEST_F(AdapterTest, MatteIsOneChannelOfTheMatteClipAndNeverCached) {
         ASSERT_NE(image, nullptr);
         EXPECT_EQ(image->internal->channels, 1);
         EXPECT_EQ(image->data[kWidth * kHeight - 1], rgb[channel]) << "channel " << channel;
-        quelmor_->CleanUpCheckedOutMatteImage(image);
+        EXPECT_EQ(quelmor_->CleanUpCheckedOutMatteImage(image), 0);
     }
     EXPECT_EQ(SparkHost().fetchCount[2], 2);
 }
