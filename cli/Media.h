@@ -1,6 +1,7 @@
 // Reading and writing clips: numbered image files or a video file, chosen by the name.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -39,6 +40,15 @@ struct WriteOptions {
     double frameRate = 25.0;
 };
 
+// The longest run: more output frames than this are taken for a mistake of timing.
+inline constexpr std::int64_t kMostFramesPerRun = 10'000'000;
+// Frame numbers in file names have at most nine digits.
+inline constexpr std::int64_t kLargestFrameNumber = 999'999'999;
+
+// Number of the last of `count` frames numbered from `first`; throws MediaError, with the
+// numbers, when it needs more than nine digits.
+int LastFrameNumber(int first, std::int64_t count);
+
 bool IsVideoPath(const std::string& path);
 
 // Throws MediaError with a message for the user when the input cannot be used.
@@ -58,7 +68,9 @@ void CheckOutput(const std::string& path, int first, int last, const WriteOption
 std::unique_ptr<MediaWriter> CreateMedia(const std::string& path, const MediaFormat& format,
                                          const WriteOptions& options);
 
-// Converts samples and channel count; a missing alpha becomes opaque.
+// Converts samples and channel count between grey, grey and alpha, RGB and RGBA: grey spreads to
+// R = G = B, RGB becomes grey by its red, alpha is kept where both have it and a missing alpha
+// becomes opaque.
 void ConvertFrame(const MediaFrame& in, const MediaFormat& to, MediaFrame& out);
 
 } // namespace quelmor::cli

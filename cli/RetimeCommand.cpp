@@ -48,7 +48,7 @@ int RunRetime(std::span<const std::string> args) {
         throw MediaError("this timing makes no output frame from the " +
                          std::to_string(source->FrameCount()) + " input frames");
     const int first = source->FirstNumber();
-    int from = first, to = first + count - 1;
+    int from = first, to = LastFrameNumber(first, count);
     if (s.frames) {
         if (s.frames->first < from || s.frames->last > to)
             throw MediaError("--frames " + std::to_string(s.frames->first) + "-" +

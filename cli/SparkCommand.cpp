@@ -10,6 +10,7 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
+#include "cli/EngineOptions.h"
 #include "cli/HostFrames.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
@@ -26,15 +27,23 @@ namespace quelmor::cli {
 namespace {
 namespace fs = std::filesystem;
 
-constexpr OptionSpec kSparkOptions[] = {
-    {"speed", true},     {"interpolation", true}, {"quality", true}, {"motion-blur", true},
-    {"fields-in", true}, {"fields-out", true},    {"setup", true},   {"speed-curve", true},
-    {"scenes", true},    {"plugin", true},        {"rate", true},    {"overwrite", false},
-    {"quiet", false},    {"timing", false},
-};
-constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
-constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
 constexpr const char* kFields[] = {"none", "lower", "upper"};
+constexpr OptionSpec kSparkOptions[] = {
+    kSpeedOption,
+    kInterpolationOption,
+    kQualityOption,
+    kMotionBlurOption,
+    {.name = "fields-in", .takesValue = true, .choices = kFields},
+    {.name = "fields-out", .takesValue = true, .choices = kFields},
+    {"setup", true},
+    {"speed-curve", true},
+    {"scenes", true},
+    {"plugin", true},
+    kRateOption,
+    {"overwrite", false},
+    {"quiet", false},
+    {"timing", false},
+};
 // Panel numbers of the animated controls read in curve mode.
 constexpr int kSceneControl = 15;
 constexpr int kSpeedControl = 32;
@@ -80,6 +89,16 @@ private:
     spark_info_struct info_;
 };
 
+// Empties the stand-in host on construction and again on destruction, so that nothing of a run
+// (clips with their readers, the plug-in's address) stays in the host's globals after it.
+class HostGuard {
+public:
+    HostGuard() { SparkHostReset(); }
+    ~HostGuard() { SparkHostReset(); }
+    HostGuard(const HostGuard&) = delete;
+    HostGuard& operator=(const HostGuard&) = delete;
+};
+
 void SetRecord(const SparkPlugin& plugin, const char* name, double value) {
     if (!plugin.SetValue(name, value))
         throw MediaError(std::string("the plug-in has no record ") + name);
@@ -95,8 +114,14 @@ int RunSpark(std::span<const std::string> args) {
         throw UsageError("quelmor spark wants an input and an output, such as in.mov out.mov");
     const std::string input = line.files[0], output = line.files[1];
     if (input == output) throw UsageError("the output must not be the input");
-    std::optional<double> speed;
-    if (auto v = line.Value("speed")) speed = ParsePositive(*v, "--speed");
+    const std::optional<double> speed = line.Number("speed");
+    // Every value is read now, so that a wrong one stops the run before the plug-in loads.
+    const std::optional<int> interpolation = line.Choice("interpolation");
+    const std::optional<int> quality = line.Choice("quality");
+    const std::optional<double> motionBlur = line.Number("motion-blur");
+    const std::optional<int> fieldsIn = line.Choice("fields-in");
+    const std::optional<int> fieldsOut = line.Choice("fields-out");
+    const std::optional<double> rate = line.Number("rate");
     const bool curveMode = line.Has("speed-curve") || line.Has("scenes");
     if (line.Has("speed-curve") && speed)
         throw UsageError("give only one of --speed and --speed-curve");
@@ -107,7 +132,6 @@ int RunSpark(std::span<const std::string> args) {
             throw UsageError("--setup wants a file name ending in .setup, got " + *v);
     }
 
-    auto source = OpenMedia(input);
     std::optional<Keyframes> speedKeys, sceneKeys;
     if (auto v = line.Value("speed-curve")) speedKeys = Keyframes::Load(*v);
     if (auto v = line.Value("scenes")) sceneKeys = Keyframes::Load(*v);
@@ -117,11 +141,14 @@ int RunSpark(std::span<const std::string> args) {
     auto plugin = SparkPlugin::Load(pluginPath, &why);
     if (!plugin) throw MediaError("cannot load the plug-in " + pluginPath + ": " + why);
 
-    const MediaFormat& format = source->Format();
+    // The host's state outlives this function; the guard empties it on every way out, after the
+    // plug-in's session has closed and before the clock that the frame source reports to goes.
     StageClock clock;
-    auto frames = std::make_shared<MediaFrameSource>(*source, &clock);
-    SparkHostReset();
+    const HostGuard hostGuard;
     SparkHostState& host = SparkHost();
+    auto frames = std::make_shared<MediaFrameSource>(OpenMedia(input), &clock);
+    const MediaReader* source = &frames->Reader();
+    const MediaFormat& format = source->Format();
     ScratchFolder scratch;
     host.setupDirectory = setup ? setup->parent_path().string() : scratch.Path().string();
     host.plugin = plugin.get();
@@ -138,16 +165,11 @@ int RunSpark(std::span<const std::string> args) {
     PluginSession session(*plugin, SparkHostMakeInfo(0, total, runMode, setupName.c_str()));
     // Options override what the setup holds.
     if (speed) SetRecord(*plugin, "SparkFloat2", *speed);
-    if (auto v = line.Value("interpolation"))
-        SetRecord(*plugin, "SparkPup0", ParseChoice(*v, "--interpolation", kInterpolations));
-    if (auto v = line.Value("quality"))
-        SetRecord(*plugin, "SparkPup1", ParseChoice(*v, "--quality", kQualities));
-    if (auto v = line.Value("motion-blur"))
-        SetRecord(*plugin, "SparkFloat3", ParseNonNegative(*v, "--motion-blur"));
-    if (auto v = line.Value("fields-in"))
-        SetRecord(*plugin, "SparkPup4", ParseChoice(*v, "--fields-in", kFields));
-    if (auto v = line.Value("fields-out"))
-        SetRecord(*plugin, "SparkPup5", ParseChoice(*v, "--fields-out", kFields));
+    if (interpolation) SetRecord(*plugin, "SparkPup0", *interpolation);
+    if (quality) SetRecord(*plugin, "SparkPup1", *quality);
+    if (motionBlur) SetRecord(*plugin, "SparkFloat3", *motionBlur);
+    if (fieldsIn) SetRecord(*plugin, "SparkPup4", *fieldsIn);
+    if (fieldsOut) SetRecord(*plugin, "SparkPup5", *fieldsOut);
     plugin->MemoryTempBuffers();
     plugin->Clips();
 
@@ -171,12 +193,20 @@ int RunSpark(std::span<const std::string> args) {
 
     WriteOptions options;
     options.overwrite = line.Has("overwrite");
-    options.frameRate = line.Has("rate")          ? ParsePositive(*line.Value("rate"), "--rate")
-                        : source->FrameRate() > 0 ? source->FrameRate()
-                                                  : 25.0;
+    options.frameRate = rate ? *rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
     const int first = source->FirstNumber();
-    CheckOutput(output, first, first + count - 1, options);
-    auto writer = CreateMedia(output, format, options);
+    CheckOutput(output, first, LastFrameNumber(first, count), options);
+    // The host's frames are RGB, so a source's alpha cannot pass through the plug-in: the output
+    // has none, rather than an opaque one the source never had, and the user is told.
+    MediaFormat outputFormat = format;
+    if (outputFormat.channels == 2 || outputFormat.channels == 4) {
+        --outputFormat.channels;
+        std::fprintf(stderr,
+                     "quelmor: the host's frames carry no alpha; %s is written without the "
+                     "source's alpha (quelmor retime keeps it)\n",
+                     output.c_str());
+    }
+    auto writer = CreateMedia(output, outputFormat, options);
     Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
     SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
     WriteBehind out(*writer, &clock);
@@ -187,6 +217,10 @@ int RunSpark(std::span<const std::string> args) {
             const auto timed = TimeStage(&clock, Stage::Engine);
             pixels = plugin->Process(info);
         }
+        // The plug-in makes a frame even when a source frame failed to come: a failed read
+        // stops the run as it stops the direct path.
+        if (const std::string failure = frames->Failure(); !failure.empty())
+            throw MediaError(failure);
         if (!pixels || !result)
             throw MediaError("the plug-in returned no frame for output frame " +
                              std::to_string(written));
