@@ -113,10 +113,8 @@ void CheckVisibleDamage(const std::string& path) {
     if (!damage.empty()) throw MediaError("cannot read " + path + ": " + damage);
 }
 
-// Writes all of `bytes` to a new file; returns why it failed, or "".
-std::string WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return std::strerror(errno);
+// Writes all of `bytes` to an open file and closes it; returns why it failed, or "".
+std::string WriteAndClose(int fd, const std::vector<unsigned char>& bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
@@ -130,6 +128,35 @@ std::string WriteWholeFile(const std::string& path, const std::vector<unsigned c
     }
     if (close(fd) != 0) return std::strerror(errno);
     return "";
+}
+
+// Writes all of `bytes` to a new file `path`; returns why it failed, or "". The bytes go first
+// into a file without a name in the same folder, which is named only once complete: a process
+// killed while writing (a crash, a signal, the file size limit) leaves nothing behind. Where the
+// file system has no unnamed files, `path` is written directly.
+std::string WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes) {
+    const std::string folder = fs::path(path).parent_path().string();
+    const int unnamed =
+        open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    if (unnamed >= 0) {
+        std::string why = WriteAndClose(dup(unnamed), bytes);
+        bool noProc = false;
+        if (why.empty()) {
+            // The file is complete: name it through its descriptor, over a name left behind.
+            const std::string self = "/proc/self/fd/" + std::to_string(unnamed);
+            unlink(path.c_str());
+            if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+                noProc = errno == ENOENT;
+                why = std::strerror(errno);
+            }
+        }
+        close(unnamed);
+        // Without /proc to name it by, the file is written again under its name.
+        if (!noProc) return why;
+    }
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return std::strerror(errno);
+    return WriteAndClose(fd, bytes);
 }
 
 std::string Describe(const MediaFormat& f) {

@@ -20,6 +20,7 @@
 #include "cli/WriteBehind.h"
 #include "sparkhost/HostState.h"
 #include "sparkhost/PluginLoader.h"
+#include "sparkhost/SetupFile.h"
 #include "sparkhost/WorkerPool.h"
 
 namespace quelmor::cli {
@@ -99,6 +100,27 @@ public:
     HostGuard& operator=(const HostGuard&) = delete;
 };
 
+// The setup is read at the start and saved over at the end: refuses, before anything runs, a
+// setup that would not load whole (and be lost when saved over) or could not be saved.
+void CheckSetup(const fs::path& setup) {
+    std::error_code ec;
+    const fs::path folder = setup.parent_path();
+    if (!fs::is_directory(folder, ec))
+        throw MediaError("the folder of --setup " + setup.string() + " does not exist");
+    if (!fs::exists(setup, ec)) {
+        if (access(folder.c_str(), W_OK | X_OK) != 0)
+            throw MediaError("the folder of --setup " + setup.string() +
+                             " is not writable; the setup could not be saved");
+        return;
+    }
+    if (!fs::is_regular_file(setup, ec))
+        throw MediaError("--setup " + setup.string() + " is not a file");
+    if (access(setup.c_str(), R_OK | W_OK) != 0)
+        throw MediaError("--setup " + setup.string() + " cannot be read and saved over");
+    if (const std::string problem = SparkSetupFileProblem(setup.string()); !problem.empty())
+        throw MediaError("--setup " + setup.string() + " is not a setup: " + problem);
+}
+
 void SetRecord(const SparkPlugin& plugin, const char* name, double value) {
     if (!plugin.SetValue(name, value))
         throw MediaError(std::string("the plug-in has no record ") + name);
@@ -130,6 +152,7 @@ int RunSpark(std::span<const std::string> args) {
         setup = fs::absolute(*v);
         if (setup->extension() != ".setup")
             throw UsageError("--setup wants a file name ending in .setup, got " + *v);
+        CheckSetup(*setup);
     }
 
     std::optional<Keyframes> speedKeys, sceneKeys;
