@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -76,18 +77,26 @@ private:
     fs::path path_;
 };
 
-// The plug-in's session: initialised on construction, saved and closed on destruction.
+// The plug-in's session: initialised on construction, saved and closed on destruction. A run
+// that fails saves its panel into `scratch` instead, leaving the user's setup as it was.
 class PluginSession {
 public:
-    PluginSession(const SparkPlugin& plugin, spark_info_struct info)
-        : plugin_(plugin), info_(info) {
+    PluginSession(const SparkPlugin& plugin, spark_info_struct info, std::string scratch)
+        : plugin_(plugin), info_(info), scratch_(std::move(scratch)) {
         plugin_.Initialise(info_);
     }
-    ~PluginSession() { plugin_.UnInitialise(info_); }
+    ~PluginSession() {
+        if (std::uncaught_exceptions() > exceptions_) SparkHost().setupDirectory = scratch_;
+        plugin_.UnInitialise(info_);
+    }
+    PluginSession(const PluginSession&) = delete;
+    PluginSession& operator=(const PluginSession&) = delete;
 
 private:
     const SparkPlugin& plugin_;
     spark_info_struct info_;
+    std::string scratch_;
+    int exceptions_ = std::uncaught_exceptions();
 };
 
 // Empties the stand-in host on construction and again on destruction, so that nothing of a run
@@ -185,7 +194,8 @@ int RunSpark(std::span<const std::string> args) {
     if (!plugin->IsInputFormatSupported(frames->Depth()))
         throw MediaError("the plug-in does not take frames of depth " +
                          std::to_string(frames->Depth()));
-    PluginSession session(*plugin, SparkHostMakeInfo(0, total, runMode, setupName.c_str()));
+    PluginSession session(*plugin, SparkHostMakeInfo(0, total, runMode, setupName.c_str()),
+                          scratch.Path().string());
     // Options override what the setup holds.
     if (speed) SetRecord(*plugin, "SparkFloat2", *speed);
     if (interpolation) SetRecord(*plugin, "SparkPup0", *interpolation);
@@ -199,6 +209,11 @@ int RunSpark(std::span<const std::string> args) {
     // Output length: the plug-in's own rule in clip mode, the speed curve's in curve mode.
     const double clipSpeed = plugin->Value("SparkFloat2").value_or(1.0);
     if (!curveMode && !(clipSpeed > 0)) throw MediaError("the setup's speed must be above 0");
+    // A setup's motion blur is held to the option's limits as well.
+    const double blur = plugin->Value("SparkFloat3").value_or(0.0);
+    if (!(blur >= kMotionBlurOption.min && blur <= kMotionBlurOption.max))
+        throw MediaError("the setup's motion blur must lie between 0 and 5, got " +
+                         std::to_string(blur));
     std::optional<Timing> timing;
     if (speedKeys) {
         timing = Timing::SpeedCurve(*speedKeys);

@@ -147,6 +147,7 @@ TEST_F(BadInputTest, CountsPastTheLimitsAreRefusedWithTheirNumbers) {
     WriteSynthClip(In("c.%04d.png"), 2, SampleType::U8);
     WriteSynthClip(In("high.%09d.png"), 2, SampleType::U8, 48, 32, 999999998);
     std::ofstream(In("garbage.setup")) << "SparkFloat2 0.5\nthis is not a setup\n";
+    std::ofstream(In("blur.setup")) << "SparkFloat2 0.5\nSparkFloat3 100\n";
     std::ofstream(In("binary.setup"), std::ios::binary)
         << std::string("SparkFloat2 0.5\n\x01\x02\x00\x7f\n", 20);
     struct Case {
@@ -165,6 +166,9 @@ TEST_F(BadInputTest, CountsPastTheLimitsAreRefusedWithTheirNumbers) {
          "makes 10000000000 true frames"},
         {"spark: retime's motion blur limit", "spark @c.%04d.png @r.%04d.png --motion-blur 100", 2,
          "--motion-blur must be 5 or less, got 100"},
+        {"spark: a setup past the motion blur limit",
+         "spark @c.%04d.png @r.%04d.png --setup @blur.setup", 1,
+         "the setup's motion blur must lie between 0 and 5"},
         {"spark: a setup of garbage",
          "spark @c.%04d.png @r.%04d.png --speed 1 --setup @garbage.setup", 1,
          "is not a setup: line 2 is not a record name and a number"},
