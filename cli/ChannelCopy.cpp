@@ -7,20 +7,26 @@ namespace quelmor::cli {
 
 namespace {
 
-// Per pixel: colour from the source (grey repeated), alpha from the source or opaque, each
-// sample through `map`.
+// Channel layouts by count: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA.
+constexpr bool HasAlpha(int channels) {
+    return channels == 2 || channels == 4;
+}
+
+// Per pixel: colour from the source (grey repeated to RGB, red kept as grey), alpha from the
+// source or opaque, each sample through `map`.
 template <class TIn, class TOut, int From, int To, class Map>
 void MapPixels(const TIn* __restrict in, TOut* __restrict out, std::size_t pixels, Map map,
                TOut opaque) {
+    constexpr int colours = To >= 3 ? 3 : 1;
     for (std::size_t i = 0; i < pixels; ++i, in += From, out += To) {
-        for (int c = 0; c < 3; ++c)
-            out[c] = map(in[From == 1 ? 0 : c]);
-        if constexpr (To == 4) out[3] = From == 4 ? map(in[3]) : opaque;
+        for (int c = 0; c < colours; ++c)
+            out[c] = map(in[From >= 3 ? c : 0]);
+        if constexpr (HasAlpha(To)) out[To - 1] = HasAlpha(From) ? map(in[From - 1]) : opaque;
     }
 }
 
 bool Handled(int from, int to) {
-    return (from == 1 || from == 3 || from == 4) && (to == 3 || to == 4) && from != to;
+    return from >= 1 && from <= 4 && to >= 1 && to <= 4 && from != to;
 }
 
 // The one dispatch over channel counts.
@@ -30,12 +36,28 @@ void MapAs(const MediaFrame& in, MediaFrame& out, Map map, TOut opaque) {
     const TIn* src = reinterpret_cast<const TIn*>(in.pixels.data());
     TOut* dst = reinterpret_cast<TOut*>(out.pixels.data());
     switch (in.format.channels * 10 + out.format.channels) {
+    case 12:
+        return MapPixels<TIn, TOut, 1, 2>(src, dst, pixels, map, opaque);
     case 13:
         return MapPixels<TIn, TOut, 1, 3>(src, dst, pixels, map, opaque);
     case 14:
         return MapPixels<TIn, TOut, 1, 4>(src, dst, pixels, map, opaque);
+    case 21:
+        return MapPixels<TIn, TOut, 2, 1>(src, dst, pixels, map, opaque);
+    case 23:
+        return MapPixels<TIn, TOut, 2, 3>(src, dst, pixels, map, opaque);
+    case 24:
+        return MapPixels<TIn, TOut, 2, 4>(src, dst, pixels, map, opaque);
+    case 31:
+        return MapPixels<TIn, TOut, 3, 1>(src, dst, pixels, map, opaque);
+    case 32:
+        return MapPixels<TIn, TOut, 3, 2>(src, dst, pixels, map, opaque);
     case 34:
         return MapPixels<TIn, TOut, 3, 4>(src, dst, pixels, map, opaque);
+    case 41:
+        return MapPixels<TIn, TOut, 4, 1>(src, dst, pixels, map, opaque);
+    case 42:
+        return MapPixels<TIn, TOut, 4, 2>(src, dst, pixels, map, opaque);
     case 43:
         return MapPixels<TIn, TOut, 4, 3>(src, dst, pixels, map, opaque);
     }

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <sstream>
+#include <stdexcept>
 
 namespace quelmor::cli {
 
@@ -17,6 +19,7 @@ std::optional<std::string> CommandLine::Value(const std::string& name) const {
 CommandLine ParseCommandLine(const std::string& command, std::span<const std::string> args,
                              std::span<const OptionSpec> options) {
     CommandLine out;
+    out.options = options;
     bool onlyFiles = false;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& arg = args[i];
@@ -74,6 +77,47 @@ int ParseInteger(const std::string& text, const std::string& what) {
 }
 
 } // namespace
+
+namespace {
+
+// Shortest text of a limit: 5, 0.5, 1e-06.
+std::string LimitText(double v) {
+    std::ostringstream text;
+    text << v;
+    return text.str();
+}
+
+const OptionSpec& Declared(std::span<const OptionSpec> options, const std::string& name) {
+    for (const OptionSpec& o : options)
+        if (name == o.name) return o;
+    throw std::logic_error("option --" + name + " is not declared");
+}
+
+} // namespace
+
+std::optional<double> CommandLine::Number(const std::string& name) const {
+    const auto text = Value(name);
+    if (!text) return std::nullopt;
+    const OptionSpec& spec = Declared(options, name);
+    const std::string what = "--" + name;
+    const double v = ParseNumber(*text, what);
+    if (spec.minExcluded && !(v > spec.min))
+        throw UsageError(what + " must be above " + LimitText(spec.min) + ", got " + *text);
+    if (v < spec.min)
+        throw UsageError(what +
+                         (spec.min == 0 ? " must not be negative"
+                                        : " must be " + LimitText(spec.min) + " or more") +
+                         ", got " + *text);
+    if (v > spec.max)
+        throw UsageError(what + " must be " + LimitText(spec.max) + " or less, got " + *text);
+    return v;
+}
+
+std::optional<int> CommandLine::Choice(const std::string& name) const {
+    const auto text = Value(name);
+    if (!text) return std::nullopt;
+    return ParseChoice(*text, "--" + name, Declared(options, name).choices);
+}
 
 double ParsePositive(const std::string& text, const std::string& what) {
     const double v = ParseNumber(text, what);

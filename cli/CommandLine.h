@@ -17,17 +17,31 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// One option, declared once with what it accepts; the parser and the checked readers of
+// CommandLine read the declaration, so that commands sharing a declaration share its limits.
 struct OptionSpec {
     const char* name; // without the leading dashes
     bool takesValue;
+    // A number's limits, checked by CommandLine::Number: at least `min` (above it when
+    // `minExcluded`) and at most `max`.
+    double min = -1e300;
+    bool minExcluded = false;
+    double max = 1e300;
+    // A menu's entries, by name or number, for CommandLine::Choice.
+    std::span<const char* const> choices = {};
 };
 
 struct CommandLine {
     std::vector<std::string> files;
     std::map<std::string, std::string> values; // flags map to ""
+    std::span<const OptionSpec> options;       // the declarations parsed against
 
     bool Has(const std::string& name) const { return values.count(name) != 0; }
     std::optional<std::string> Value(const std::string& name) const;
+    // The value of a numeric option checked against its declared limits, or of a menu option
+    // as the entry's number; none when not given. Throws UsageError naming the option.
+    std::optional<double> Number(const std::string& name) const;
+    std::optional<int> Choice(const std::string& name) const;
 };
 
 // Parses the arguments that follow the command word. `--name value` and

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <utility>
 
 namespace quelmor::cli {
@@ -47,10 +46,10 @@ void UnpackHostFrame(const void* host, int width, int height, int depth, MediaFr
     std::copy(bytes, bytes + out.pixels.size(), out.pixels.begin());
 }
 
-MediaFrameSource::MediaFrameSource(MediaReader& reader, StageClock* clock)
-    : reader_(reader), depth_(HostDepthFor(reader.Format().sample)),
+MediaFrameSource::MediaFrameSource(std::unique_ptr<MediaReader> reader, StageClock* clock)
+    : reader_(std::move(reader)), depth_(HostDepthFor(reader_->Format().sample)),
       frames_(
-          reader,
+          *reader_,
           [depth = depth_](MediaFrame&& decoded, MediaFrame& host) {
               ToHostFrame(std::move(decoded), depth, host);
           },
@@ -59,13 +58,17 @@ MediaFrameSource::MediaFrameSource(MediaReader& reader, StageClock* clock)
 bool MediaFrameSource::ReadFrame(int frame, void* buffer, size_t bytes) {
     if (bytes != SparkHostFrameBytes(Width(), Height(), depth_)) return false;
     try {
-        frames_.Get(std::clamp(frame, 0, reader_.FrameCount() - 1), frame_);
+        frames_.Get(std::clamp(frame, 0, reader_->FrameCount() - 1), frame_);
         std::copy(frame_.pixels.begin(), frame_.pixels.end(), static_cast<uint8_t*>(buffer));
-    } catch (const MediaError& e) {
-        std::fprintf(stderr, "quelmor: %s\n", e.what());
+    } catch (const std::exception& e) {
+        if (failure_.empty()) failure_ = e.what();
         return false;
     }
     return true;
+}
+
+std::string MediaFrameSource::Failure() const {
+    return failure_;
 }
 
 } // namespace quelmor::cli

@@ -1,6 +1,7 @@
 #include "ImageSequence.h"
 
 #include "ChannelCopy.h"
+#include "FrameIntegrity.h"
 
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
@@ -63,25 +64,58 @@ void WorkOnCallingThreads() {
     });
 }
 
+// The library's message, first line only: the rest repeats it as the codec's own chatter.
+std::string Why(std::string text) {
+    text = text.substr(0, text.find('\n'));
+    return text.empty() ? "the file is damaged" : text;
+}
+
+// Channels read from a file whose header is `header`: grey, grey and alpha, RGB or RGBA as they
+// come; of more, the leading R, G, B and A when they are named so. Anything else is refused,
+// since reading it as colour would make up a picture.
+int ChannelsToRead(const oiio::ImageSpec& header, const std::string& path) {
+    const int n = header.nchannels;
+    auto refuse = [&](const char* what) {
+        std::string text = "input frame " + path + " has " + std::to_string(n) + " channels (";
+        for (std::size_t i = 0; i < header.channelnames.size(); ++i)
+            text.append(i ? ", " : "").append(header.channelnames[i]);
+        return MediaError(text.append(")").append(what));
+    };
+    // Two channels are grey and alpha only when the second says it is alpha (not R and G, nor
+    // the two halves of a vector).
+    if (n == 2 && header.alpha_channel != 1) throw refuse(" that are not grey and alpha");
+    if (n <= 3) return n;
+    // Of four or more, colour first and alpha fourth when the file marks it so (a fourth channel
+    // such as depth is left out); of more than four, only channels named R, G and B are colour.
+    const int read = header.alpha_channel == 3 ? 4 : 3;
+    auto named = [&](int i, const char* name) {
+        return i < int(header.channelnames.size()) && header.channelnames[size_t(i)] == name;
+    };
+    if (n == 4 || (named(0, "R") && named(1, "G") && named(2, "B"))) return read;
+    throw refuse("; quelmor reads grey, grey and alpha, RGB and RGBA, or the leading R, G, B "
+                 "(and A) of more");
+}
+
 MediaFormat ReadHeader(const std::string& path) {
     auto in = oiio::ImageInput::open(path);
-    if (!in) {
-        std::string why = oiio::geterror();
-        throw MediaError("cannot read " + path + (why.empty() ? "" : ": " + why));
-    }
-    const oiio::ImageSpec& header = in->spec_dimensions(0);
+    if (!in) throw MediaError("cannot read " + path + ": " + Why(oiio::geterror()));
+    const oiio::ImageSpec& header = in->spec();
     MediaFormat f;
     f.width = header.width;
     f.height = header.height;
-    f.channels = header.nchannels > 4 ? 4 : header.nchannels;
+    f.channels = ChannelsToRead(header, path);
     f.sample = SampleOf(header.format);
     return f;
 }
 
-// Writes all of `bytes` to a new file; returns why it failed, or "".
-std::string WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return std::strerror(errno);
+// Refuses a frame whose damage shows without decoding it.
+void CheckVisibleDamage(const std::string& path) {
+    const std::string damage = VisibleDamage(path, ExtensionOf(path));
+    if (!damage.empty()) throw MediaError("cannot read " + path + ": " + damage);
+}
+
+// Writes all of `bytes` to an open file and closes it; returns why it failed, or "".
+std::string WriteAndClose(int fd, const std::vector<unsigned char>& bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
@@ -95,6 +129,35 @@ std::string WriteWholeFile(const std::string& path, const std::vector<unsigned c
     }
     if (close(fd) != 0) return std::strerror(errno);
     return "";
+}
+
+// Writes all of `bytes` to a new file `path`; returns why it failed, or "". The bytes go first
+// into a file without a name in the same folder, which is named only once complete: a process
+// killed while writing (a crash, a signal, the file size limit) leaves nothing behind. Where the
+// file system has no unnamed files, `path` is written directly.
+std::string WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes) {
+    const std::string folder = fs::path(path).parent_path().string();
+    const int unnamed =
+        open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    if (unnamed >= 0) {
+        std::string why = WriteAndClose(dup(unnamed), bytes);
+        bool noProc = false;
+        if (why.empty()) {
+            // The file is complete: name it through its descriptor, over a name left behind.
+            const std::string self = "/proc/self/fd/" + std::to_string(unnamed);
+            unlink(path.c_str());
+            if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+                noProc = errno == ENOENT;
+                why = std::strerror(errno);
+            }
+        }
+        close(unnamed);
+        // Without /proc to name it by, the file is written again under its name.
+        if (!noProc) return why;
+    }
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return std::strerror(errno);
+    return WriteAndClose(fd, bytes);
 }
 
 std::string Describe(const MediaFormat& f) {
@@ -115,10 +178,13 @@ public:
                 throw MediaError("input frame " + pattern.Path(first_ + i) +
                                  " is missing from the sequence");
         }
-        // Every header is read now, so that a frame of another size stops the run before any
+        // Every header is read now, and every frame checked for damage that shows without
+        // decoding, so that a frame of another size or a truncated one stops the run before any
         // output.
         format_ = ReadHeader(pattern.Path(first_));
-        for (int i = 1; i < count_; ++i) {
+        for (int i = 0; i < count_; ++i) {
+            CheckVisibleDamage(pattern.Path(first_ + i));
+            if (i == 0) continue;
             const MediaFormat f = ReadHeader(pattern.Path(first_ + i));
             if (!f.SameSize(format_) || f.channels != format_.channels)
                 throw MediaError("input frame " + pattern.Path(first_ + i) + " is " + Describe(f) +
@@ -140,13 +206,19 @@ public:
         oiio::ImageSpec config;
         config.attribute("oiio:UnassociatedAlpha", 1);
         auto in = oiio::ImageInput::open(path, &config);
-        if (!in) throw MediaError("cannot read " + path + ": " + oiio::geterror());
-        const oiio::ImageSpec& header = in->spec_dimensions(0);
-        if (header.width != format_.width || header.height != format_.height)
-            throw MediaError("input frame " + path + " changed size while reading");
+        if (!in) throw MediaError("cannot read " + path + ": " + Why(oiio::geterror()));
+        const oiio::ImageSpec& header = in->spec();
+        if (header.width != format_.width || header.height != format_.height ||
+            ChannelsToRead(header, path) != format_.channels)
+            throw MediaError("input frame " + path + " changed its format while reading");
+        CheckVisibleDamage(path);
         frame.Allocate(format_);
-        if (!in->read_image(0, 0, 0, format_.channels, TypeOf(format_.sample), frame.pixels.data()))
-            throw MediaError("cannot read " + path + ": " + in->geterror());
+        // Some readers report damage (a premature end of a JPEG, a short TIFF strip) only as an
+        // error kept on the reader, with the missing rows zero and success returned.
+        const bool read =
+            in->read_image(0, 0, 0, format_.channels, TypeOf(format_.sample), frame.pixels.data());
+        if (!read || in->has_error())
+            throw MediaError("cannot read " + path + ": " + Why(in->geterror()));
     }
 
 private:
@@ -261,8 +333,11 @@ private:
             header.attribute("png:filter", 0x80); // PNG_FILTER_PAETH
             header.attribute("png:compressionLevel", 1);
         }
-        if (format_.channels == 4) {
-            header.alpha_channel = 3;
+        // Grey is named Y, so that readers take one channel for grey and two for grey and alpha.
+        if (format_.channels == 1) header.channelnames = {std::string("Y")};
+        if (format_.channels == 2) header.channelnames = {std::string("Y"), std::string("A")};
+        if (format_.channels == 2 || format_.channels == 4) {
+            header.alpha_channel = format_.channels - 1;
             header.attribute("oiio:UnassociatedAlpha", 1);
         }
         return header;
@@ -343,19 +418,25 @@ void ConvertFrame(const MediaFrame& in, const MediaFormat& to, MediaFrame& out) 
                             out.pixels.data() + dstChannel * SampleBytes(to.sample), dstType,
                             dstPixel, oiio::stride_t(to.RowBytes()), oiio::AutoStride);
     };
-    if (from.channels == 1 && to.channels >= 3) {
-        for (int c = 0; c < 3; ++c)
-            copyChannels(0, c, 1);
+    // Colour: as many channels as both have, grey repeated into RGB, red kept as grey.
+    const int fromColours = from.channels >= 3 ? 3 : 1, toColours = to.channels >= 3 ? 3 : 1;
+    if (fromColours == toColours || toColours == 1) {
+        copyChannels(0, 0, toColours);
     } else {
-        copyChannels(0, 0, std::min(from.channels, to.channels) >= 3 ? 3 : 1);
-        if (from.channels == 4 && to.channels == 4) copyChannels(3, 3, 1);
+        for (int c = 0; c < toColours; ++c)
+            copyChannels(0, c, 1);
     }
-    if (to.channels == 4 && from.channels != 4) {
+    // Alpha, last in both layouts that have it (grey and alpha, RGBA).
+    const bool fromAlpha = from.channels == 2 || from.channels == 4;
+    const bool toAlpha = to.channels == 2 || to.channels == 4;
+    if (fromAlpha && toAlpha) copyChannels(from.channels - 1, to.channels - 1, 1);
+    if (toAlpha && !fromAlpha) {
         // Opaque alpha in the destination's own units.
         const float one = 1.0f;
         for (int y = 0; y < to.height; ++y)
             oiio::convert_image(1, to.width, 1, 1, &one, oiio::TypeDesc::FLOAT, 0, 0, 0,
-                                out.pixels.data() + y * to.RowBytes() + 3 * SampleBytes(to.sample),
+                                out.pixels.data() + y * to.RowBytes() +
+                                    (to.channels - 1) * SampleBytes(to.sample),
                                 dstType, dstPixel, oiio::AutoStride, oiio::AutoStride);
     }
 }

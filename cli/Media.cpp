@@ -29,6 +29,16 @@ bool IsVideoPath(const std::string& path) {
     return IsVideoExtension(ExtensionOf(path));
 }
 
+int LastFrameNumber(int first, std::int64_t count) {
+    const std::int64_t last = std::int64_t(first) + count - 1;
+    if (last > kLargestFrameNumber)
+        throw MediaError("the " + std::to_string(count) + " output frames from frame " +
+                         std::to_string(first) + " would end at frame " + std::to_string(last) +
+                         ", past " + std::to_string(kLargestFrameNumber) +
+                         ", the largest frame number");
+    return int(last);
+}
+
 std::unique_ptr<MediaReader> OpenMedia(const std::string& path) {
     if (auto pattern = SequencePattern::Parse(path)) {
         if (!IsImageExtension(ExtensionOf(path)))

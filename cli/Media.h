@@ -1,6 +1,7 @@
 // Reading and writing clips: numbered image files or a video file, chosen by the name.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -62,6 +63,15 @@ struct WriteOptions {
     std::optional<FrameSpan> whole;
 };
 
+// The longest run: more output frames than this are taken for a mistake of timing.
+inline constexpr std::int64_t kMostFramesPerRun = 10'000'000;
+// Frame numbers in file names have at most nine digits.
+inline constexpr std::int64_t kLargestFrameNumber = 999'999'999;
+
+// Number of the last of `count` frames numbered from `first`; throws MediaError, with the
+// numbers, when it needs more than nine digits.
+int LastFrameNumber(int first, std::int64_t count);
+
 bool IsVideoPath(const std::string& path);
 
 // Threads that a video decoder or encoder opened after this call may use; 0, the default, lets
@@ -91,7 +101,9 @@ std::vector<std::string> OutputInTheWay(const std::string& path, int first, int 
 std::unique_ptr<MediaWriter> CreateMedia(const std::string& path, const MediaFormat& format,
                                          const WriteOptions& options);
 
-// Converts samples and channel count; a missing alpha becomes opaque.
+// Converts samples and channel count between grey, grey and alpha, RGB and RGBA: grey spreads to
+// R = G = B, RGB becomes grey by its red, alpha is kept where both have it and a missing alpha
+// becomes opaque.
 void ConvertFrame(const MediaFrame& in, const MediaFormat& to, MediaFrame& out);
 
 } // namespace quelmor::cli

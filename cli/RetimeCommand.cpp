@@ -57,7 +57,7 @@ int RunRetime(std::span<const std::string> args) {
         throw MediaError("this timing makes no output frame from the " +
                          std::to_string(source->FrameCount()) + " input frames");
     const int first = source->FirstNumber();
-    int from = first, to = first + count - 1;
+    int from = first, to = LastFrameNumber(first, count);
     const FrameSpan whole{from, to};
     if (s.frames) {
         if (s.frames->first < from || s.frames->last > to)

@@ -103,7 +103,7 @@ int CliQuelmor::GetToBeWarpedSequenceImage(ZUImage** image, int frame) {
         *image = new CliImage(working_, std::move(copy));
         return 0;
     } catch (const MediaError& e) {
-        std::fprintf(stderr, "quelmor: %s\n", e.what());
+        if (readFailure_.empty()) readFailure_ = e.what();
         return 7;
     } catch (...) {
         return 1;
@@ -145,6 +145,7 @@ int CliQuelmor::WhichScene(float time) {
 
 void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& out) {
     if (Init() != 0) throw MediaError("out of memory");
+    readFailure_.clear();
     CliImage result(working_, std::vector<uint8_t>(working_.FrameBytes()));
     float shrink[10] = {};
     float sensitivity[10];
@@ -154,6 +155,7 @@ void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& o
         &result, nullptr, 0, 0, settings.vectorQuality, float(index), float(index + 1), kFrameRate,
         kFrameRate, settings.motionBlur, kMotionSensitivity, settings.interpolation, kHighQuality,
         kFlowFromSequence, kCacheLastMotion, 0, shrink, sensitivity, &progress, false);
+    if (!readFailure_.empty()) throw MediaError(readFailure_);
     if (code != 0)
         throw MediaError("the engine failed on output frame " + std::to_string(index) +
                          " with error " + std::to_string(code));

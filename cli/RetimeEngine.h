@@ -5,6 +5,7 @@
 #pragma once
 
 #include <deque>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -38,7 +39,8 @@ public:
     ~CliQuelmor() override;
 
     // Renders output frame `index` (counted from 0) into `out`, in the working format.
-    // Throws MediaError when the engine fails.
+    // Throws MediaError when a source frame cannot be read (with the reader's message) or the
+    // engine fails.
     void Render(int index, const EngineSettings& settings, MediaFrame& out);
 
     int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override;
@@ -64,6 +66,8 @@ private:
     std::deque<std::pair<int, MediaFrame>> kept_;
     // Pixel memory of frames the engine gave back, for the next ones it checks out.
     std::vector<std::vector<uint8_t>> spare_;
+    // Why the source frame of the frame in hand could not be read: the message Render throws.
+    std::string readFailure_;
 };
 
 } // namespace quelmor::cli

@@ -1,5 +1,6 @@
 #include "RetimeSettings.h"
 
+#include "EngineOptions.h"
 #include "SequencePattern.h"
 #include "Threads.h"
 
@@ -8,13 +9,11 @@ namespace quelmor::cli {
 namespace {
 
 constexpr OptionSpec kRetimeOptions[] = {
-    {"speed", true},   {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
-    {"frames", true},  {"interpolation", true}, {"quality", true},     {"motion-blur", true},
-    {"rate", true},    {"overwrite", false},    {"quiet", false},      {"timing", false},
+    kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
+    {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
+    kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
     {"resume", false}, {"print-frames", false}, {"threads", true},
 };
-constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
-constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
 
 } // namespace
 
@@ -26,7 +25,7 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     RetimeSettings s;
     s.input = line.files[0];
     s.output = line.files[1];
-    if (auto v = line.Value("speed")) s.speed = ParsePositive(*v, "--speed");
+    s.speed = line.Number("speed");
     s.speedCurve = line.Value("speed-curve");
     s.frameCurve = line.Value("frame-curve");
     s.scenes = line.Value("scenes");
@@ -36,14 +35,10 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
         throw UsageError("quelmor retime needs --speed, --speed-curve or --frame-curve");
     if (timings > 1) throw UsageError("give only one of --speed, --speed-curve and --frame-curve");
     if (auto v = line.Value("frames")) s.frames = ParseFrameRange(*v);
-    if (auto v = line.Value("interpolation"))
-        s.interpolation = ParseChoice(*v, "--interpolation", kInterpolations);
-    if (auto v = line.Value("quality")) s.vectorQuality = ParseChoice(*v, "--quality", kQualities);
-    if (auto v = line.Value("motion-blur")) {
-        s.motionBlur = float(ParseNonNegative(*v, "--motion-blur"));
-        if (s.motionBlur > 5.0f) throw UsageError("--motion-blur must be 5 or less, got " + *v);
-    }
-    if (auto v = line.Value("rate")) s.rate = ParsePositive(*v, "--rate");
+    s.interpolation = line.Choice("interpolation").value_or(s.interpolation);
+    s.vectorQuality = line.Choice("quality").value_or(s.vectorQuality);
+    s.motionBlur = float(line.Number("motion-blur").value_or(s.motionBlur));
+    s.rate = line.Number("rate").value_or(s.rate);
     s.overwrite = line.Has("overwrite");
     s.quiet = line.Has("quiet");
     s.timing = line.Has("timing");

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -9,6 +10,7 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Commands.h"
+#include "cli/EngineOptions.h"
 #include "cli/HostFrames.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
@@ -20,6 +22,7 @@
 #include "cli/Timing.h"
 #include "sparkhost/HostState.h"
 #include "sparkhost/PluginLoader.h"
+#include "sparkhost/SetupFile.h"
 #include "sparkhost/WorkerPool.h"
 
 namespace quelmor::cli {
@@ -27,15 +30,24 @@ namespace quelmor::cli {
 namespace {
 namespace fs = std::filesystem;
 
-constexpr OptionSpec kSparkOptions[] = {
-    {"speed", true},     {"interpolation", true}, {"quality", true}, {"motion-blur", true},
-    {"fields-in", true}, {"fields-out", true},    {"setup", true},   {"speed-curve", true},
-    {"scenes", true},    {"plugin", true},        {"rate", true},    {"overwrite", false},
-    {"quiet", false},    {"timing", false},       {"threads", true},
-};
-constexpr const char* kInterpolations[] = {"nearest", "blend", "weighted"};
-constexpr const char* kQualities[] = {"none", "sloppy", "medium", "high", "best"};
 constexpr const char* kFields[] = {"none", "lower", "upper"};
+constexpr OptionSpec kSparkOptions[] = {
+    kSpeedOption,
+    kInterpolationOption,
+    kQualityOption,
+    kMotionBlurOption,
+    {.name = "fields-in", .takesValue = true, .choices = kFields},
+    {.name = "fields-out", .takesValue = true, .choices = kFields},
+    {"setup", true},
+    {"speed-curve", true},
+    {"scenes", true},
+    {"plugin", true},
+    kRateOption,
+    {"overwrite", false},
+    {"quiet", false},
+    {"timing", false},
+    {"threads", true},
+};
 // Panel numbers of the animated controls read in curve mode.
 constexpr int kSceneControl = 15;
 constexpr int kSpeedControl = 32;
@@ -67,19 +79,58 @@ private:
     fs::path path_;
 };
 
-// The plug-in's session: initialised on construction, saved and closed on destruction.
+// The plug-in's session: initialised on construction, saved and closed on destruction. A run
+// that fails saves its panel into `scratch` instead, leaving the user's setup as it was.
 class PluginSession {
 public:
-    PluginSession(const SparkPlugin& plugin, spark_info_struct info)
-        : plugin_(plugin), info_(info) {
+    PluginSession(const SparkPlugin& plugin, spark_info_struct info, std::string scratch)
+        : plugin_(plugin), info_(info), scratch_(std::move(scratch)) {
         plugin_.Initialise(info_);
     }
-    ~PluginSession() { plugin_.UnInitialise(info_); }
+    ~PluginSession() {
+        if (std::uncaught_exceptions() > exceptions_) SparkHost().setupDirectory = scratch_;
+        plugin_.UnInitialise(info_);
+    }
+    PluginSession(const PluginSession&) = delete;
+    PluginSession& operator=(const PluginSession&) = delete;
 
 private:
     const SparkPlugin& plugin_;
     spark_info_struct info_;
+    std::string scratch_;
+    int exceptions_ = std::uncaught_exceptions();
 };
+
+// Empties the stand-in host on construction and again on destruction, so that nothing of a run
+// (clips with their readers, the plug-in's address) stays in the host's globals after it.
+class HostGuard {
+public:
+    HostGuard() { SparkHostReset(); }
+    ~HostGuard() { SparkHostReset(); }
+    HostGuard(const HostGuard&) = delete;
+    HostGuard& operator=(const HostGuard&) = delete;
+};
+
+// The setup is read at the start and saved over at the end: refuses, before anything runs, a
+// setup that would not load whole (and be lost when saved over) or could not be saved.
+void CheckSetup(const fs::path& setup) {
+    std::error_code ec;
+    const fs::path folder = setup.parent_path();
+    if (!fs::is_directory(folder, ec))
+        throw MediaError("the folder of --setup " + setup.string() + " does not exist");
+    if (!fs::exists(setup, ec)) {
+        if (access(folder.c_str(), W_OK | X_OK) != 0)
+            throw MediaError("the folder of --setup " + setup.string() +
+                             " is not writable; the setup could not be saved");
+        return;
+    }
+    if (!fs::is_regular_file(setup, ec))
+        throw MediaError("--setup " + setup.string() + " is not a file");
+    if (access(setup.c_str(), R_OK | W_OK) != 0)
+        throw MediaError("--setup " + setup.string() + " cannot be read and saved over");
+    if (const std::string problem = SparkSetupFileProblem(setup.string()); !problem.empty())
+        throw MediaError("--setup " + setup.string() + " is not a setup: " + problem);
+}
 
 void SetRecord(const SparkPlugin& plugin, const char* name, double value) {
     if (!plugin.SetValue(name, value))
@@ -98,8 +149,14 @@ int RunSpark(std::span<const std::string> args) {
     if (input == output) throw UsageError("the output must not be the input");
     const int threads = ThreadsOption(line);
     SetCodecThreads(threads);
-    std::optional<double> speed;
-    if (auto v = line.Value("speed")) speed = ParsePositive(*v, "--speed");
+    const std::optional<double> speed = line.Number("speed");
+    // Every value is read now, so that a wrong one stops the run before the plug-in loads.
+    const std::optional<int> interpolation = line.Choice("interpolation");
+    const std::optional<int> quality = line.Choice("quality");
+    const std::optional<double> motionBlur = line.Number("motion-blur");
+    const std::optional<int> fieldsIn = line.Choice("fields-in");
+    const std::optional<int> fieldsOut = line.Choice("fields-out");
+    const std::optional<double> rate = line.Number("rate");
     const bool curveMode = line.Has("speed-curve") || line.Has("scenes");
     if (line.Has("speed-curve") && speed)
         throw UsageError("give only one of --speed and --speed-curve");
@@ -108,9 +165,9 @@ int RunSpark(std::span<const std::string> args) {
         setup = fs::absolute(*v);
         if (setup->extension() != ".setup")
             throw UsageError("--setup wants a file name ending in .setup, got " + *v);
+        CheckSetup(*setup);
     }
 
-    auto source = OpenMedia(input);
     std::optional<Keyframes> speedKeys, sceneKeys;
     if (auto v = line.Value("speed-curve")) speedKeys = Keyframes::Load(*v);
     if (auto v = line.Value("scenes")) sceneKeys = Keyframes::Load(*v);
@@ -120,13 +177,16 @@ int RunSpark(std::span<const std::string> args) {
     auto plugin = SparkPlugin::Load(pluginPath, &why);
     if (!plugin) throw MediaError("cannot load the plug-in " + pluginPath + ": " + why);
 
+    // The host's state outlives this function; the guard empties it on every way out, after the
+    // plug-in's session has closed and before the clock that the frame source reports to goes.
+    StageClock clock;
+    const HostGuard hostGuard;
+    SparkHostState& host = SparkHost();
+    auto frames = std::make_shared<MediaFrameSource>(OpenMedia(input), &clock);
+    const MediaReader* source = &frames->Reader();
     const MediaFormat& format = source->Format();
     // The plug-in's qualities make no flow image larger than the frame itself.
     CheckEngineFrameSize(format, 0);
-    StageClock clock;
-    auto frames = std::make_shared<MediaFrameSource>(*source, &clock);
-    SparkHostReset();
-    SparkHostState& host = SparkHost();
     ScratchFolder scratch;
     host.setupDirectory = setup ? setup->parent_path().string() : scratch.Path().string();
     host.plugin = plugin.get();
@@ -140,25 +200,26 @@ int RunSpark(std::span<const std::string> args) {
     if (!plugin->IsInputFormatSupported(frames->Depth()))
         throw MediaError("the plug-in does not take frames of depth " +
                          std::to_string(frames->Depth()));
-    PluginSession session(*plugin, SparkHostMakeInfo(0, total, runMode, setupName.c_str()));
+    PluginSession session(*plugin, SparkHostMakeInfo(0, total, runMode, setupName.c_str()),
+                          scratch.Path().string());
     // Options override what the setup holds.
     if (speed) SetRecord(*plugin, "SparkFloat2", *speed);
-    if (auto v = line.Value("interpolation"))
-        SetRecord(*plugin, "SparkPup0", ParseChoice(*v, "--interpolation", kInterpolations));
-    if (auto v = line.Value("quality"))
-        SetRecord(*plugin, "SparkPup1", ParseChoice(*v, "--quality", kQualities));
-    if (auto v = line.Value("motion-blur"))
-        SetRecord(*plugin, "SparkFloat3", ParseNonNegative(*v, "--motion-blur"));
-    if (auto v = line.Value("fields-in"))
-        SetRecord(*plugin, "SparkPup4", ParseChoice(*v, "--fields-in", kFields));
-    if (auto v = line.Value("fields-out"))
-        SetRecord(*plugin, "SparkPup5", ParseChoice(*v, "--fields-out", kFields));
+    if (interpolation) SetRecord(*plugin, "SparkPup0", *interpolation);
+    if (quality) SetRecord(*plugin, "SparkPup1", *quality);
+    if (motionBlur) SetRecord(*plugin, "SparkFloat3", *motionBlur);
+    if (fieldsIn) SetRecord(*plugin, "SparkPup4", *fieldsIn);
+    if (fieldsOut) SetRecord(*plugin, "SparkPup5", *fieldsOut);
     plugin->MemoryTempBuffers();
     plugin->Clips();
 
     // Output length: the plug-in's own rule in clip mode, the speed curve's in curve mode.
     const double clipSpeed = plugin->Value("SparkFloat2").value_or(1.0);
     if (!curveMode && !(clipSpeed > 0)) throw MediaError("the setup's speed must be above 0");
+    // A setup's motion blur is held to the option's limits as well.
+    const double blur = plugin->Value("SparkFloat3").value_or(0.0);
+    if (!(blur >= kMotionBlurOption.min && blur <= kMotionBlurOption.max))
+        throw MediaError("the setup's motion blur must lie between 0 and 5, got " +
+                         std::to_string(blur));
     std::optional<Timing> timing;
     if (speedKeys) {
         timing = Timing::SpeedCurve(*speedKeys);
@@ -175,15 +236,20 @@ int RunSpark(std::span<const std::string> args) {
                          " input frames");
 
     const int first = source->FirstNumber();
-    OutputPlan plan{input,
-                    output,
-                    {first, first + count - 1},
-                    {first, first + count - 1},
-                    line.Has("overwrite")};
-    plan.frameRate = line.Has("rate")          ? ParsePositive(*line.Value("rate"), "--rate")
-                     : source->FrameRate() > 0 ? source->FrameRate()
-                                               : 25.0;
-    OutputRun out(plan, format, &clock, threads);
+    const int last = LastFrameNumber(first, count);
+    OutputPlan plan{input, output, {first, last}, {first, last}, line.Has("overwrite")};
+    plan.frameRate = rate ? *rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
+    // The host's frames are RGB, so a source's alpha cannot pass through the plug-in: the output
+    // has none, rather than an opaque one the source never had, and the user is told.
+    MediaFormat outputFormat = format;
+    const bool dropsAlpha = outputFormat.channels == 2 || outputFormat.channels == 4;
+    if (dropsAlpha) --outputFormat.channels;
+    OutputRun out(plan, outputFormat, &clock, threads);
+    if (dropsAlpha)
+        std::fprintf(stderr,
+                     "quelmor: the host's frames carry no alpha; %s is written without the "
+                     "source's alpha (quelmor retime keeps it)\n",
+                     output.c_str());
     Progress progress("spark", count, Progress::StyleFor(stderr, line.Has("quiet")));
     SparkHostBuffer* result = SparkHostGetBuffer(kSparkResultBufferId);
     int written = 0;
@@ -193,6 +259,10 @@ int RunSpark(std::span<const std::string> args) {
             const auto timed = TimeStage(&clock, Stage::Engine);
             pixels = plugin->Process(info);
         }
+        // The plug-in makes a frame even when a source frame failed to come: a failed read
+        // stops the run as it stops the direct path.
+        if (const std::string failure = frames->Failure(); !failure.empty())
+            throw MediaError(failure);
         if (!pixels || !result)
             throw MediaError("the plug-in returned no frame for output frame " +
                              std::to_string(written));

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <mutex>
@@ -54,7 +55,13 @@ int RunSynth(std::span<const std::string> args) {
     const SequencePattern truth = pattern->WithNamePrefix("true_");
     WriteOptions options;
     options.overwrite = line.Has("overwrite");
-    const int truthFrames = settings.frames * settings.truthSteps;
+    const std::int64_t truthCount = std::int64_t(settings.frames) * settings.truthSteps;
+    if (truthCount > kMostFramesPerRun)
+        throw UsageError("--frames " + std::to_string(settings.frames) + " with --steps " +
+                         std::to_string(settings.truthSteps) + " makes " +
+                         std::to_string(truthCount) + " true frames; at most " +
+                         std::to_string(kMostFramesPerRun));
+    const int truthFrames = int(truthCount);
     WriteOptions truthOptions = options;
     options.whole = FrameSpan{0, settings.frames - 1};
     truthOptions.whole = FrameSpan{0, truthFrames - 1};

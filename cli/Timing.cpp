@@ -1,15 +1,29 @@
 #include "cli/Timing.h"
 
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <string>
 
-#include "cli/MediaFrame.h"
+#include "cli/Media.h"
 
 namespace quelmor::cli {
 
 namespace {
-// Longest output a curve may ask for; beyond it the curve is taken for a mistake.
-constexpr int kMaxOutputFrames = 10000000;
+
+std::string Text(const char* format, double v) {
+    char text[64];
+    std::snprintf(text, sizeof text, format, v);
+    return text;
+}
+
+// A count that went past the longest run, refused with the numbers that made it.
+MediaError TooMany(double count, int sourceFrames, const std::string& how) {
+    return MediaError(how + " makes " + Text("%.0f", count) + " output frames from the " +
+                      std::to_string(sourceFrames) + " input frames; a run makes at most " +
+                      std::to_string(kMostFramesPerRun));
+}
+
 } // namespace
 
 Timing Timing::Constant(double speed) {
@@ -61,24 +75,36 @@ float Timing::SourceTime(float outputTime) const {
 }
 
 int Timing::OutputFrameCount(int sourceFrames) const {
+    // Counted in double precision, which holds every count that can be refused exactly, and
+    // turned into an integer only once it is known to fit.
+    double count = 0;
     switch (kind_) {
     case Kind::Constant:
-        return int(float(sourceFrames) / speed_);
+        count = std::floor(double(float(sourceFrames) / speed_));
+        if (count > double(kMostFramesPerRun))
+            throw TooMany(count, sourceFrames, "a speed of " + Text("%g", speed_));
+        break;
     case Kind::Frame:
-        return int(std::floor(lastKey_)) + 1;
+        count = std::floor(lastKey_) + 1;
+        if (count > double(kMostFramesPerRun))
+            throw TooMany(count, sourceFrames,
+                          "the frame curve, keyed to output frame " +
+                              std::to_string(std::int64_t(lastKey_)) + ",");
+        break;
     case Kind::Speed: {
         // Source time grows by the keyed speed per frame, added up as SourceTime does.
         float sum = 0.0f;
-        int n = 0;
         while (sum < float(sourceFrames)) {
-            if (++n > kMaxOutputFrames)
-                throw MediaError("the speed curve asks for more than 10000000 output frames");
-            sum += curve_->ValueAt(n);
+            if (++count > double(kMostFramesPerRun))
+                throw MediaError("the speed curve asks for more than " +
+                                 std::to_string(kMostFramesPerRun) + " output frames from the " +
+                                 std::to_string(sourceFrames) + " input frames");
+            sum += curve_->ValueAt(count);
         }
-        return n;
+        break;
     }
     }
-    return 0;
+    return int(count);
 }
 
 SparkCurve SceneCurve(const Keyframes& scenes) {

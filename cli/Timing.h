@@ -22,7 +22,8 @@ public:
     // output order, so that both paths round alike.
     float SourceTime(float outputTime) const;
     // Output frames for a source of `sourceFrames` frames: those whose source time lies
-    // before its end; for keyed frames, up to the last key.
+    // before its end; for keyed frames, up to the last key. Throws MediaError, with the numbers,
+    // past kMostFramesPerRun.
     int OutputFrameCount(int sourceFrames) const;
 
     // The host curve behind a keyed timing, in host frames; none for a constant speed.

@@ -109,6 +109,10 @@ public:
         while (next_ <= index) {
             if (!DecodeNext())
                 throw MediaError("cannot decode frame " + std::to_string(next_) + " of " + path_);
+            // A decoder conceals damaged data and returns the frame, marked.
+            if ((decoded_->flags & AV_FRAME_FLAG_CORRUPT) || decoded_->decode_error_flags)
+                throw MediaError("cannot read frame " + std::to_string(next_) + " of " + path_ +
+                                 ": its data is damaged");
             MediaFrame converted;
             Convert(converted);
             recent_.emplace_back(next_, std::move(converted));

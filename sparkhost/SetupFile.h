@@ -9,3 +9,6 @@ class SparkPlugin;
 bool SparkSaveSetupFile(const SparkPlugin& plugin, const std::string& path);
 // False when the file cannot be read.
 bool SparkLoadSetupFile(const SparkPlugin& plugin, const std::string& path);
+// Why the file at `path` is not a setup that loading would take whole: unreadable, binary, or a
+// line other than a comment or "Name value"; empty for a good setup.
+std::string SparkSetupFileProblem(const std::string& path);

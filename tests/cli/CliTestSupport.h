@@ -30,8 +30,9 @@ struct RunResult {
 };
 
 struct RunLimits {
-    long maxFileBytes = -1;      // files larger than this cannot be written, as on a full disk
-    bool asUnprivileged = false; // run as "nobody", for whom root's folders are not writable
+    long maxFileBytes = -1;         // files larger than this cannot be written, as on a full disk
+    bool asUnprivileged = false;    // run as "nobody", for whom root's folders are not writable
+    bool killedAtFileLimit = false; // a write past maxFileBytes kills the process (SIGXFSZ)
 };
 
 inline std::string Slurp(const std::string& path) {
@@ -53,7 +54,8 @@ inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimit
         dup2(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 1);
         dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 2);
         if (limits.maxFileBytes >= 0) {
-            signal(SIGXFSZ, SIG_IGN); // writes beyond the limit fail with an error instead
+            // Writes beyond the limit fail with an error, or kill the process mid-write.
+            signal(SIGXFSZ, limits.killedAtFileLimit ? SIG_DFL : SIG_IGN);
             rlimit r{rlim_t(limits.maxFileBytes), rlim_t(limits.maxFileBytes)};
             setrlimit(RLIMIT_FSIZE, &r);
         }

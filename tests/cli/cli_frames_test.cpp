@@ -22,8 +22,7 @@ TEST(SourceFramesTest, BothPathsHandOutFramesAndHoldTheEnds) {
                          Solid(SampleType::U8, 3, {1.0f, 1.0f, 1.0f})});
     const Timing half = Timing::Constant(0.5);
     CliQuelmor engine(reader, half, nullptr);
-    FramesReader hostReader = reader;
-    MediaFrameSource source(hostReader);
+    MediaFrameSource source(std::make_unique<FramesReader>(reader));
     EXPECT_EQ(source.Depth(), 24);
     std::vector<uint8_t> host(SparkHostFrameBytes(2, 2, 24));
     struct Case {

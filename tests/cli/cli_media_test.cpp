@@ -171,6 +171,23 @@ TEST(ConvertFrameTest, ScalesSamplesAndFillsChannels) {
         {"8-bit rgba to halves", 4, S::U8, 3, S::Half, {0.2f, 0.4f, 0.6f, 0}, {0.2, 0.4, 0.6}},
         {"16-bit rgb to halves", 3, S::U16, 4, S::Half, {0.25f, 0.5f, 1}, {0.25, 0.5, 1, 1}},
         {"16-bit rgb to rgb halves", 3, S::U16, 3, S::Half, {0.25f, 0.5f, 1}, {0.25, 0.5, 1}},
+        {"grey and alpha to rgba", 2, S::U8, 4, S::U8, {0.2f, 0.6f}, {51, 51, 51, 153}},
+        {"16-bit grey and alpha to float",
+         2,
+         S::U16,
+         4,
+         S::Float,
+         {0.5f, 0.25f},
+         {0.5, 0.5, 0.5, 0.25}},
+        {"grey and alpha to halves", 2, S::U8, 4, S::Half, {0.2f, 0.6f}, {0.2, 0.2, 0.2, 0.6}},
+        {"rgba to grey and alpha", 4, S::U8, 2, S::U8, {0.2f, 0.4f, 0.6f, 0.8f}, {51, 204}},
+        {"16-bit rgba to grey and alpha halves",
+         4,
+         S::U16,
+         2,
+         S::Half,
+         {0.5f, 0, 0, 0.25f},
+         {0.5, 0.25}},
     };
     for (const Case& c : cases) {
         // Six pixels of one colour: a wrong step between pixels shows as mixed channels.
