@@ -60,7 +60,7 @@ check_binary() {
         echo "$binary: $allowed AVX2 kernel functions, none elsewhere"
     fi
 }
-check_binary "$build/host/libquelmor_spark.so"
+check_binary "$build/host/quelmor_spark.so"
 check_binary "$build/cli/quelmor"
 
 if ((status == 0)); then echo "check-portable: OK"; else echo "check-portable: FAILED"; fi
