@@ -12,3 +12,8 @@ jobs="$(nproc)"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DQUELMOR_BUILD_TESTS=ON -DQUELMOR_SANITIZE="${QUELMOR_SANITIZE:-}"
 cmake --build "$build" -j "$jobs"
 ctest --test-dir "$build" -j "$jobs" --output-on-failure
+
+# Portable binaries: the suite again with the baseline kernels forced (the run above takes the
+# AVX2 copy where the processor has it), and no AVX-class instruction outside the AVX2 copy.
+QUELMOR_CPU=baseline ctest --test-dir "$build" -j "$jobs" --output-on-failure
+scripts/check-portable.sh "$build"
