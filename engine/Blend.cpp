@@ -1,11 +1,14 @@
 // DQBlend, DQBlendParallel and Dissolve.
 
 #include "engine/Mix.h"
+#include "image/KernelSpace.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -203,8 +206,10 @@ void Dissolve(DQImage* dest, const DQImage* a, const DQImage* b, float t) {
     if (std::fabs(double(t) - 1.0) < 0.005) return CopyImage(dest, b);
     if (a->channels == 4 && (t < 0.0f || t > 1.0f)) {
         CopyImage(dest, a);
-        if (DQBlend(dest, b, 1, 1.0f - t) == 0) DQThrow(kDQErrBadArgument);
+        if (::QUELMOR_KERNEL_NS::DQBlend(dest, b, 1, 1.0f - t) == 0) DQThrow(kDQErrBadArgument);
         return;
     }
     DQDispatchType(dest->dataType, [&]<class T>() { DissolveRows<T>(dest, a, b, t); });
 }
+
+QUELMOR_KERNELS_END

@@ -1,5 +1,6 @@
 // Separable smoothing of float level images with a plane kept by the caller.
 #include "flow/FlowFilter.h"
+#include "image/KernelSpace.h"
 
 #include "image/Parallel.h"
 #include "warp/Filters.h"
@@ -8,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <vector>
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -47,6 +50,10 @@ constexpr size_t kWindowBytes = 256 * 1024;
 
 } // namespace
 
+QUELMOR_KERNELS_END
+
+// The buffer is not a kernel: the first copy of this unit alone defines it.
+#ifndef QUELMOR_KERNEL_SECOND_COPY
 DQFlowBuffer::~DQFlowBuffer() {
     ZUMemRelease(data_);
 }
@@ -60,6 +67,9 @@ float* DQFlowBuffer::Reserve(size_t count) {
     capacity_ = count;
     return data_;
 }
+#endif
+
+QUELMOR_KERNELS_BEGIN
 
 void DQFlowBlur(DQImage* dest, const DQImage* source, DQFlowFilterKind kind, DQFlowBuffer& plane) {
     if (source->dataType != DQ_FLOAT || dest->dataType != DQ_FLOAT ||
@@ -133,3 +143,5 @@ void DQFlowBlur(DQImage* dest, const DQImage* source, DQFlowFilterKind kind, DQF
         }
     });
 }
+
+QUELMOR_KERNELS_END

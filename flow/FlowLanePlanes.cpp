@@ -2,11 +2,14 @@
 // transposed, stores back and transposes between planes, each in bands of target lines.
 // Transposes move 8x8 tiles through vector registers.
 #include "flow/FlowLanePlanes.h"
+#include "image/KernelSpace.h"
 
 #include "flow/FlowLanes.h"
 #include "image/Parallel.h"
 
 #include <algorithm>
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -55,7 +58,7 @@ inline void TransposeTile(F8 v[8]) {
     }
 }
 
-ptrdiff_t StrideOf(int lanes) {
+[[maybe_unused]] ptrdiff_t StrideOf(int lanes) {
     const int width = DQFlowLanePlane::kPadBefore + lanes + DQFlowLanePlane::kPadAfter;
     return (width + kDQFlowLanes - 1) / kDQFlowLanes * kDQFlowLanes;
 }
@@ -104,6 +107,10 @@ void TransposeInto(const DQFlowLanePlane& target, Line line, bool pad, bool odd 
 
 } // namespace
 
+QUELMOR_KERNELS_END
+
+// The shape is not a kernel: the first copy of this unit alone defines it.
+#ifndef QUELMOR_KERNEL_SECOND_COPY
 size_t DQFlowLanePlane::Floats(int lanes, int lines) {
     return static_cast<size_t>(StrideOf(lanes)) * static_cast<size_t>(lines + 1);
 }
@@ -116,6 +123,9 @@ DQFlowLanePlane DQFlowLanePlane::Over(float* block, int lanes, int lines) {
     plane.lines = lines;
     return plane;
 }
+#endif
+
+QUELMOR_KERNELS_BEGIN
 
 void DQFlowLoadLanePlane(DQFlowLanePlane& plane, const DQImage* image, int channel,
                          bool transposed) {
@@ -160,3 +170,5 @@ void DQFlowTransposeLanePlane(DQFlowLanePlane& target, const DQFlowLanePlane& so
     TransposeInto<1>(
         target, [&](int t) { return source.At(0, t); }, false);
 }
+
+QUELMOR_KERNELS_END

@@ -3,8 +3,10 @@
 // unaligned loads and stores, masks as bits, minimum and maximum across the lanes and the
 // interleaving of two-channel rows.
 #include "flow/FlowLanePlanes.h"
+#include "image/KernelSpace.h"
 
 namespace flow_lanes {
+QUELMOR_KERNELS_BEGIN
 
 using F8 = float __attribute__((vector_size(4 * kDQFlowLanes)));
 using I8 = int __attribute__((vector_size(4 * kDQFlowLanes)));
@@ -69,4 +71,5 @@ QUELMOR_LANES_INLINE void StorePairs(float* p, F8 even, F8 odd) {
     Store(p + kDQFlowLanes, __builtin_shuffle(even, odd, I8{4, 12, 5, 13, 6, 14, 7, 15}));
 }
 
+QUELMOR_KERNELS_END
 } // namespace flow_lanes

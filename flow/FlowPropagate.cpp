@@ -20,11 +20,14 @@
 #include "flow/FlowLanePlanes.h"
 #include "flow/FlowLanes.h"
 #include "flow/FlowSolver.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "image/Progress.h"
 
 #include <algorithm>
 #include <cstddef>
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -393,3 +396,5 @@ void DQFlowPropagateVectors(const DQImage* imageA, const DQImage* imageB, DQImag
     DQFlowStoreLanePlane(down.u, flow, 0);
     DQFlowStoreLanePlane(down.v, flow, 1);
 }
+
+QUELMOR_KERNELS_END

@@ -3,12 +3,15 @@
 #include "flow/FlowFilter.h"
 #include "flow/FlowLanes.h"
 #include "flow/FlowSolver.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "warp/Filters.h"
 
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -157,7 +160,7 @@ inline void PixelResidual(const RowsOf& b, const DQImage* matteB, float px, floa
     float rx = 0.0f, ry = 0.0f;
     if (px >= 0.0f && px <= static_cast<float>(b.lastX) && py >= 0.0f &&
         py <= static_cast<float>(b.lastY) &&
-        !(matteB && double(DQFlowSampleBilinear(matteB, 0, px, py)) < 0.999)) {
+        !(matteB && double(::QUELMOR_KERNEL_NS::DQFlowSampleBilinear(matteB, 0, px, py)) < 0.999)) {
         int ix, iy;
         float fx, fy;
         SplitPosition(px, b.lastX, &ix, &fx);
@@ -347,3 +350,5 @@ void DQFlowExpandFlow(const DQImage* coarse, DQImage* fine) {
         }
     });
 }
+
+QUELMOR_KERNELS_END

@@ -17,6 +17,11 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DQUELMOR_BUILD_TESTS=ON -DQUE
 cmake --build "$build" -j "$jobs"
 ctest --test-dir "$build" -j "$jobs" --output-on-failure
 
+# Portable binaries: the suite again with the baseline kernels forced (the run above takes the
+# AVX2 copy where the processor has it), and no AVX-class instruction outside the AVX2 copy.
+QUELMOR_CPU=baseline ctest --test-dir "$build" -j "$jobs" --output-on-failure
+scripts/check-portable.sh "$build"
+
 # The sanitizer stage, unless this run is already a sanitized one.
 if [[ -z "${QUELMOR_SANITIZE:-}" && "${QUELMOR_SKIP_SANITIZER_STAGE:-0}" != 1 ]]; then
     scripts/test-sanitizers.sh

@@ -1,4 +1,5 @@
 #include "image/Dispatch.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "warp/FlowRows.h"
 #include "warp/SampleRow.h"
@@ -9,6 +10,8 @@
 #include <optional>
 
 using namespace warp_detail;
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -307,6 +310,8 @@ void DQBlurAlongFlow(DQImage* dest, DQImage* source, DQImage* flow, int firstCol
 void DQBlurAlongFlow(DQImage* dest, DQImage* source, DQImage* flow, int filtered,
                      ZUIdleAndProgressClass* progress, int options, float shutter) {
     if (!source) DQThrow(kDQErrBadArgument);
-    DQBlurAlongFlow(dest, source, flow, 0, source->lastColumn, 0, source->lastRow, filtered,
-                    progress, options, shutter);
+    ::QUELMOR_KERNEL_NS::DQBlurAlongFlow(dest, source, flow, 0, source->lastColumn, 0,
+                                         source->lastRow, filtered, progress, options, shutter);
 }
+
+QUELMOR_KERNELS_END

@@ -1,3 +1,4 @@
+#include "image/PortableMath.h"
 #include "warp/Filters.h"
 #include "warp/SeparableFilter.h"
 
@@ -15,7 +16,7 @@ void DQMakeGaussKernel(DQFilterKernel& kernel, float radius) {
     double w[DQFilterKernel::kMaxTaps];
     double sum = 0.0;
     for (int i = 0; i < n; ++i) {
-        w[i] = s > 0.0 ? std::pow(2.0, -static_cast<double>(i) * i / s) : (i == 0 ? 1.0 : 0.0);
+        w[i] = s > 0.0 ? DQPortableExp2(-static_cast<double>(i) * i / s) : (i == 0 ? 1.0 : 0.0);
         sum += w[i];
     }
     // Both sides of the centre count, the centre once.

@@ -3,12 +3,14 @@
 // first: each flow row is interpolated along x once, at every image column, and kept, so an image
 // row only mixes two kept rows along y. With a flow of half the image's size one interpolated
 // flow row serves about four image rows.
+#include "image/KernelSpace.h"
 #include "warp/Sampling.h"
 
 #include <cstdint>
 #include <cstring>
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 
 // The two flow rows around an image row, already interpolated along x: u and v per image column.
 struct FlowRowPair {
@@ -102,4 +104,5 @@ inline void FlowColumns(Tap* columns, int width, float ratio, int32_t flowLastCo
         columns[x] = CellOf(static_cast<float>(x) * ratio, flowLastColumn);
 }
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

@@ -1,5 +1,6 @@
 #include "warp/LevelOfDetail.h"
 
+#include "image/PortableMath.h"
 #include "warp/Sampling.h"
 
 #include <cmath>
@@ -7,7 +8,6 @@
 namespace warp_detail {
 namespace {
 
-constexpr float kInverseLn2 = 1.44269504f;
 constexpr float kHalfRoot2 = 0.707106781187f;
 
 inline float Distance(const float* p, const float* q) {
@@ -42,7 +42,7 @@ void ComputeLevelOfDetail(DQImage* plane, const DQImage* flow, const DQMipMap& m
     }
     auto at = [&](int x, int y) { return &landing[(static_cast<size_t>(y) * width + x) * 2]; };
     auto toLevel = [&](float stretch) {
-        float level = std::log(stretch) * kInverseLn2 + bias;
+        float level = static_cast<float>(DQPortableLog2(stretch)) + bias;
         if (!(level >= 0.01f)) level = 0.0f;
         if (level > maxLevel) level = maxLevel;
         return level;

@@ -2,6 +2,7 @@
 // Small building blocks shared by the pixel loops of warp/: scratch memory from the library heap,
 // direct row addressing of an image, and the rounding store of a float sample.
 #include "image/DQImage.h"
+#include "image/KernelSpace.h"
 #include "image/Mem.h"
 
 #include <cstddef>
@@ -9,6 +10,7 @@
 #include <type_traits>
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 
 // A block of `count` elements from the library heap, released with the object. Allocation
 // failures throw DQErr 1.
@@ -112,4 +114,5 @@ inline float Quantise(float v) {
         return static_cast<float>(StoreSample<T>(v));
 }
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

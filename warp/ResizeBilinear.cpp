@@ -1,4 +1,5 @@
 #include "image/Dispatch.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "warp/Filters.h"
 #include "warp/PixelAccess.h"
@@ -11,6 +12,8 @@ using warp_detail::RowView;
 using warp_detail::Scratch;
 using warp_detail::StoreSample;
 using warp_detail::Tap;
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -75,3 +78,5 @@ void ResizeBilinear(DQImage* dest, const DQImage* source) {
         DQDispatchType(destType, [&]<class D>() { ResizeRows<S, D, C>(dest, source); });
     });
 }
+
+QUELMOR_KERNELS_END

@@ -2,12 +2,14 @@
 // Bilinear samples of a whole row of positions. The positions are first turned into cells all at
 // once, in a loop the compiler vectorises; then each pixel reads its 2x2 neighbourhood with one
 // vector per pixel, and 8-bit four-channel pixels go two at a time.
+#include "image/KernelSpace.h"
 #include "warp/Sampling.h"
 
 #include <cstdint>
 #include <cstring>
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 
 // Where each pixel of a row reads: the byte offset of the upper-left pixel of its cell from row 0
 // of the image, and the fractions across the cell.
@@ -180,4 +182,5 @@ void SampleRow(const RowView<T>& image, const RowTaps& taps, int width, T* __res
     }
 }
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

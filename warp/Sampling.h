@@ -1,6 +1,7 @@
 #pragma once
 // Bilinear reads shared by the warps, the blur along vectors and the resize: a position split into
 // a cell and a fraction, a sample of an image at a fractional position, and a read of a flow.
+#include "image/KernelSpace.h"
 #include "warp/PixelAccess.h"
 
 #include <cstdint>
@@ -12,6 +13,7 @@
 #endif
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 
 // The left (or upper) pixel of the cell that holds a position and the fraction across it. At or
 // beyond the last pixel the last cell is used at fraction 1, so the last pixel is read exactly.
@@ -208,4 +210,5 @@ template <class T, int C>
     }
 }
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

@@ -1,4 +1,5 @@
 #include "warp/SeparableFilter.h"
+#include "image/KernelSpace.h"
 
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
@@ -9,6 +10,7 @@
 #include <cstdlib>
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 namespace {
 
 // Columns are filtered in blocks of this many floats so that the accumulator stays in cache
@@ -200,4 +202,5 @@ void FilterSeparable(DQImage* dest, const DQImage* source, const SymmetricFilter
                    [&]<class T>() { FilterImage<T>(dest, source, filter, rows, columns); });
 }
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

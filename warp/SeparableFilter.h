@@ -2,10 +2,12 @@
 // The separable filter engine under Convolve, BlurGauss, Blur5, BlurBox and Blur3: a symmetric
 // filter run along rows into a float image and then down its columns, each pass in row bands.
 #include "image/DQImage.h"
+#include "image/KernelSpace.h"
 
 #include <cstddef>
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 
 struct SymmetricFilter {
     const float* w = nullptr; // w[0] centre, w[k] the pair at distance k
@@ -29,4 +31,5 @@ void FilterLine(const float* in, float* out, int length, int channels,
 void FilterColumnRow(const float* rows, size_t stride, int height, int y, float* __restrict out,
                      int elements, const SymmetricFilter& f);
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

@@ -1,4 +1,5 @@
 #include "image/Dispatch.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "warp/LevelOfDetail.h"
 #include "warp/Warp.h"
@@ -12,6 +13,8 @@
 #include <optional>
 
 using namespace warp_detail;
+
+QUELMOR_KERNELS_BEGIN
 
 void ClipToImage(float& sx, float& sy, float x, float y, float lastColumn, float lastRow) {
     ClipToEdges(sx, sy, x, y, lastColumn, lastRow);
@@ -218,3 +221,5 @@ int DQWarpInverse(DQImage* dest, DQImage* source, DQImage* flow, int extendEdges
     });
     return 1;
 }
+
+QUELMOR_KERNELS_END

@@ -4,6 +4,7 @@
 // extend its edges. Positions are made eight pixels at a time together with their cells; each
 // block of eight remembers whether any of its positions left the source, so that the edge stages
 // visit only those blocks.
+#include "image/KernelSpace.h"
 #include "warp/FlowRows.h"
 #include "warp/SampleRow.h"
 
@@ -12,6 +13,7 @@
 #include <cstring>
 
 namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
 
 constexpr int kWarpBlock = 8;
 
@@ -204,4 +206,5 @@ void FinishFadedRow(T* target, uint8_t* weight, const WarpRowSpace& space, int w
     });
 }
 
+QUELMOR_KERNELS_END
 } // namespace warp_detail

@@ -1,0 +1,27 @@
+// The entry points of the warp's kernel units, each forwarding to the copy of the level in force.
+#include "image/KernelSpace.h"
+#include "warp/Filters.h"
+#include "warp/Warp.h"
+
+QUELMOR_KERNEL_ENTRY(int, DQWarpInverse,
+                     (DQImage * dest, DQImage* source, DQImage* flow, int extendEdges,
+                      DQImage* weight, int filterMode, float scale),
+                     (dest, source, flow, extendEdges, weight, filterMode, scale))
+
+QUELMOR_KERNEL_ENTRY(void, ClipToImage,
+                     (float& sx, float& sy, float x, float y, float lastColumn, float lastRow),
+                     (sx, sy, x, y, lastColumn, lastRow))
+
+QUELMOR_KERNEL_ENTRY(void, DQBlurAlongFlow,
+                     (DQImage * dest, DQImage* source, DQImage* flow, int filtered,
+                      ZUIdleAndProgressClass* progress, int options, float shutter),
+                     (dest, source, flow, filtered, progress, options, shutter))
+
+QUELMOR_KERNEL_ENTRY(void, DQBlurAlongFlow,
+                     (DQImage * dest, DQImage* source, DQImage* flow, int firstColumn,
+                      int lastColumn, int firstRow, int lastRow, int filtered,
+                      ZUIdleAndProgressClass* progress, int options, float shutter),
+                     (dest, source, flow, firstColumn, lastColumn, firstRow, lastRow, filtered,
+                      progress, options, shutter))
+
+QUELMOR_KERNEL_ENTRY(void, ResizeBilinear, (DQImage * dest, const DQImage* source), (dest, source))
