@@ -42,11 +42,10 @@ inline std::string Slurp(const std::string& path) {
     return text.str();
 }
 
-// Runs the executable with `args`, collecting what it prints.
-inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimits& limits = {}) {
-    const std::string stem =
-        std::filesystem::temp_directory_path() / ("quelmor_run_" + std::to_string(getpid()));
-    const std::string outPath = stem + ".out", errPath = stem + ".err";
+// Starts the executable with `args`, its output and errors going to the files named, without
+// waiting for it.
+inline pid_t StartQuelmor(const std::vector<std::string>& args, const std::string& outPath,
+                          const std::string& errPath, const RunLimits& limits = {}) {
     std::vector<std::string> argv = {QUELMOR_BINARY};
     argv.insert(argv.end(), args.begin(), args.end());
     const pid_t pid = fork();
@@ -69,10 +68,23 @@ inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimit
         execv(raw[0], raw.data());
         _exit(127);
     }
+    return pid;
+}
+
+// Waits for a started process: its exit status, or 128 + the signal that ended it.
+inline int WaitQuelmor(pid_t pid) {
     int status = 0;
     waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Runs the executable with `args`, collecting what it prints.
+inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimits& limits = {}) {
+    const std::string stem =
+        std::filesystem::temp_directory_path() / ("quelmor_run_" + std::to_string(getpid()));
+    const std::string outPath = stem + ".out", errPath = stem + ".err";
     RunResult r;
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    r.status = WaitQuelmor(StartQuelmor(args, outPath, errPath, limits));
     r.out = Slurp(outPath);
     r.err = Slurp(errPath);
     return r;

@@ -164,20 +164,7 @@ struct Started {
 };
 
 Started Start(const std::vector<std::string>& args, const std::string& errPath) {
-    std::vector<std::string> argv = {QUELMOR_BINARY};
-    argv.insert(argv.end(), args.begin(), args.end());
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(open("/dev/null", O_WRONLY), 1);
-        dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), 2);
-        std::vector<char*> raw;
-        for (auto& a : argv)
-            raw.push_back(a.data());
-        raw.push_back(nullptr);
-        execv(raw[0], raw.data());
-        _exit(127);
-    }
-    return {pid, errPath};
+    return {test::StartQuelmor(args, "/dev/null", errPath), errPath};
 }
 
 // Waits until a hidden file appears in `dir`, which the output's writer makes only after its
@@ -191,12 +178,6 @@ bool WaitForHiddenFile(pid_t pid, const fs::path& dir) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return false;
-}
-
-int Wait(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 TEST_F(OutputTest, ASignalStopsTheRunWithItsOutputInOrder) {
@@ -237,7 +218,7 @@ TEST_F(OutputTest, ASignalStopsTheRunWithItsOutputInOrder) {
         const Started run = Start(Args(line), scratch);
         ASSERT_TRUE(WaitForHiddenFile(run.pid, In("out"))) << c.name << " ended early";
         kill(run.pid, c.signal);
-        EXPECT_EQ(Wait(run.pid), 128 + c.signal) << c.name;
+        EXPECT_EQ(test::WaitQuelmor(run.pid), 128 + c.signal) << c.name;
         const std::string err = test::Slurp(scratch);
         EXPECT_NE(err.find("interrupted by SIG"), std::string::npos) << c.name << ": " << err;
         EXPECT_TRUE(HiddenFiles(In("out")).empty()) << c.name << ": " << err;
