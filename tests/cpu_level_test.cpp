@@ -178,7 +178,7 @@ TEST_F(CpuLevels, FiltersResizeAndMixes) {
             out.push_back(DQMakeImage(kW, kH, 4, type));
             Dissolve(out[1].get(), a.get(), b.get(), 0.37f);
             out.push_back(Duplicate(*a));
-            DQBlendParallel(out[2].get(), b.get(), 0.61f);
+            EXPECT_NE(DQBlendParallel(out[2].get(), b.get(), 0.61f), 0);
             return out;
         });
     }
