@@ -174,23 +174,28 @@ int DQBlendParallel(DQImage* dest, const DQImage* other, float k) {
 
 namespace {
 
+// One row of Dissolve. Its own function with everything passed by value: within a lambda that
+// captures by reference, every 8-bit store might change the captured weight, count or pointers,
+// so the compiler reloads them per element and leaves the loop scalar.
+template <class T>
+void DissolveRow(T* __restrict out, const T* __restrict pa, const T* __restrict pb, int n, float t,
+                 float white) {
+    for (int i = 0; i < n; ++i) {
+        const float v = (float(pb[i]) - float(pa[i])) * t + float(pa[i]);
+        if constexpr (std::is_same_v<T, float>)
+            out[i] = v;
+        else
+            out[i] = T(std::clamp(v + 0.5f, 0.0f, white));
+    }
+}
+
 template <class T>
 void DissolveRows(DQImage* dest, const DQImage* a, const DQImage* b, float t) {
     const int n = dest->width * dest->channels;
     const float white = dest->whitePoint + 0.5f;
     ZUMPForRows(dest->height, [&](int, int first, int last) {
-        for (int y = first; y <= last; ++y) {
-            const T* __restrict pa = a->Row<T>(y);
-            const T* __restrict pb = b->Row<T>(y);
-            T* __restrict out = dest->Row<T>(y);
-            for (int i = 0; i < n; ++i) {
-                const float v = (float(pb[i]) - float(pa[i])) * t + float(pa[i]);
-                if constexpr (std::is_same_v<T, float>)
-                    out[i] = v;
-                else
-                    out[i] = T(std::clamp(v + 0.5f, 0.0f, white));
-            }
-        }
+        for (int y = first; y <= last; ++y)
+            DissolveRow<T>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y), n, t, white);
     });
 }
 

@@ -12,11 +12,13 @@
 #include "warp/Filters.h"
 #include "warp/Warp.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace quelmor::test;
@@ -82,6 +84,31 @@ DQImagePtr Shifted(int w, int h, int channels, int dataType, double dx, double d
         const double v = Texture(x - dx + 3.0 * c, y - dy) / 255.0 * white;
         return white == 1.0 ? v : std::floor(v);
     });
+}
+
+// The texture stretched three times over and cut at black and white, so that samples and mixes
+// of it reach both ends of the range and past them.
+DQImagePtr Saturated(int w, int h, int channels, int dataType, double dx, double dy) {
+    const double white = dataType == DQ_UCHAR ? 255.0 : dataType == DQ_USHORT ? 65535.0 : 1.0;
+    return MakeImage(w, h, channels, dataType, [=](int x, int y, int c) {
+        if (c == 3 && channels == 4) return white;
+        const double v = (3.0 * (Texture(x - dx + 3.0 * c, y - dy) - 128.0) + 128.0) / 255.0;
+        const double cut = std::clamp(v, 0.0, 1.0) * white;
+        return white == 1.0 ? cut : std::floor(cut);
+    });
+}
+
+// Counts the 8-bit elements of `image` that are 0 and those that are 255.
+std::pair<long, long> EndsOfRange(const DQImage& image) {
+    long black = 0, white = 0;
+    for (int y = 0; y < image.height; ++y) {
+        const uint8_t* row = image.Row<uint8_t>(y);
+        for (int i = 0; i < image.width * image.channels; ++i) {
+            black += row[i] == 0;
+            white += row[i] == 255;
+        }
+    }
+    return {black, white};
 }
 
 // A swirl that reaches past every edge, with fractional vectors everywhere.
@@ -182,6 +209,46 @@ TEST_F(CpuLevels, FiltersResizeAndMixes) {
             return out;
         });
     }
+}
+
+// Samples and mixes that land beyond black and white must be cut at the same values on both
+// levels; an 8-bit result is checked to reach both ends so that the cut is really taken.
+TEST_F(CpuLevels, SamplesAndMixesCutAtBlackAndWhite) {
+    constexpr int kW = 71, kH = 39;
+    DQImagePtr flow = Swirl(36, 20, 0.08f);
+    for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
+        for (int channels = 1; channels <= 4; ++channels) {
+            DQImagePtr a = Saturated(kW, kH, channels, type, 0.0, 0.0);
+            DQImagePtr b = Saturated(kW, kH, channels, type, 3.5, -2.25);
+            // The counts of black and white elements of the warps and mixes, on the last level.
+            std::vector<std::pair<long, long>> ends;
+            ExpectSameBytes(Name("cut samples and mixes", type, channels), [&] {
+                std::vector<DQImagePtr> out;
+                for (int extend : {0, 1}) {
+                    out.push_back(DQMakeImage(kW, kH, channels, type));
+                    out.push_back(DQMakeImage(kW, kH, 1, DQ_UCHAR));
+                    EXPECT_EQ(DQWarpInverse(out[out.size() - 2].get(), a.get(), flow.get(), extend,
+                                            out.back().get(), 1, 1.0f),
+                              1);
+                }
+                for (float t : {0.37f, -0.45f, 1.6f}) {
+                    out.push_back(DQMakeImage(kW, kH, channels, type));
+                    Dissolve(out.back().get(), a.get(), b.get(), t);
+                }
+                ends.clear();
+                if (type == DQ_UCHAR)
+                    for (size_t i : {0, 2, 4, 5, 6})
+                        ends.push_back(EndsOfRange(*out[i]));
+                return out;
+            });
+            for (size_t i = 0; i < ends.size(); ++i) {
+                EXPECT_GT(ends[i].first, 0) << "result " << i << " has no black";
+                EXPECT_GT(ends[i].second, 0) << "result " << i << " has no white";
+            }
+            if (type == DQ_UCHAR) {
+                EXPECT_EQ(ends.size(), 5u);
+            }
+        }
 }
 
 TEST_F(CpuLevels, FlowOfTexturedImages) {

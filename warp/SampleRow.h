@@ -141,10 +141,23 @@ typedef uint8_t Byte16 __attribute__((vector_size(16)));
     const Float8 zero = {};
     const Float8 white = zero + 255.0f;
     Float8 r = v + 0.5f;
+#ifdef __AVX2__
+    // max(r, 0) and min(r, 255) return their second operand unless the first is greater (less):
+    // the same lanes as the selections below, NaN going to 0. Without AVX-512's narrowing move,
+    // the generic int-to-byte conversion comes out as eight extractions and shifts; the lanes
+    // already lie in 0..255, so two unsigned saturating packs give the same bytes.
+    r = reinterpret_cast<Float8>(_mm256_max_ps(reinterpret_cast<__m256>(r), zero));
+    r = reinterpret_cast<Float8>(_mm256_min_ps(reinterpret_cast<__m256>(r), white));
+    const __m256i ints = _mm256_cvttps_epi32(reinterpret_cast<__m256>(r));
+    const __m128i words =
+        _mm_packus_epi32(_mm256_castsi256_si128(ints), _mm256_extracti128_si256(ints, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(target), _mm_packus_epi16(words, words));
+#else
     r = r > zero ? r : zero; // also sends NaN to 0
     r = r < white ? r : white;
     const Byte8 bytes = __builtin_convertvector(__builtin_convertvector(r, Int8), Byte8);
     std::memcpy(target, &bytes, sizeof bytes);
+#endif
 }
 
 // Samples `width` pixels of `image` at the cells of `taps` and stores them into `target`. The
