@@ -98,18 +98,18 @@ const OptionSpec& Declared(std::span<const OptionSpec> options, const std::strin
 std::optional<double> CommandLine::Number(const std::string& name) const {
     const auto text = Value(name);
     if (!text) return std::nullopt;
-    const OptionSpec& spec = Declared(options, name);
+    const OptionSpec& option = Declared(options, name);
     const std::string what = "--" + name;
     const double v = ParseNumber(*text, what);
-    if (spec.minExcluded && !(v > spec.min))
-        throw UsageError(what + " must be above " + LimitText(spec.min) + ", got " + *text);
-    if (v < spec.min)
+    if (option.minExcluded && !(v > option.min))
+        throw UsageError(what + " must be above " + LimitText(option.min) + ", got " + *text);
+    if (v < option.min)
         throw UsageError(what +
-                         (spec.min == 0 ? " must not be negative"
-                                        : " must be " + LimitText(spec.min) + " or more") +
+                         (option.min == 0 ? " must not be negative"
+                                          : " must be " + LimitText(option.min) + " or more") +
                          ", got " + *text);
-    if (v > spec.max)
-        throw UsageError(what + " must be " + LimitText(spec.max) + " or less, got " + *text);
+    if (v > option.max)
+        throw UsageError(what + " must be " + LimitText(option.max) + " or less, got " + *text);
     return v;
 }
 

@@ -132,10 +132,10 @@ TEST_F(BadInputTest, ChannelLayoutsItCannotReadAreRefused) {
     for (int i = 0; i < 2; ++i) {
         MediaFrame two;
         two.Allocate({8, 8, 2, SampleType::Half});
-        OIIO::ImageSpec spec(8, 8, 2, OIIO::TypeDesc::HALF);
-        spec.channelnames = {std::string("u"), std::string("v")};
+        OIIO::ImageSpec header(8, 8, 2, OIIO::TypeDesc::HALF);
+        header.channelnames = {std::string("u"), std::string("v")};
         auto out = OIIO::ImageOutput::create("exr");
-        ASSERT_TRUE(out->open(In("uv." + std::to_string(1000 + i) + ".exr"), spec));
+        ASSERT_TRUE(out->open(In("uv." + std::to_string(1000 + i) + ".exr"), header));
         out->write_image(OIIO::TypeDesc::HALF, two.pixels.data());
         out->close();
     }
