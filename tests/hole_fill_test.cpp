@@ -1,5 +1,6 @@
 #include "ImagePatterns.h"
 #include "TestSupport.h"
+#include "WarpReference.h"
 #include "WarpTestImages.h"
 #include "flow/Flow.h"
 
@@ -89,18 +90,61 @@ TEST(SingleChannelFill, RefusesAnEmptySizeWithoutThrowingWhenAsked) {
     EXPECT_THROW(DQSingleChannelFill(1, 5, 0), DQErr);
 }
 
-// Without holes every pixel comes back as it was, for every type, channel count and layout.
-TEST(FillHoles, NoHoleLeavesTheImageAsItWas) {
-    for (int type : kTypes)
-        for (int channels : {1, 2, 3, 4, 5}) {
-            SCOPED_TRACE(::testing::Message()
-                         << "type " << type << ", " << channels << " channels");
-            DQImagePtr image = PatternImage(23, 17, channels, type, 5);
-            DQImagePtr before = Duplicate(*image);
-            DQImagePtr holes = MakeImage(23, 17, 1, DQ_UCHAR, Fill(0.0));
-            FillHoles(image.get(), holes.get(), nullptr);
-            EXPECT_TRUE(SamePixels(*image, *before));
+TEST(SingleChannelFill, RefusesLoadsThatDoNotFitAndUnknownModes) {
+    DQImagePtr image = PatternImage(12, 8, 2, DQ_UCHAR, 4);
+    DQImagePtr otherSize = PatternImage(12, 9, 2, DQ_UCHAR, 4);
+    DQImagePtr holes = MakeImage(12, 8, 1, DQ_UCHAR, Fill(0.0));
+    DQImagePtr twoChannelHoles = MakeImage(12, 8, 2, DQ_UCHAR, Fill(0.0));
+    const struct {
+        const char* name;
+        void (*run)(DQSingleChannelFill&, DQImage*, DQImage*, DQImage*, DQImage*);
+    } cases[] = {
+        {"values before holes", [](DQSingleChannelFill& f, DQImage* i, DQImage*, DQImage*,
+                                   DQImage*) { f.LoadValues(i, 0); }},
+        {"channel past the last", [](DQSingleChannelFill& f, DQImage* i, DQImage*, DQImage* h,
+                                     DQImage*) { f.LoadChannel(i, 2, h); }},
+        {"image of another size", [](DQSingleChannelFill& f, DQImage*, DQImage* o, DQImage* h,
+                                     DQImage*) { f.LoadChannel(o, 0, h); }},
+        {"holes of two channels", [](DQSingleChannelFill& f, DQImage* i, DQImage*, DQImage*,
+                                     DQImage* t) { f.LoadChannel(i, 0, t); }},
+        {"mode 1",
+         [](DQSingleChannelFill& f, DQImage* i, DQImage*, DQImage* h, DQImage*) {
+             f.LoadChannel(i, 0, h);
+             f.Fill(nullptr, 1);
+         }},
+    };
+    for (const auto& c : cases) {
+        DQSingleChannelFill fill(12, 8);
+        try {
+            c.run(fill, image.get(), otherSize.get(), holes.get(), twoChannelHoles.get());
+            ADD_FAILURE() << c.name << " was accepted";
+        } catch (DQErr code) {
+            EXPECT_EQ(code, kDQErrBadArgument) << c.name;
         }
+    }
+}
+
+// Known pixels keep their values exactly, for every type, channel count and layout: with no hole
+// at all, and around a single hole.
+TEST(FillHoles, KnownPixelsKeepTheirValues) {
+    for (int type : kTypes)
+        for (int channels : {1, 2, 3, 4, 5})
+            for (bool oneHole : {false, true}) {
+                SCOPED_TRACE(::testing::Message()
+                             << "type " << type << ", " << channels << " channels, "
+                             << (oneHole ? "one" : "no") << " hole");
+                DQImagePtr image = PatternImage(23, 17, channels, type, 5);
+                DQImagePtr before = Duplicate(*image);
+                DQImagePtr holes = MakeImage(23, 17, 1, DQ_UCHAR, Fill(0.0));
+                if (oneHole) SetElement(*holes, 11, 8, 0, 1.0);
+                FillHoles(image.get(), holes.get(), nullptr);
+                const Difference d = Compare(*image, *before, 0.0);
+                EXPECT_EQ(d.differing, oneHole ? channels : 0);
+                if (oneHole) {
+                    for (int c = 0; c < channels; ++c)
+                        EXPECT_NE(ElementAt(*image, 11, 8, c), ElementAt(*before, 11, 8, c));
+                }
+            }
 }
 
 // With no known pixel no level has any weight: every channel comes back 0.
@@ -121,10 +165,10 @@ TEST(FillHoles, OneKnownPixelSpreadsEverywhere) {
     const struct {
         const char* name;
         int width, height, x, y;
-    } cases[] = {{"centre", 40, 30, 20, 15},
-                 {"corner", 64, 48, 0, 0},
-                 {"far corner", 33, 21, 32, 20},
-                 {"thin", 50, 3, 7, 1}};
+    } cases[] = {{"centre", 40, 30, 20, 15},     {"corner", 64, 48, 0, 0},
+                 {"far corner", 33, 21, 32, 20}, {"thin", 50, 3, 7, 1},
+                 {"one column", 1, 9, 0, 6},     {"one row", 9, 1, 8, 0},
+                 {"two by two", 2, 2, 1, 0}};
     for (const auto& c : cases)
         for (int type : kTypes) {
             SCOPED_TRACE(::testing::Message() << c.name << ", type " << type);
@@ -245,6 +289,18 @@ TEST(FillHoles, HolesOfEveryTypeMarkTheSamePixels) {
     // The holes did change something, so the agreement above says something.
     DQImagePtr untouched = MakeImage(50, 40, 4, DQ_UCHAR, Smooth(DQ_UCHAR));
     EXPECT_FALSE(SamePixels(*reference, *untouched));
+}
+
+// Rows are logical: an image stored bottom-up, with holes stored top-down, fills the same.
+TEST(FillHoles, StorageOrderDoesNotMatter) {
+    DQImagePtr topDown = MakeImage(40, 30, 3, DQ_USHORT, Smooth(DQ_USHORT));
+    DQImagePtr bottomUp = MakeImage(40, 30, 3, DQ_USHORT, Smooth(DQ_USHORT), 1);
+    DQImagePtr holes = BlobHoles(40, 30, DQ_UCHAR, 255.0, 5);
+    DQImagePtr holesBottomUp = MakeImage(
+        40, 30, 1, DQ_UCHAR, [&](int x, int y, int) { return ElementAt(*holes, x, y, 0); }, 1);
+    FillHoles(topDown.get(), holes.get(), nullptr);
+    FillHoles(bottomUp.get(), holesBottomUp.get(), nullptr);
+    EXPECT_EQ(Compare(*topDown, *bottomUp, 0.0).differing, 0);
 }
 
 TEST(FillHoles, UnequalSizesLeaveTheImageAsItWas) {
