@@ -2,6 +2,7 @@
 #include "flow/MorphFlow.h"
 
 #include "flow/Flow.h"
+#include "flow/FlowFilter.h"
 #include "image/Progress.h"
 
 #include <algorithm>
@@ -102,6 +103,7 @@ void DQMorphFlow::Construct(int throwOnError, int width_, int height_, int reduc
     numLevels = CountLevels(width, height, minLevelSize);
     startLevel = numLevels - 1;
     try {
+        scratch.reset(new DQFlowScratch);
         AllocateLevels();
     } catch (DQErr code) {
         ReleaseLevels();
@@ -246,7 +248,7 @@ void DQMorphFlow::ComputeMorph(DQImage* result, ZUIdleAndProgressClass* progress
             PlainLevel(level);
         DQImage* flow = flowLevels[level];
         if (level == startLevel && fade != 1.0f) flow->ScaleXY(fade, fade);
-        if (level > 0) DQMorphExpandFlow(flow, flowLevels[level - 1]);
+        if (level > 0) DQMorphExpandFlow(flow, flowLevels[level - 1], &scratch->reduceFirst);
         done += static_cast<double>(flow->width) * flow->height;
         if (progress) progress->ReportProgress(static_cast<float>(done / total));
     }

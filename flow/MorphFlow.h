@@ -10,8 +10,11 @@
 #include "image/DQImage.h"
 
 #include <cstdint>
+#include <memory>
 
 class ZUIdleAndProgressClass;
+struct DQFlowScratch;
+class DQFlowBuffer;
 
 class DQMorphFlow : public ZUMem {
 public:
@@ -72,6 +75,9 @@ public:
     int32_t error = 0;
 
 private:
+    // The smoothing filters' plane and the expansion's column tables, kept from run to run.
+    std::unique_ptr<DQFlowScratch> scratch;
+
     void Construct(int throwOnError, int width, int height, int reduction, int minLevelSize);
     void AllocateLevels();
     void ReleaseLevels();
@@ -86,9 +92,9 @@ private:
 };
 
 // Bilinear expansion of a coarse flow into the next finer level, positions mapped by the ratio of
-// (size - 1) and the vectors kept as they are. Throws DQErr 5 when the images are not float or
-// differ in channels.
-void DQMorphExpandFlow(const DQImage* coarse, DQImage* fine);
+// (size - 1) and the vectors kept as they are. `columns` holds the columns' cells and fractions;
+// without it the call allocates its own. Throws DQErr 5 unless both are two-channel float flows.
+void DQMorphExpandFlow(const DQImage* coarse, DQImage* fine, DQFlowBuffer* columns = nullptr);
 
 // Resamples the polyline of n points (xIn, yIn) to m points spaced evenly along it into (xOut,
 // yOut), walking it again until the shortest step is at least `tolerance` times the longest.

@@ -1,6 +1,7 @@
 // The work of one level of the morph flow: the seed pyramid, the carrying of level-0 vectors onto
 // a coarser level (Splat), the relaxation of the flow toward them, and the expansion to the next
 // finer level.
+#include "flow/FlowFilter.h"
 #include "flow/FlowSolver.h"
 #include "flow/MorphFlow.h"
 #include "image/Parallel.h"
@@ -8,13 +9,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace {
 
-// Radii of the Gaussians of the spread: the flow window, the seeds' spread and the relaxation.
-constexpr float kFlowWindowRadius = 5.0f;
-constexpr float kSeedRadius = 1.95f;
-constexpr float kRelaxRadius = 2.5f;
+// The Gaussians of the spread, each the same as BlurGauss of its radius: the flow window
+// (radius 5), the seeds' spread (1.95) and the relaxation's smoothing (2.5).
+constexpr DQFlowFilterKind kFlowWindow = DQFlowFilterKind::Gauss5;
+constexpr DQFlowFilterKind kSeedSpread = DQFlowFilterKind::Gauss1_95;
+constexpr DQFlowFilterKind kRelaxSmoothing = DQFlowFilterKind::Gauss2_5;
 // Gain of the relaxation: the spread bilinear share of a pixel, doubled.
 constexpr float kShareGain = 2.0f;
 
@@ -29,6 +32,17 @@ inline void SplitPosition(float p, int last, int* i, float* f) {
     }
     *i = n;
     *f = r;
+}
+
+// Whether all of eight weights are zero (weights are counts: never -0).
+inline bool NoneSet(const float* weights) {
+    uint32_t bits = 0;
+    for (int i = 0; i < 8; ++i) {
+        uint32_t word;
+        __builtin_memcpy(&word, weights + i, sizeof(word));
+        bits |= word;
+    }
+    return bits == 0;
 }
 
 // Where the seed weight is above 0: the seed flow and the share divided by it.
@@ -68,26 +82,24 @@ void RelaxRows(DQImage* flow, const DQImage* seedFlow, const DQImage* seedWeight
     }
 }
 
-void ExpandRows(const DQImage* coarse, DQImage* fine, float toCoarseX, float toCoarseY, int first,
-                int last) {
-    const int w = fine->width, c = fine->channels;
+// Rows of the expansion; the columns' cells and fractions are `cells` and `fractions`.
+void ExpandRows(const DQImage* coarse, DQImage* fine, const int* cells, const float* fractions,
+                float toCoarseY, int first, int last) {
+    const int w = fine->width;
     for (int y = first; y <= last; ++y) {
         float* __restrict f = fine->Row<float>(y);
         int iy;
         float fy;
         SplitPosition(static_cast<float>(y) * toCoarseY, coarse->lastRow, &iy, &fy);
-        const float* r0 = coarse->Row<float>(iy);
-        const float* r1 = coarse->Row<float>(iy + 1);
+        const float* __restrict r0 = coarse->Row<float>(iy);
+        const float* __restrict r1 = coarse->Row<float>(iy + 1);
         for (int x = 0; x < w; ++x) {
-            int ix;
-            float fx;
-            SplitPosition(static_cast<float>(x) * toCoarseX, coarse->lastColumn, &ix, &fx);
-            for (int k = 0; k < c; ++k) {
-                const float* p0 = r0 + ix * c + k;
-                const float* p1 = r1 + ix * c + k;
-                const float top = p0[0] + (p0[c] - p0[0]) * fx;
-                const float bottom = p1[0] + (p1[c] - p1[0]) * fx;
-                f[c * x + k] = top + (bottom - top) * fy;
+            const int at = 2 * cells[x];
+            const float fx = fractions[x];
+            for (int k = 0; k < 2; ++k) {
+                const float top = r0[at + k] + (r0[at + 2 + k] - r0[at + k]) * fx;
+                const float bottom = r1[at + k] + (r1[at + 2 + k] - r1[at + k]) * fx;
+                f[2 * x + k] = top + (bottom - top) * fy;
             }
         }
     }
@@ -95,28 +107,36 @@ void ExpandRows(const DQImage* coarse, DQImage* fine, float toCoarseX, float toC
 
 } // namespace
 
-void DQMorphExpandFlow(const DQImage* coarse, DQImage* fine) {
-    if (coarse->dataType != DQ_FLOAT || fine->dataType != DQ_FLOAT ||
-        coarse->channels != fine->channels || coarse->width < 2 || coarse->height < 2)
+void DQMorphExpandFlow(const DQImage* coarse, DQImage* fine, DQFlowBuffer* columns) {
+    if (coarse->dataType != DQ_FLOAT || fine->dataType != DQ_FLOAT || coarse->channels != 2 ||
+        fine->channels != 2 || coarse->width < 2 || coarse->height < 2)
         DQThrow(kDQErrBadArgument);
     const float toCoarseX =
         static_cast<float>(coarse->width - 1) / static_cast<float>(std::max(fine->width - 1, 1));
     const float toCoarseY =
         static_cast<float>(coarse->height - 1) / static_cast<float>(std::max(fine->height - 1, 1));
+    DQFlowBuffer own;
+    DQFlowBuffer& buffer = columns ? *columns : own;
+    const int w = fine->width;
+    float* fractions = buffer.Reserve(2 * static_cast<size_t>(w));
+    int* cells = reinterpret_cast<int*>(fractions + w);
+    for (int x = 0; x < w; ++x)
+        SplitPosition(static_cast<float>(x) * toCoarseX, coarse->lastColumn, &cells[x],
+                      &fractions[x]);
     ZUMPForRows(fine->height, [&](int, int first, int last) {
-        ExpandRows(coarse, fine, toCoarseX, toCoarseY, first, last);
+        ExpandRows(coarse, fine, cells, fractions, toCoarseY, first, last);
     });
 }
 
 void DQMorphFlow::BuildSeedPyramids() {
     for (int level = 1; level < numLevels; ++level) {
         DQImage* flowScratch = flowLevels[level - 1];
-        flowScratch->CopyWhole(seedFlowLevels[level - 1]);
-        Blur5(flowScratch);
+        DQFlowBlur(flowScratch, seedFlowLevels[level - 1], DQFlowFilterKind::Binomial,
+                   scratch->filterPlane);
         ResizeBilinear(seedFlowLevels[level], flowScratch);
         DQImage* weightScratch = scratchLevels[level - 1];
-        weightScratch->CopyWhole(seedWeightLevels[level - 1]);
-        Blur5(weightScratch);
+        DQFlowBlur(weightScratch, seedWeightLevels[level - 1], DQFlowFilterKind::Binomial,
+                   scratch->filterPlane);
         ResizeBilinear(seedWeightLevels[level], weightScratch);
     }
 }
@@ -124,7 +144,7 @@ void DQMorphFlow::BuildSeedPyramids() {
 void DQMorphFlow::PlainLevel(int level) {
     DQImage* flow = flowLevels[level];
     DQFlowApplySeeds(flow, seedFlowLevels[level], seedWeightLevels[level], false);
-    BlurGauss(flow, 0, kFlowWindowRadius);
+    DQFlowBlur(flow, flow, kFlowWindow, scratch->filterPlane);
     if (level == 0) DQFlowApplySeeds(flow, seedFlowLevels[0], seedWeightLevels[0], false);
 }
 
@@ -159,6 +179,11 @@ void DQMorphFlow::Splat(int level, DQImage* share) {
         // The shares of the row's last data pixel: the last pixel of a row reuses them.
         float a = 0.0f, b = 0.0f, c = 0.0f, d = 0.0f;
         for (int x = 0; x < width; ++x) {
+            // Seeds are sparse: runs of eight empty pixels are passed over at once.
+            if ((x & 7) == 0 && x + 8 <= width && NoneSet(weightRow + x)) {
+                x += 7;
+                continue;
+            }
             if (weightRow[x] == 0.0f) continue;
             const float X = static_cast<float>(x) * sx;
             const int ix = std::min(static_cast<int>(X), targetW - 2);
@@ -190,35 +215,38 @@ void DQMorphFlow::SpreadLevel(int level) {
     DQImage* flow = flowLevels[level];
     DQImage* seedFlow = seedFlowLevels[level];
     DQImage* seedWeight = seedWeightLevels[level];
-    DQImagePtr share = DQMakeImage(flow->width, flow->height, 1, DQ_FLOAT);
+    // The share of each pixel lives in the level's scratch, whose work in the seed pyramid is
+    // done.
+    DQImage* share = scratchLevels[level];
+    DQFlowBuffer& plane = scratch->filterPlane;
     seedWeight->Clear();
-    share->Clear();
     seedFlow->Clear();
-    // Level 0 was the source and is now clear: it takes no data of its own, and its flow is the
-    // expansion of level 1, smoothed.
-    if (level > 0) Splat(level, share.get());
-    if (level == startLevel) {
-        DQFlowApplySeeds(flow, seedFlow, seedWeight, false);
-        BlurGauss(flow, 0, kFlowWindowRadius);
-    }
     if (level == 0) {
-        DQFlowApplySeeds(flow, seedFlow, seedWeight, false);
-        BlurGauss(flow, 0, kFlowWindowRadius);
-        DQFlowApplySeeds(flow, seedFlow, seedWeight, false);
+        // Level 0 was the source and is now clear: it takes no data of its own (pinning seeds of
+        // weight 0 changes nothing), and its flow is the expansion of level 1, smoothed; once
+        // more when the run starts here.
+        DQFlowBlur(flow, flow, kFlowWindow, plane);
+        if (startLevel == 0) DQFlowBlur(flow, flow, kFlowWindow, plane);
         return;
     }
-    BlurGauss(share.get(), 0, kSeedRadius);
-    BlurGauss(seedFlow, 0, kSeedRadius);
-    BlurGauss(seedWeight, 0, kSeedRadius);
+    share->Clear();
+    Splat(level, share);
+    if (level == startLevel) {
+        DQFlowApplySeeds(flow, seedFlow, seedWeight, false);
+        DQFlowBlur(flow, flow, kFlowWindow, plane);
+    }
+    DQFlowBlur(share, share, kSeedSpread, plane);
+    DQFlowBlur(seedFlow, seedFlow, kSeedSpread, plane);
+    DQFlowBlur(seedWeight, seedWeight, kSeedSpread, plane);
     ZUMPForRows(flow->height, [&](int, int first, int last) {
-        NormaliseSeedRows(seedFlow, share.get(), seedWeight, first, last);
+        NormaliseSeedRows(seedFlow, share, seedWeight, first, last);
     });
     share->Scale(kShareGain);
     for (int round = 0; round < iterations; ++round) {
         for (int pass = 0; pass < 2; ++pass)
             ZUMPForRows(flow->height, [&](int, int first, int last) {
-                RelaxRows(flow, seedFlow, seedWeight, share.get(), first, last);
+                RelaxRows(flow, seedFlow, seedWeight, share, first, last);
             });
-        BlurGauss(flow, 0, kRelaxRadius);
+        DQFlowBlur(flow, flow, kRelaxSmoothing, plane);
     }
 }
