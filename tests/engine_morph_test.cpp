@@ -156,6 +156,25 @@ TEST_F(MorphClip, BlendBuildsBothDirectionsAndKeepsThemForTheInterval) {
     EXPECT_NE(s.opticalFlow, nullptr);
 }
 
+TEST_F(MorphClip, RequirementsListNoFrameToTrack) {
+    engine.timeCurve = [](float) { return 2.5f; };
+    FrameRequirements needs;
+    const RenderSettings settings{.flowFromSequence = 0};
+    ASSERT_EQ(engine.Requirements(&needs, result.Image(), settings), 0);
+    ASSERT_EQ(needs.count, 2);
+    EXPECT_EQ(needs.kind[0], kWarpedFrame);
+    EXPECT_EQ(needs.kind[1], kWarpedFrame);
+    // The fetches of the render agree.
+    engine.fetches.clear();
+    ASSERT_EQ(Render(2.5f, settings), 0);
+    EXPECT_EQ(engine.fetches, (std::vector<FetchRecord>{{false, 2}, {false, 3}}));
+    // With optical flow, the same settings track a sequence of their own first.
+    engine.backgroundOpticalFlow = true;
+    ASSERT_EQ(engine.Requirements(&needs, result.Image(), settings), 0);
+    EXPECT_EQ(needs.count, 4);
+    EXPECT_EQ(needs.kind[0], kTrackingFrame);
+}
+
 TEST_F(MorphClip, AFailingGeometrySourceFailsTheFrameAndKeepsNothing) {
     FollowClip({{30, 30}});
     engine.geometryFailCode = kDQErrFetch;
