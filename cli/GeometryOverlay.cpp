@@ -42,10 +42,11 @@ void Plot(MediaFrame& frame, int x, int y, Colour colour) {
 
 // The segment from (x0, y0) to (x1, y1), one pixel wide, at steps of at most half a pixel.
 void Line(MediaFrame& frame, float x0, float y0, float x1, float y1, Colour colour) {
-    const float reach = std::max(std::fabs(x1 - x0), std::fabs(y1 - y0));
-    // A segment far outside the frame is not walked pixel by pixel.
+    // A segment with an end far outside the frame is not drawn.
     const float limit = 4.0f * float(frame.format.width + frame.format.height);
-    if (!(reach < limit)) return;
+    for (float v : {x0, y0, x1, y1})
+        if (!(std::fabs(v) < limit)) return;
+    const float reach = std::max(std::fabs(x1 - x0), std::fabs(y1 - y0));
     const int steps = std::max(1, int(std::ceil(reach * 2.0f)));
     for (int i = 0; i <= steps; ++i) {
         const float t = float(i) / float(steps);

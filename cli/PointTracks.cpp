@@ -150,7 +150,9 @@ void TrackPairs(const PointTracks::Track& track, int frameA, int frameB, std::ve
         yB.push_back(b[1]);
         return;
     }
-    const int m = std::clamp(int(Length(a) + 0.5f) + 1, 2, int(PointTracks::kMostCurvePoints));
+    const float length = Length(a);
+    const int most = PointTracks::kMostCurvePoints;
+    const int m = length < float(most) ? std::max(int(length + 0.5f) + 1, 2) : most;
     Resample(a, m, xA, yA);
     Resample(b, m, xB, yB);
 }

@@ -41,15 +41,13 @@ int HalfHeld(int size, int minLevelSize) {
     return std::max({size / 2, minLevelSize, 2});
 }
 
-// Pixel of a level for a point already in the level's coordinates; false when it falls outside.
+// Pixel of a level for a point already in the level's coordinates, rounded half up; false when it
+// falls outside (or is not a number).
 bool LevelPixel(float x, float y, int width, int height, int* px, int* py) {
-    const int ix = static_cast<int>(static_cast<double>(x) + 0.5);
-    const int iy = static_cast<int>(static_cast<double>(y) + 0.5);
-    // The conversion truncates toward zero: -0.4 lands on 0 while -0.6 + 0.5 is caught here.
-    if (static_cast<double>(x) + 0.5 < 0.0 || static_cast<double>(y) + 0.5 < 0.0) return false;
-    if (ix >= width || iy >= height) return false;
-    *px = ix;
-    *py = iy;
+    const double rx = static_cast<double>(x) + 0.5, ry = static_cast<double>(y) + 0.5;
+    if (!(rx >= 0.0 && rx < width && ry >= 0.0 && ry < height)) return false;
+    *px = static_cast<int>(rx);
+    *py = static_cast<int>(ry);
     return true;
 }
 
@@ -192,7 +190,8 @@ void DQMorphFlow::AddCurveOnLevel(int level, int n, const float* x1, const float
     for (int i = 0; i + 1 < n; ++i)
         length += std::hypot(ax[i + 1] - ax[i], ay[i + 1] - ay[i]);
     // About one point per pixel of the first curve's length, within the working arrays.
-    const int m = std::clamp(static_cast<int>(length + 0.5f), 2, int(kMaxCurvePoints));
+    const int m = length < float(kMaxCurvePoints) ? std::max(static_cast<int>(length + 0.5f), 2)
+                                                  : int(kMaxCurvePoints);
     float rax[kMaxCurvePoints], ray[kMaxCurvePoints], rbx[kMaxCurvePoints], rby[kMaxCurvePoints];
     DQResampleCurve(n, ax, ay, m, rax, ray, 0.99f);
     DQResampleCurve(n, bx, by, m, rbx, rby, 0.99f);

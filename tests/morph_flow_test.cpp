@@ -185,9 +185,10 @@ TEST(MorphFlow, PointsOutsideTheFrameAreDropped) {
         Pair outside;
     };
     const Case cases[] = {
-        {"left", {-0.6f, 10, 20, 20}},     {"above", {10, -0.6f, 20, 20}},
-        {"right", {127.5f, 10, 20, 20}},   {"below", {10, 63.5f, 20, 20}},
-        {"far away", {-1e6f, 1e6f, 0, 0}},
+        {"left", {-0.6f, 10, 20, 20}},       {"above", {10, -0.6f, 20, 20}},
+        {"right", {127.5f, 10, 20, 20}},     {"below", {10, 63.5f, 20, 20}},
+        {"far away", {-1e6f, 1e6f, 0, 0}},   {"beyond int", {3e30f, 10, 0, 0}},
+        {"not a number", {NAN, 10, 20, 20}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -224,11 +225,14 @@ TEST(MorphFlow, ACurveOfOnePointOrOutsideAddsWhatItCan) {
     morph.EndGeometry();
     morph.ComputeMorph(nullptr, nullptr, true);
     EXPECT_LT(FarthestFrom(morph.GetFlow(), 5.0f, 2.0f), 1e-3f);
-    // A curve that begins outside the frame adds nothing; no points at all neither.
+    // A curve that begins outside the frame adds nothing, nor one far beyond any int, nor no
+    // points at all.
+    const float far1[] = {3e30f, 60}, far2[] = {3e30f, 70};
     const float x1[] = {-20, 60}, y1[] = {30, 30}, x2[] = {-10, 70}, y2[] = {30, 30};
     morph.BeginGeometry();
     morph.AddGeometryCurve(2, x1, y1, x2, y2, kMX, kMY);
     morph.AddGeometryCurve(0, x1, y1, x2, y2, kMX, kMY);
+    morph.AddGeometryCurve(2, far1, y1, far2, y2, kMX, kMY);
     morph.EndGeometry();
     morph.ComputeMorph(nullptr, nullptr, true);
     EXPECT_EQ(FarthestFrom(morph.GetFlow(), 0.0f, 0.0f), 0.0f);
