@@ -8,6 +8,7 @@
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
 #include "cli/OutputRun.h"
+#include "cli/PointTracks.h"
 #include "cli/Progress.h"
 #include "cli/RetimeEngine.h"
 #include "cli/RetimeSettings.h"
@@ -40,6 +41,21 @@ std::vector<int> FramesToRender(const RetimeSettings& s, int from, int to) {
     return numbers;
 }
 
+// The points file of the run, refused when it names a frame the input does not have.
+std::optional<PointTracks> LoadPoints(const RetimeSettings& s, const MediaReader& source) {
+    if (!s.points) return std::nullopt;
+    PointTracks tracks = PointTracks::Load(*s.points);
+    const int first = source.FirstNumber(), last = first + source.FrameCount() - 1;
+    const auto refuse = [&](int frame, int line) {
+        throw MediaError(*s.points + " line " + std::to_string(line) + ": frame " +
+                         std::to_string(frame) + " lies outside the input's frames " +
+                         std::to_string(first) + "-" + std::to_string(last));
+    };
+    if (tracks.FirstFrame() < first) refuse(tracks.FirstFrame(), tracks.FirstFrameLine());
+    if (tracks.LastFrame() > last) refuse(tracks.LastFrame(), tracks.LastFrameLine());
+    return tracks;
+}
+
 } // namespace
 
 int RunRetime(std::span<const std::string> args) {
@@ -51,6 +67,7 @@ int RunRetime(std::span<const std::string> args) {
     const Timing timing = TimingOf(s);
     std::optional<SparkCurve> scenes;
     if (s.scenes) scenes = SceneCurve(Keyframes::Load(*s.scenes));
+    const std::optional<PointTracks> points = LoadPoints(s, *source);
 
     const int count = timing.OutputFrameCount(source->FrameCount());
     if (count <= 0)
@@ -89,6 +106,11 @@ int RunRetime(std::span<const std::string> args) {
 
     SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
+    if (points)
+        engine.UseGeometry({.tracks = &*points,
+                            .firstNumber = first,
+                            .only = s.pointsOnly,
+                            .show = s.showGeometry});
     const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));

@@ -1,8 +1,11 @@
 #include "cli/RetimeEngine.h"
 
 #include <algorithm>
+#include <cmath>
 #include <new>
 #include <vector>
+
+#include "cli/GeometryOverlay.h"
 
 namespace quelmor::cli {
 
@@ -161,6 +164,72 @@ void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& o
                          " with error " + std::to_string(code));
     out.format = working_;
     out.pixels = std::move(result.pixels);
+    if (geometry_.show && geometry_.tracks)
+        DrawGeometry(*this, timing_.SourceTime(float(index)), out);
+}
+
+std::vector<const PointTracks::Track*> CliQuelmor::TracksBetween(float timeA, float timeB) const {
+    if (!geometry_.tracks || !std::isfinite(timeA) || !std::isfinite(timeB)) return {};
+    // The engine asks about whole frames; its frame 0 is the input's first number.
+    const int a = int(std::lround(timeA)) + geometry_.firstNumber;
+    const int b = int(std::lround(timeB)) + geometry_.firstNumber;
+    return geometry_.tracks->Between(a, b);
+}
+
+unsigned long CliQuelmor::GetNumGeometries(int layer, float timeA, float timeB) {
+    return layer == 0 ? TracksBetween(timeA, timeB).size() : 0;
+}
+
+int CliQuelmor::GetGeometryPoints(int layer, unsigned long index, float timeA, float timeB,
+                                  unsigned long* count, float** xA, float** yA, float** xB,
+                                  float** yB) {
+    if (!count || !xA || !yA || !xB || !yB) return 5;
+    *count = 0;
+    *xA = *yA = *xB = *yB = nullptr;
+    const auto tracks = TracksBetween(timeA, timeB);
+    if (layer != 0 || index >= tracks.size()) return 5;
+    try {
+        std::vector<float> pairs[4];
+        TrackPairs(*tracks[index], int(std::lround(timeA)) + geometry_.firstNumber,
+                   int(std::lround(timeB)) + geometry_.firstNumber, pairs[0], pairs[1], pairs[2],
+                   pairs[3]);
+        float** out[4] = {xA, yA, xB, yB};
+        for (int k = 0; k < 4; ++k) {
+            *out[k] = new float[pairs[k].size()];
+            std::copy(pairs[k].begin(), pairs[k].end(), *out[k]);
+        }
+        *count = pairs[0].size();
+        return 0;
+    } catch (...) {
+        ReleasePoints(*xA, *yA, *xB, *yB);
+        *xA = *yA = *xB = *yB = nullptr;
+        return 1;
+    }
+}
+
+void CliQuelmor::ReleasePoints(float* xA, float* yA, float* xB, float* yB) {
+    for (float* points : {xA, yA, xB, yB})
+        delete[] points;
+}
+
+void CliQuelmor::GetGeometryColor(int layer, unsigned long index, unsigned char* red,
+                                  unsigned char* green, unsigned char* blue, float time) {
+    // One colour per track, kept from frame to frame: its place in the file picks it.
+    static constexpr unsigned char kPalette[][3] = {{255, 230, 0}, {0, 230, 255}, {255, 64, 200},
+                                                    {90, 255, 90}, {255, 140, 0}, {160, 120, 255}};
+    ZUQuelmor4::GetGeometryColor(layer, index, red, green, blue, time);
+    const float a = std::floor(time);
+    const auto tracks = TracksBetween(a, time > a ? a + 1.0f : a);
+    if (index >= tracks.size()) return;
+    const size_t place = size_t(tracks[index] - geometry_.tracks->Tracks().data());
+    const unsigned char* colour = kPalette[place % std::size(kPalette)];
+    *red = colour[0];
+    *green = colour[1];
+    *blue = colour[2];
+}
+
+void CliQuelmor::GetBackgroundLayerDoOpticalFlow(bool* doFlow, float) {
+    *doFlow = !(geometry_.only && geometry_.tracks);
 }
 
 } // namespace quelmor::cli

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/Media.h"
+#include "cli/PointTracks.h"
 #include "cli/ReadAhead.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
@@ -21,6 +22,14 @@ struct EngineSettings {
     int interpolation = 1; // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4; // 0 none to 4 best
     float motionBlur = 0.0f;
+};
+
+// Correspondences given by hand and what the engine does with them.
+struct GeometryUse {
+    const PointTracks* tracks = nullptr; // none: no geometry
+    int firstNumber = 0;                 // input frame number of the engine's frame 0
+    bool only = false;                   // the tracks are the only motion: no optical flow
+    bool show = false;                   // draw them over every output frame
 };
 
 // Working format of the engine for a source: four channels of 8 bits, 16 bits or float.
@@ -38,6 +47,9 @@ public:
                StageClock* clock = nullptr);
     ~CliQuelmor() override;
 
+    // Geometry from now on; the tracks must outlive the object.
+    void UseGeometry(const GeometryUse& use) { geometry_ = use; }
+
     // Renders output frame `index` (counted from 0) into `out`, in the working format.
     // Throws MediaError when a source frame cannot be read (with the reader's message) or the
     // engine fails.
@@ -51,10 +63,22 @@ public:
     int GetKeyframedTime(float* sourceTime, float outputTime) override;
     int WhichScene(float time) override;
 
+    // The tracks of the file that have positions in both frames, one geometry each.
+    unsigned long GetNumGeometries(int layer, float timeA, float timeB) override;
+    int GetGeometryPoints(int layer, unsigned long index, float timeA, float timeB,
+                          unsigned long* count, float** xA, float** yA, float** xB,
+                          float** yB) override;
+    void ReleasePoints(float* xA, float* yA, float* xB, float* yB) override;
+    void GetGeometryColor(int layer, unsigned long index, unsigned char* red, unsigned char* green,
+                          unsigned char* blue, float time) override;
+    void GetBackgroundLayerDoOpticalFlow(bool* doFlow, float time) override;
+
 private:
     // A source frame in the working format; the two most recent are kept, since
     // consecutive in-between frames ask for the same pair.
     const MediaFrame& WorkingFrame(int frame);
+    // The tracks between the engine's frames at timeA and timeB.
+    std::vector<const PointTracks::Track*> TracksBetween(float timeA, float timeB) const;
 
     MediaReader& source_;
     const Timing& timing_;
@@ -68,6 +92,7 @@ private:
     std::vector<std::vector<uint8_t>> spare_;
     // Why the source frame of the frame in hand could not be read: the message Render throws.
     std::string readFailure_;
+    GeometryUse geometry_;
 };
 
 } // namespace quelmor::cli

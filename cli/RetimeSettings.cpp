@@ -8,11 +8,18 @@ namespace quelmor::cli {
 
 namespace {
 
+constexpr const char* kMotionNames[] = {"flow", "points"};
+
 constexpr OptionSpec kRetimeOptions[] = {
-    kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
-    {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
-    kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
-    {"resume", false}, {"print-frames", false}, {"threads", true},
+    {"points", true},         {.name = "motion", .takesValue = true, .choices = kMotionNames},
+    {"show-geometry", false}, kSpeedOption,
+    {"speed-curve", true},    {"frame-curve", true},
+    {"scenes", true},         {"frames", true},
+    kInterpolationOption,     kQualityOption,
+    kMotionBlurOption,        kRateOption,
+    {"overwrite", false},     {"quiet", false},
+    {"timing", false},        {"resume", false},
+    {"print-frames", false},  {"threads", true},
 };
 
 } // namespace
@@ -45,6 +52,13 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     s.resume = line.Has("resume");
     s.printFrames = line.Has("print-frames");
     s.threads = ThreadsOption(line);
+    s.points = line.Value("points");
+    s.pointsOnly = line.Choice("motion").value_or(0) == 1;
+    s.showGeometry = line.Has("show-geometry");
+    if (!s.points && s.pointsOnly)
+        throw UsageError("--motion points needs the points to move by: give --points FILE");
+    if (!s.points && s.showGeometry)
+        throw UsageError("--show-geometry draws the points of --points FILE: give that too");
     if (s.resume && s.overwrite)
         throw UsageError("give only one of --resume (keep the frames there) and --overwrite");
     if (s.resume && !SequencePattern::Parse(s.output))

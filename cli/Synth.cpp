@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 
 #include "Media.h"
 
@@ -161,7 +162,76 @@ Rgb Sample(float x, float y, float time) {
     return Background(x, y, time);
 }
 
+// The object seen at a point of the frame (in frame heights): a body's index, or the number of
+// bodies for the background.
+size_t FrontAt(float x, float y, float time) {
+    for (size_t i = 0; i < kBodies.size(); ++i) {
+        const Body& body = kBodies[i];
+        const float cx = body.x0 + body.vx * time, cy = body.y0 + body.vy * time;
+        const float angle = body.angle0 + body.spin * time;
+        const float c = std::cos(angle), s = std::sin(angle);
+        const float dx = x - cx, dy = y - cy;
+        if (Inside(body, c * dx + s * dy, -s * dx + c * dy)) return i;
+    }
+    return kBodies.size();
+}
+
+constexpr const char* kBodyNames[] = {"star", "disc", "card", "tile"};
+
 } // namespace
+
+std::vector<SynthPoint> SynthTruePoints(const SynthSettings& settings, double time) {
+    const float t = float(time);
+    const double height = settings.height;
+    std::vector<SynthPoint> points;
+    const auto add = [&](size_t object, const std::string& name, float x, float y) {
+        const double px = x * height - 0.5, py = y * height - 0.5;
+        if (px < 0.0 || py < 0.0 || px > settings.width - 1 || py > settings.height - 1) return;
+        if (FrontAt(x, y, t) != object) return;
+        points.push_back({name, px, py});
+    };
+    // Points of each body, in its own coordinates: the centre and halfway to its sides and
+    // corners, where they lie inside the shape.
+    const float spots[][2] = {{0, 0},       {0.5f, 0},     {-0.5f, 0},    {0, 0.5f},     {0, -0.5f},
+                              {0.5f, 0.5f}, {-0.5f, 0.5f}, {0.5f, -0.5f}, {-0.5f, -0.5f}};
+    for (size_t i = 0; i < kBodies.size(); ++i) {
+        const Body& body = kBodies[i];
+        const float cx = body.x0 + body.vx * t, cy = body.y0 + body.vy * t;
+        const float angle = body.angle0 + body.spin * t;
+        const float c = std::cos(angle), s = std::sin(angle);
+        for (size_t k = 0; k < std::size(spots); ++k) {
+            const float u = spots[k][0] * body.halfW, v = spots[k][1] * body.halfH;
+            if (!Inside(body, u, v)) continue;
+            add(i, std::string(kBodyNames[i]) + "." + std::to_string(k), cx + c * u - s * v,
+                cy + s * u + c * v);
+        }
+    }
+    // The background pans: a point of its texture at (gx, gy) is seen at (gx - 0.012 t,
+    // gy - 0.004 t). A grid over the frame's width at time 0.
+    const float aspect = float(settings.width) / float(settings.height);
+    for (int row = 0; row < 3; ++row)
+        for (int column = 0; column < 5; ++column) {
+            const float gx = aspect * (0.1f + 0.2f * column), gy = 0.15f + 0.35f * row;
+            add(kBodies.size(), "ground." + std::to_string(row * 5 + column), gx - 0.012f * t,
+                gy - 0.004f * t);
+        }
+    return points;
+}
+
+std::string SynthPointsText(const SynthSettings& settings) {
+    std::string text = "# true motion of points fixed to the objects of quelmor synth, " +
+                       std::to_string(settings.width) + "x" + std::to_string(settings.height) +
+                       ", " + std::to_string(settings.frames) + " frames\n";
+    char line[160];
+    for (int frame = 0; frame < settings.frames; ++frame) {
+        text += "frame " + std::to_string(frame) + "\n";
+        for (const SynthPoint& p : SynthTruePoints(settings, frame)) {
+            std::snprintf(line, sizeof line, "point %s %.4f %.4f\n", p.name.c_str(), p.x, p.y);
+            text += line;
+        }
+    }
+    return text;
+}
 
 void RenderSynthFrame(const SynthSettings& settings, double time, MediaFrame& out) {
     MediaFormat linear{settings.width, settings.height, 3, SampleType::Float};

@@ -3,6 +3,9 @@
 // panning textured background.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "MediaFrame.h"
 
 namespace quelmor::cli {
@@ -17,5 +20,20 @@ struct SynthSettings {
 
 // Renders the scene at `time` (in source frames, any real value) as RGB.
 void RenderSynthFrame(const SynthSettings& settings, double time, MediaFrame& out);
+
+// A point fixed to one object of the scene (the background counts as one), where it is at a
+// moment, in pixels of the frame: x to the right, y down, (0, 0) the centre of the top-left pixel.
+struct SynthPoint {
+    std::string name;
+    double x, y;
+};
+
+// The points of every object that are seen at `time`: inside the frame and in front of every
+// other object there.
+std::vector<SynthPoint> SynthTruePoints(const SynthSettings& settings, double time);
+
+// The true motion of those points over the source frames, as a points file for
+// `quelmor retime --points` (cli/PointTracks.h).
+std::string SynthPointsText(const SynthSettings& settings);
 
 } // namespace quelmor::cli

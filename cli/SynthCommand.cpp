@@ -3,7 +3,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -22,9 +25,29 @@ namespace {
 
 constexpr OptionSpec kSynthOptions[] = {
     {"frames", true},     {"size", true},   {"steps", true},   {"depth", true},
-    {"overwrite", false}, {"quiet", false}, {"threads", true},
+    {"overwrite", false}, {"quiet", false}, {"threads", true}, {"points", true},
 };
 constexpr const char* kDepthNames[] = {"8", "16", "half", "float"};
+
+// Writes the true motion of points of the scene beside the clip, whole or not at all.
+void WritePointsFile(const std::string& path, const SynthSettings& settings) {
+    const std::string part = path + ".part";
+    {
+        std::ofstream out(part, std::ios::trunc);
+        out << SynthPointsText(settings);
+        out.close();
+        if (!out) {
+            std::filesystem::remove(part);
+            throw MediaError("cannot write the points file " + path);
+        }
+    }
+    std::error_code error;
+    std::filesystem::rename(part, path, error);
+    if (error) {
+        std::filesystem::remove(part);
+        throw MediaError("cannot write the points file " + path + ": " + error.message());
+    }
+}
 
 } // namespace
 
@@ -67,6 +90,9 @@ int RunSynth(std::span<const std::string> args) {
     truthOptions.whole = FrameSpan{0, truthFrames - 1};
     CheckOutput(pattern->Text(), 0, settings.frames - 1, options);
     CheckOutput(truth.Text(), 0, truthFrames - 1, truthOptions);
+    const std::optional<std::string> points = line.Value("points");
+    if (points && !options.overwrite && std::filesystem::exists(*points))
+        throw UsageError(*points + " exists; give --overwrite to replace it");
 
     const MediaFormat format{settings.width, settings.height, 3, settings.sample};
     // A stop signal ends the run between frames, and the writers remove what they wrote.
@@ -123,12 +149,14 @@ int RunSynth(std::span<const std::string> args) {
     stopWhenAsked();
     source->Finish();
     truthWriter->Finish();
+    if (points) WritePointsFile(*points, settings);
     progress.Finish();
     if (!line.Has("quiet"))
         std::printf(
             "source frames: %s (%d frames)\ntrue frames:   %s (%d frames, %d per source frame)\n",
             pattern->Text().c_str(), settings.frames, truth.Text().c_str(), truthFrames,
             settings.truthSteps);
+    if (points && !line.Has("quiet")) std::printf("true motion:   %s\n", points->c_str());
     return 0;
 }
 

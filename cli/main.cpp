@@ -34,6 +34,11 @@ commands:
                             core this process may use)
       --quiet               no progress
       --timing              print where the time went (decoding, converting, engine, writing)
+      --points FILE         motion given by hand: named points and curves per source frame (see
+                            POINTS FILES below); by default they steer the optical flow
+      --motion flow|points  flow (default): optical flow, steered by --points; points: motion
+                            from the points alone, spread smoothly over the frame
+      --show-geometry       draw the points (crosses) and curves of --points over the output
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
       --speed S  --interpolation NAME  --quality NAME  --motion-blur X
       --fields-in none|lower|upper  --fields-out none|lower|upper
@@ -42,10 +47,21 @@ commands:
       --plugin PATH  --rate FPS  --overwrite  --threads N  --quiet  --timing
   synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --threads N  --overwrite  --quiet
+      --points FILE         also write the true motion of a few points of each object there
   score RESULT TRUTH    PSNR of a result against true frames
 
 INPUT and OUTPUT are image sequences (name.%04d.exr, name.####.dpx, PNG, TIFF, JPEG) or video
 files (any common container in; .mov ProRes or .mp4 H.264 out).
+
+POINTS FILES (--points): lines of text, '#' starts a comment.
+  frame N                     positions below are in source frame N (numbered as the input's
+                              files; a video's first frame is 0)
+  point NAME X Y              point NAME is at (X, Y)
+  curve NAME X1 Y1 X2 Y2 ...  polyline NAME runs through two or more points (at most 2048)
+Positions are pixels of the source frame: x right, y down, (0, 0) the top-left pixel's centre.
+A name in two frames says where that point or curve moves from one to the other; a curve may
+slide along itself. A name is a point or a curve throughout, once per frame. A bad line is
+refused with its number and what was expected there.
 )";
 
 } // namespace

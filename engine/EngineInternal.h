@@ -56,6 +56,9 @@ public:
     // seeds; frame numbers are halved into times when fieldsIn is set.
     void FeedGeometryToFlow(ZUQuelmor4& engine, DQOpticalFlowUChar* flow, int layer, int first,
                             int second, int fieldsIn) const;
+    // The same geometry as the only correspondences of a morph flow object, ready for its run.
+    void FeedGeometryToMorph(ZUQuelmor4& engine, DQMorphFlow* morph, int layer, int first,
+                             int second, int fieldsIn) const;
 
     // dest receives source blurred along `flow` (amount above 0), sharpened along it (below 0)
     // or copied (amount 0); the amount is limited to -10..20.

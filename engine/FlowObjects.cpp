@@ -1,9 +1,10 @@
-// The dense flow object behind the engine's motion. No morph-flow object is ever made by this
-// engine (geometry-only motion fails before it would be), so its slot only ever holds null.
+// The two flow objects behind the engine's motion: the optical flow, measured from the pictures,
+// and the morph flow, built from geometry alone.
 
 #include "engine/FlowObjects.h"
 
 #include "flow/Flow.h"
+#include "flow/MorphFlow.h"
 
 #include <memory>
 
@@ -22,22 +23,29 @@ DQOpticalFlowUChar* MakeOpticalFlow(int width, int height, int flowLevel, bool u
     return flow.release();
 }
 
+DQMorphFlow* MakeMorphFlow(int width, int height, int flowLevel) {
+    std::unique_ptr<DQMorphFlow> flow(new DQMorphFlow(0, width, height, flowLevel, kMinLevelSize));
+    if (flow->error != 0) DQThrow(flow->error);
+    return flow.release();
+}
+
 DQImage* FlowOutputOf(const DQOpticalFlowUChar* flow) {
     return flow && flow->flowLevels ? flow->flowLevels[0] : nullptr;
 }
-DQImage* FlowOutputOf(const DQMorphFlow*) {
-    return nullptr;
+DQImage* FlowOutputOf(const DQMorphFlow* flow) {
+    return flow ? flow->GetFlow() : nullptr;
 }
 bool FlowSizeDiffers(const DQOpticalFlowUChar* flow, int flowWidth, int flowHeight) {
     return flow && (flow->width != flowWidth || flow->height != flowHeight);
 }
-bool FlowSizeDiffers(const DQMorphFlow*, int, int) {
-    return false;
+bool FlowSizeDiffers(const DQMorphFlow* flow, int flowWidth, int flowHeight) {
+    return flow && (flow->width != flowWidth || flow->height != flowHeight);
 }
 void DestroyFlow(DQOpticalFlowUChar*& flow) {
     delete flow;
     flow = nullptr;
 }
 void DestroyFlow(DQMorphFlow*& flow) {
+    delete flow;
     flow = nullptr;
 }

@@ -11,6 +11,8 @@ class DQMorphFlow;
 // `flowLevel` times. A failure of its construction is thrown as its code.
 DQOpticalFlowUChar* MakeOpticalFlow(int width, int height, int flowLevel, bool useSeeds,
                                     bool useMattes);
+// Makes a morph flow object of the same level-0 size; a failure of its construction is thrown.
+DQMorphFlow* MakeMorphFlow(int width, int height, int flowLevel);
 
 // Level-0 flow image that the object owns, or null for a null object.
 DQImage* FlowOutputOf(const DQOpticalFlowUChar* flow);

@@ -83,7 +83,10 @@ int ZUQuelmor4::GetFrameRequirements(FrameRequirements* out, const ZUImage* resu
         frameB /= 2;
     }
     const bool needsFlow = vectorQuality != 0 && !atSourceFrame;
-    if (needsFlow && flowFromSequence != 1) {
+    // A single layer moved by geometry alone reads no frame to track.
+    bool opticalFlow = true;
+    if (layers == 0) GetBackgroundLayerDoOpticalFlow(&opticalFlow, timeBegin);
+    if (needsFlow && opticalFlow && flowFromSequence != 1) {
         list.Add(kTrackingFrame, frameA);
         list.Add(kTrackingFrame, frameB);
     }

@@ -8,6 +8,7 @@
 #include "engine/Mix.h"
 #include "engine/SequenceFrames.h"
 #include "flow/Flow.h"
+#include "flow/MorphFlow.h"
 #include "warp/Warp.h"
 
 #include <cmath>
@@ -39,6 +40,9 @@ public:
 private:
     void RefuseRowsNotBuilt() const;
     DQImage* GetFlow();
+    DQImage* GetMorphFlow();
+    void ComputeMorphInRange(DQImage* result, int firstFrame, int secondFrame, float low,
+                             float high);
     void ComputeFlowInRange(DQImage* result, DQImage* first, DQImage* second, int firstFrame,
                             int secondFrame, float low, float high);
     void CheckOutFramesToWarp();
@@ -59,7 +63,6 @@ private:
 
 void SingleLayerRoad::RefuseRowsNotBuilt() const {
     if (pass_.externalVectors) RoadNotAvailable("external-vector");
-    if (!state_.doOpticalFlow[0]) RoadNotAvailable("geometry-only motion");
     if (state_.warping == 1) RoadNotAvailable("inverse-with-smart-blend");
     if (state_.warping != 0) RoadNotAvailable("forward-warp");
 }
@@ -101,9 +104,60 @@ void SingleLayerRoad::ComputeFlowInRange(DQImage* result, DQImage* first, DQImag
                       state_.enhanceImages);
 }
 
+// Builds the morph flow from `firstFrame` to `secondFrame` in the progress range low..high, from
+// the geometry of the pair alone.
+void SingleLayerRoad::ComputeMorphInRange(DQImage* result, int firstFrame, int secondFrame,
+                                          float low, float high) {
+    progress_.SetSubRange(low, high);
+    if (!motion_.needMotion) return;
+    DQMorphFlow* morph = state_.morphFlow;
+    state_.FeedGeometryToMorph(engine_, morph, 0, firstFrame, secondFrame, req_.fieldsIn);
+    ZUIdleAndProgressClass child(&progress_);
+    ++state_.flowRuns;
+    morph->ComputeMorph(result, &child, true);
+}
+
+// Motion from geometry alone: the morph flow object takes the place of the optical one, and no
+// frame is checked out until the frames to warp. Returns the flow that "Nearest" warps with.
+DQImage* SingleLayerRoad::GetMorphFlow() {
+    DestroyFlow(state_.opticalFlow);
+    if (!state_.morphFlow) {
+        state_.morphFlow = MakeMorphFlow(state_.width, state_.height, state_.flowLevel);
+        motion_.needMotion = true;
+    }
+    state_.morphFlow->SetSensitivity(pass_.sensitivity);
+    const float p = float(pass_.pass);
+    const float passes = float(pass_.passes);
+    DQImage* nearestFlow = nullptr;
+    if (state_.interpolation == kNearest) {
+        if (motion_.weightA < 0.5f)
+            ComputeMorphInRange(nullptr, motion_.frameA, motion_.frameB, p / passes,
+                                (p + 1.0f) / passes);
+        else
+            ComputeMorphInRange(nullptr, motion_.frameB, motion_.frameA, p / passes,
+                                (p + 1.0f) / passes);
+        nearestFlow = FlowOutputOf(state_.morphFlow);
+    } else {
+        if (!state_.flowBtoA) {
+            DQImagePtr image = DQMakeImage(state_.flowWidth, state_.flowHeight, 2, DQ_FLOAT);
+            state_.flowBtoA = image.release();
+        }
+        const float all = 2.0f * passes;
+        ComputeMorphInRange(state_.flowBtoA, motion_.frameB, motion_.frameA, 2.0f * p / all,
+                            (2.0f * p + 1.0f) / all);
+        progress_.RepeatProgress();
+        ComputeMorphInRange(nullptr, motion_.frameA, motion_.frameB, (2.0f * p + 1.0f) / all,
+                            (2.0f * p + 2.0f) / all);
+        state_.flowAtoB = FlowOutputOf(state_.morphFlow); // borrowed from the morph object
+    }
+    progress_.RepeatProgress();
+    return nearestFlow;
+}
+
 // Makes or keeps the flow object, checks out the tracking frames and computes the flows the
 // interpolation needs. Returns the flow that "Nearest" warps with.
 DQImage* SingleLayerRoad::GetFlow() {
+    if (!state_.doOpticalFlow[0]) return GetMorphFlow();
     DestroyFlow(state_.morphFlow);
     if (!state_.opticalFlow) {
         state_.opticalFlow = MakeOpticalFlow(state_.width, state_.height, state_.flowLevel,

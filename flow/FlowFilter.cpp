@@ -30,8 +30,8 @@ HalfKernel Gauss(float radius) {
 }
 
 const HalfKernel& KernelOf(DQFlowFilterKind kind) {
-    static const std::array<HalfKernel, 5> kernels = [] {
-        std::array<HalfKernel, 5> k{};
+    static const std::array<HalfKernel, 7> kernels = [] {
+        std::array<HalfKernel, 7> k{};
         k[0].n = 3;
         k[0].w[0] = 0.375f;
         k[0].w[1] = 0.25f;
@@ -40,6 +40,8 @@ const HalfKernel& KernelOf(DQFlowFilterKind kind) {
         k[2] = Gauss(3.0f);
         k[3] = Gauss(5.0f);
         k[4] = Gauss(7.0f);
+        k[5] = Gauss(1.95f);
+        k[6] = Gauss(2.5f);
         return k;
     }();
     return kernels[static_cast<int>(kind)];

@@ -34,8 +34,9 @@ struct DQFlowScratch : public ZUMem {
 };
 
 // The filters the flow object uses: the binomial 1/16, 1/4, 3/8, 1/4, 1/16 and the base-2
-// Gaussians of the solver's windows and the edge enhancement.
-enum class DQFlowFilterKind { Binomial, Gauss2, Gauss3, Gauss5, Gauss7 };
+// Gaussians of the solver's windows and the edge enhancement; the morph flow's spread adds the
+// Gaussians of radius 1.95 and 2.5.
+enum class DQFlowFilterKind { Binomial, Gauss2, Gauss3, Gauss5, Gauss7, Gauss1_95, Gauss2_5 };
 
 // Filters every channel of the float image `source` along rows and then columns into `dest`, of
 // the same size and channels (the same image is allowed). `plane` holds the windows of rows

@@ -9,8 +9,11 @@ namespace {
 
 // Pixel of level 0 for a point of the source; false when it falls outside.
 bool SeedPixel(float x, float y, float sx, float sy, int width, int height, int* px, int* py) {
-    const int ix = static_cast<int>(static_cast<double>(x * sx) + 0.5);
-    const int iy = static_cast<int>(static_cast<double>(y * sy) + 0.5);
+    const double rx = static_cast<double>(x * sx) + 0.5, ry = static_cast<double>(y * sy) + 0.5;
+    // Positions beyond the range of int (or not numbers) are outside; the rest round as before.
+    if (!(rx > -1.0 && rx < width && ry > -1.0 && ry < height)) return false;
+    const int ix = static_cast<int>(rx);
+    const int iy = static_cast<int>(ry);
     if (ix < 0 || iy < 0 || ix >= width || iy >= height) return false;
     *px = ix;
     *py = iy;

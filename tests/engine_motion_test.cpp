@@ -291,7 +291,8 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         {"smart blend is refused before any fetch", -1, 1, 1, kDQErrBadArgument, 0},
         {"forward alone is refused", -1, 1, 3, kDQErrBadArgument, 0},
         {"external vectors are refused", -1, 1, 0, kDQErrBadArgument, 0, 1},
-        {"motion from geometry alone is refused", -1, 1, 0, kDQErrBadArgument, 0, 0, false},
+        {"motion from geometry alone fetches only frames to warp", 3, 1, 0, kDQErrFetch, 2, 0,
+         false},
     };
     engine.trackingFrames.clear();
     for (int n = 0; n < 8; ++n)
