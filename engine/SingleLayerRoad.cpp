@@ -13,7 +13,6 @@
 #include "flow/HoleFill.h"
 #include "warp/Warp.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -205,20 +204,8 @@ void SingleLayerRoad::WarpCovered(DQImage* dest, DQImage* coverage, DQImage* sou
     if (DQWarpInverse(dest, source, flow, 0, coverage, 1, scale) == 0) DQThrow(kDQErrBadArgument);
 }
 
-// Whether any pixel of a one-channel 8-bit mask is not 0.
-bool AnyMarked(const DQImage& mask) {
-    for (int y = 0; y < mask.height; ++y) {
-        const uint8_t* row = mask.Row<uint8_t>(y);
-        if (std::any_of(row, row + mask.width, [](uint8_t v) { return v != 0; })) return true;
-    }
-    return false;
-}
-
-// Fills the pixels where `holes` is not 0 from the rest of the picture. The fill keeps every
-// pixel that is not a hole as it is, so a picture without holes is left alone: a frame whose
-// pixels are all covered, the common case, does not pay for the fill.
+// Fills the pixels where `holes` is not 0 from the rest of the picture.
 void SingleLayerRoad::FillUncovered(DQImage* dest, DQImage* holes) {
-    if (!AnyMarked(*holes)) return;
     progress_.CollapseSubRange();
     ZUIdleAndProgressClass child(&progress_);
     FillHoles(dest, holes, &child);
