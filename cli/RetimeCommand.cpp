@@ -111,7 +111,7 @@ int RunRetime(std::span<const std::string> args) {
                             .firstNumber = first,
                             .only = s.pointsOnly,
                             .show = s.showGeometry});
-    const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
+    const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur, s.warping};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));
     clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());

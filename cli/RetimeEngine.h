@@ -22,6 +22,7 @@ struct EngineSettings {
     int interpolation = 1; // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4; // 0 none to 4 best
     float motionBlur = 0.0f;
+    int warping = 0; // 0 inverse, 1 inverse + smart blend: what UsesWhichWarping answers
 };
 
 // Correspondences given by hand and what the engine does with them.
@@ -62,6 +63,7 @@ public:
     int CleanUpCheckedOutMatteImage(ZUImage* image) override;
     int GetKeyframedTime(float* sourceTime, float outputTime) override;
     int WhichScene(float time) override;
+    int UsesWhichWarping() override;
 
     // The tracks of the file that have positions in both frames, one geometry each.
     unsigned long GetNumGeometries(int layer, float timeA, float timeB) override;
@@ -93,6 +95,8 @@ private:
     // Why the source frame of the frame in hand could not be read: the message Render throws.
     std::string readFailure_;
     GeometryUse geometry_;
+    // Warping of the frame being rendered.
+    int warping_ = 0;
 };
 
 } // namespace quelmor::cli

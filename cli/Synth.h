@@ -35,5 +35,11 @@ std::vector<SynthPoint> SynthTruePoints(const SynthSettings& settings, double ti
 // The true motion of those points over the source frames, as a points file for
 // `quelmor retime --points` (cli/PointTracks.h).
 std::string SynthPointsText(const SynthSettings& settings);
+// Number of objects in the scene; labels run from 0 (background) to this.
+inline constexpr int kSynthObjects = 4;
+
+// Where each object is at `time`: one 8-bit channel, per pixel 0 for the background or 1 + the
+// index of the frontmost object (front to back) that covers the pixel's centre.
+void RenderSynthLabels(const SynthSettings& settings, double time, MediaFrame& out);
 
 } // namespace quelmor::cli
