@@ -1,0 +1,224 @@
+#pragma once
+// Scan conversion of the triangles of a warped mesh. A vertex is a position and a colour of up to
+// four floats; a triangle is drawn on every whole scanline from its top down to, but excluding,
+// its lower end, with position and colour interpolated linearly along its edges and across each
+// span. Spans include both of their whole-pixel ends. The pixels are handed to a writer, which
+// averages what lands on one pixel (see HitAverage).
+//
+// Every value on a scanline is evaluated from the edge's upper vertex, never stepped from the line
+// above, so a triangle drawn only over part of its rows writes exactly what the whole triangle
+// would write on those rows. That lets several workers each draw the rows they own.
+#include "image/KernelSpace.h"
+#include "warp/PixelAccess.h"
+#include "warp/Sampling.h"
+
+#include <cmath>
+#include <cstdint>
+#include <utility>
+
+namespace warp_detail {
+QUELMOR_KERNELS_BEGIN
+
+// Positions beyond this are treated as lying nowhere: a triangle with such a corner, or one that
+// is not a number, is not drawn. Inside it every step of the scan stays finite.
+constexpr float kFarPosition = 1.0e15f;
+
+struct MeshVertex {
+    float x, y;
+    Float4 c;
+};
+
+// The rows of the target that one drawing pass may write, inclusive, within 0..lastRow.
+struct RasterClip {
+    int lastColumn, lastRow;
+    int firstOwned, lastOwned;
+};
+
+namespace mesh_detail {
+
+struct Edge {
+    const MeshVertex* a; // upper end
+    const MeshVertex* b; // lower end
+    float dx;
+    Float4 dc;
+
+    void Set(const MeshVertex* upper, const MeshVertex* lower) {
+        a = upper;
+        b = lower;
+        const float inv = 1.0f / (lower->y - upper->y);
+        dx = (lower->x - upper->x) * inv;
+        dc = (lower->c - upper->c) * inv;
+    }
+    float XAt(float s) const { return a->x + (s - a->y) * dx; }
+    Float4 CAt(float s) const { return a->c + (s - a->y) * dc; }
+};
+
+inline bool Near(const MeshVertex& v) {
+    return std::fabs(v.x) <= kFarPosition && std::fabs(v.y) <= kFarPosition;
+}
+
+// Span between two edge crossings at left x `lx` (colour lc) and right x `rx` (colour rc), with
+// the first and last pixels already clipped to the target.
+template <class Writer>
+[[gnu::always_inline]] inline void Span(Writer& write, int y, float start, float end, float lx,
+                                        Float4 lc, float rx, Float4 rc) {
+    const float width = rx - lx;
+    const Float4 dc = (rc - lc) / width;
+    const Float4 c = lc + (rc - lc) * ((start - lx) / width);
+    write(y, static_cast<int>(start), static_cast<int>(end), c, dc);
+}
+
+} // namespace mesh_detail
+
+// Draws the triangle p, q, r into the rows of `clip` through write(y, x0, x1, colour, step),
+// which stores pixels x0..x1 of row y, the colour of x0 first and `step` added per pixel.
+template <class Writer>
+inline void DrawTriangle(const MeshVertex& p, const MeshVertex& q, const MeshVertex& r,
+                         const RasterClip& clip, Writer& write) {
+    using namespace mesh_detail;
+    const float lastColumn = static_cast<float>(clip.lastColumn);
+    const float lastRow = static_cast<float>(clip.lastRow);
+    if ((p.x < 0.0f && q.x < 0.0f && r.x < 0.0f) || (p.y < 0.0f && q.y < 0.0f && r.y < 0.0f) ||
+        (p.x > lastColumn && q.x > lastColumn && r.x > lastColumn) ||
+        (p.y > lastRow && q.y > lastRow && r.y > lastRow))
+        return;
+    if (!Near(p) || !Near(q) || !Near(r)) return;
+
+    // Top, middle and bottom. Ties keep the order that the decision list below gives them, which
+    // decides which edges a flat top or bottom brings in.
+    const MeshVertex *top, *mid, *bottom;
+    if (q.y < p.y) {
+        if (p.y <= r.y)
+            top = &q, mid = &p, bottom = &r;
+        else if (r.y < q.y)
+            top = &r, mid = &q, bottom = &p;
+        else
+            top = &q, mid = &r, bottom = &p;
+    } else {
+        if (r.y >= q.y)
+            top = &p, mid = &q, bottom = &r;
+        else if (p.y < r.y)
+            top = &p, mid = &r, bottom = &q;
+        else
+            top = &r, mid = &p, bottom = &q;
+    }
+
+    // An edge from a to b is active on scanline s when a.y <= s < b.y. The long edge runs from
+    // top to bottom; the short ones meet at the middle vertex.
+    const float firstLine =
+        std::fmax(std::fmax(std::ceil(top->y), 0.0f), static_cast<float>(clip.firstOwned));
+    const float lastLine =
+        std::fmin(std::fmin(std::floor(bottom->y), lastRow), static_cast<float>(clip.lastOwned));
+    if (firstLine <= lastLine && top->y < bottom->y) {
+        Edge longEdge, upper, lower;
+        longEdge.Set(top, bottom);
+        const bool hasUpper = top->y < mid->y;
+        const bool hasLower = mid->y < bottom->y;
+        if (hasUpper) upper.Set(top, mid);
+        if (hasLower) lower.Set(mid, bottom);
+        for (float s = firstLine; s <= lastLine; s += 1.0f) {
+            if (!(s < bottom->y)) break;
+            const Edge& shortEdge = s < mid->y ? upper : lower;
+            if (s < mid->y ? !hasUpper : !hasLower) continue;
+            float lx = longEdge.XAt(s), rx = shortEdge.XAt(s);
+            const Edge *left = &longEdge, *right = &shortEdge;
+            if (rx < lx) {
+                std::swap(lx, rx);
+                std::swap(left, right);
+            }
+            if (!(rx - lx > 1e-08f)) continue;
+            const float start = std::fmax(std::ceil(lx), 0.0f);
+            const float end = std::fmin(std::floor(rx), lastColumn);
+            if (start > end) continue;
+            Span(write, static_cast<int>(s), start, end, lx, left->CAt(s), rx, right->CAt(s));
+        }
+    }
+
+    // The lower end of every edge is left out above, so a flat bottom lying on the last row would
+    // never be drawn; it gets a span of its own.
+    if (mid->y == lastRow && bottom->y == lastRow && clip.lastOwned == clip.lastRow) {
+        const MeshVertex* left = mid;
+        const MeshVertex* right = bottom;
+        if (right->x < left->x) std::swap(left, right);
+        float start = std::ceil(left->x);
+        float end = std::floor(right->x);
+        if (!(end > start)) return;
+        start = std::fmax(start, 0.0f);
+        end = std::fmin(end, lastColumn);
+        if (!(right->x - left->x > 1e-05f) || start > end) return;
+        Span(write, clip.lastRow, start, end, left->x, left->c, right->x, right->c);
+    }
+}
+
+// Averaging of the colours that land on one pixel, through its hit count n: the first colour is
+// stored as it is, later ones enter as the (n + 1)-th term of a running mean, and once the count
+// has reached 255 it stays there and every new colour enters with a weight of 1/256. Each result
+// is stored through the element type's rounding.
+class HitAverage {
+public:
+    HitAverage() {
+        for (int n = 1; n < 255; ++n)
+            reciprocal_[n] = 1.0f / static_cast<float>(n + 1);
+        reciprocal_[0] = 1.0f;
+        reciprocal_[255] = 0.0f;
+    }
+
+    // The new value of a pixel that holds `old` and was hit n times before, with the count after.
+    [[gnu::always_inline]] Float4 Mix(Float4 old, Float4 c, uint8_t& n) const {
+        if (n == 255) return (old * 255.0f + c) * 0.00390625f;
+        const float count = static_cast<float>(n);
+        const Float4 mixed = (old * count + c) * reciprocal_[n];
+        ++n;
+        return mixed;
+    }
+
+private:
+    float reciprocal_[256];
+};
+
+// The vertex rows and columns that a mesh walk covers, inclusive: cells lie between row r and
+// r + 1 for r from firstRow up to lastRow - 1, and likewise for columns.
+struct MeshWalk {
+    int firstRow, lastRow, firstColumn, lastColumn;
+};
+
+// Walks the cells of `walk` row by row, top to bottom and left to right, and draws the two
+// triangles of each cell, (x, y), (x + 1, y), (x, y + 1) and then (x + 1, y + 1), (x + 1, y),
+// (x, y + 1), into the rows of `clip`. build(r, vertices) fills the vertices of mesh row r at their
+// column indices. When `reachLow` is given, a row of cells whose vertices cannot land on the rows
+// of `clip` (reachLow and reachHigh bound the target row of each mesh row's vertices) is passed
+// over. report(r) is called for every row of cells, drawn or not.
+template <class Build, class Writer, class Report>
+void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLow,
+              const float* reachHigh, MeshVertex* upperRow, MeshVertex* lowerRow, Build&& build,
+              Writer& write, Report&& report) {
+    int held = -1; // the mesh row whose vertices upperRow holds
+    const float firstOwned = static_cast<float>(clip.firstOwned);
+    const float lastOwned = static_cast<float>(clip.lastOwned);
+    for (int r = walk.firstRow; r < walk.lastRow; ++r) {
+        if (reachLow) {
+            const float low = std::fmin(reachLow[r], reachLow[r + 1]);
+            const float high = std::fmax(reachHigh[r], reachHigh[r + 1]);
+            if (!(high >= firstOwned && low <= lastOwned)) {
+                report(r);
+                continue;
+            }
+        }
+        if (held != r) build(r, upperRow);
+        build(r + 1, lowerRow);
+        for (int x = walk.firstColumn; x < walk.lastColumn; ++x) {
+            const MeshVertex& a = upperRow[x];
+            const MeshVertex& b = upperRow[x + 1];
+            const MeshVertex& c = lowerRow[x];
+            const MeshVertex& d = lowerRow[x + 1];
+            DrawTriangle(a, b, c, clip, write);
+            DrawTriangle(d, b, c, clip, write);
+        }
+        std::swap(upperRow, lowerRow);
+        held = r + 1;
+        report(r);
+    }
+}
+
+QUELMOR_KERNELS_END
+} // namespace warp_detail
