@@ -36,18 +36,35 @@ struct RasterClip {
 
 namespace mesh_detail {
 
+// Comparisons that send a value that is not a number to the other operand, inlined where the
+// library's fmax and fmin would be calls.
+[[gnu::always_inline]] inline float Larger(float a, float b) {
+    return a > b ? a : b;
+}
+[[gnu::always_inline]] inline float Smaller(float a, float b) {
+    return a < b ? a : b;
+}
+// Whole-number ceiling and floor of values that lie well inside the range of int.
+[[gnu::always_inline]] inline int CeilToInt(float v) {
+    const int i = static_cast<int>(v);
+    return i + (static_cast<float>(i) < v);
+}
+[[gnu::always_inline]] inline int FloorToInt(float v) {
+    const int i = static_cast<int>(v);
+    return i - (static_cast<float>(i) > v);
+}
+
+// An edge from its upper end a, with the change of x and of the colour per row.
 struct Edge {
-    const MeshVertex* a; // upper end
-    const MeshVertex* b; // lower end
+    const MeshVertex* a;
     float dx;
     Float4 dc;
 
-    void Set(const MeshVertex* upper, const MeshVertex* lower) {
+    [[gnu::always_inline]] void Set(const MeshVertex* upper, const MeshVertex* lower,
+                                    float perRow) {
         a = upper;
-        b = lower;
-        const float inv = 1.0f / (lower->y - upper->y);
-        dx = (lower->x - upper->x) * inv;
-        dc = (lower->c - upper->c) * inv;
+        dx = (lower->x - upper->x) * perRow;
+        dc = (lower->c - upper->c) * perRow;
     }
     float XAt(float s) const { return a->x + (s - a->y) * dx; }
     Float4 CAt(float s) const { return a->c + (s - a->y) * dc; }
@@ -57,15 +74,16 @@ inline bool Near(const MeshVertex& v) {
     return std::fabs(v.x) <= kFarPosition && std::fabs(v.y) <= kFarPosition;
 }
 
-// Span between two edge crossings at left x `lx` (colour lc) and right x `rx` (colour rc), with
-// the first and last pixels already clipped to the target.
+// The span of row y between the crossings lx (colour lc) and rx (colour rc), rx - lx above
+// zero, over the whole pixels first..last, already clipped to the target: the colour of the
+// first pixel and its change per pixel.
 template <class Writer>
-[[gnu::always_inline]] inline void Span(Writer& write, int y, float start, float end, float lx,
+[[gnu::always_inline]] inline void Span(Writer& write, int y, int first, int last, float lx,
                                         Float4 lc, float rx, Float4 rc) {
-    const float width = rx - lx;
-    const Float4 dc = (rc - lc) / width;
-    const Float4 c = lc + (rc - lc) * ((start - lx) / width);
-    write(y, static_cast<int>(start), static_cast<int>(end), c, dc);
+    const float perPixel = 1.0f / (rx - lx);
+    const Float4 change = rc - lc;
+    write(y, first, last, lc + change * ((static_cast<float>(first) - lx) * perPixel),
+          change * perPixel);
 }
 
 } // namespace mesh_detail
@@ -73,8 +91,9 @@ template <class Writer>
 // Draws the triangle p, q, r into the rows of `clip` through write(y, x0, x1, colour, step),
 // which stores pixels x0..x1 of row y, the colour of x0 first and `step` added per pixel.
 template <class Writer>
-inline void DrawTriangle(const MeshVertex& p, const MeshVertex& q, const MeshVertex& r,
-                         const RasterClip& clip, Writer& write) {
+[[gnu::always_inline]] inline void DrawTriangle(const MeshVertex& p, const MeshVertex& q,
+                                                const MeshVertex& r, const RasterClip& clip,
+                                                Writer& write) {
     using namespace mesh_detail;
     const float lastColumn = static_cast<float>(clip.lastColumn);
     const float lastRow = static_cast<float>(clip.lastRow);
@@ -103,23 +122,26 @@ inline void DrawTriangle(const MeshVertex& p, const MeshVertex& q, const MeshVer
             top = &r, mid = &p, bottom = &q;
     }
 
-    // An edge from a to b is active on scanline s when a.y <= s < b.y. The long edge runs from
-    // top to bottom; the short ones meet at the middle vertex.
-    const float firstLine =
-        std::fmax(std::fmax(std::ceil(top->y), 0.0f), static_cast<float>(clip.firstOwned));
-    const float lastLine =
-        std::fmin(std::fmin(std::floor(bottom->y), lastRow), static_cast<float>(clip.lastOwned));
+    // Past the tests above, top->y <= lastRow and bottom->y >= 0, so the whole-number scanline
+    // bounds come from values inside the image's rows.
+    const int firstLine = CeilToInt(Larger(top->y, static_cast<float>(clip.firstOwned)));
+    const int lastLine = FloorToInt(Smaller(bottom->y, static_cast<float>(clip.lastOwned)));
     if (firstLine <= lastLine && top->y < bottom->y) {
+        // An edge from a to b is active on scanline s when a.y <= s < b.y. The long edge runs
+        // from top to bottom; the short ones meet at the middle vertex.
+        const Float4 rise = {bottom->y - top->y, mid->y - top->y, bottom->y - mid->y, 1.0f};
+        const Float4 perRow = 1.0f / rise;
         Edge longEdge, upper, lower;
-        longEdge.Set(top, bottom);
-        const bool hasUpper = top->y < mid->y;
-        const bool hasLower = mid->y < bottom->y;
-        if (hasUpper) upper.Set(top, mid);
-        if (hasLower) lower.Set(mid, bottom);
-        for (float s = firstLine; s <= lastLine; s += 1.0f) {
+        longEdge.Set(top, bottom, perRow[0]);
+        const float firstLineY = static_cast<float>(firstLine);
+        const float lastLineY = static_cast<float>(lastLine);
+        if (firstLineY < mid->y) upper.Set(top, mid, perRow[1]);
+        if (lastLineY >= mid->y) lower.Set(mid, bottom, perRow[2]);
+        const float rightmost = lastColumn + 1.0f;
+        for (int line = firstLine; line <= lastLine; ++line) {
+            const float s = static_cast<float>(line);
             if (!(s < bottom->y)) break;
             const Edge& shortEdge = s < mid->y ? upper : lower;
-            if (s < mid->y ? !hasUpper : !hasLower) continue;
             float lx = longEdge.XAt(s), rx = shortEdge.XAt(s);
             const Edge *left = &longEdge, *right = &shortEdge;
             if (rx < lx) {
@@ -127,26 +149,29 @@ inline void DrawTriangle(const MeshVertex& p, const MeshVertex& q, const MeshVer
                 std::swap(left, right);
             }
             if (!(rx - lx > 1e-08f)) continue;
-            const float start = std::fmax(std::ceil(lx), 0.0f);
-            const float end = std::fmin(std::floor(rx), lastColumn);
-            if (start > end) continue;
-            Span(write, static_cast<int>(s), start, end, lx, left->CAt(s), rx, right->CAt(s));
+            const int first = CeilToInt(Smaller(Larger(lx, 0.0f), rightmost));
+            const int last = FloorToInt(Larger(Smaller(rx, lastColumn), -1.0f));
+            if (first > last) continue;
+            Span(write, line, first, last, lx, left->CAt(s), rx, right->CAt(s));
         }
     }
 
     // The lower end of every edge is left out above, so a flat bottom lying on the last row would
-    // never be drawn; it gets a span of its own.
+    // never be drawn; it gets a span of its own, of the pixels strictly inside whole numbers.
     if (mid->y == lastRow && bottom->y == lastRow && clip.lastOwned == clip.lastRow) {
         const MeshVertex* left = mid;
         const MeshVertex* right = bottom;
         if (right->x < left->x) std::swap(left, right);
-        float start = std::ceil(left->x);
-        float end = std::floor(right->x);
-        if (!(end > start)) return;
-        start = std::fmax(start, 0.0f);
-        end = std::fmin(end, lastColumn);
-        if (!(right->x - left->x > 1e-05f) || start > end) return;
-        Span(write, clip.lastRow, start, end, left->x, left->c, right->x, right->c);
+        if (!(right->x - left->x > 1e-05f)) return;
+        // Held near the image first: a span that this moves lies wholly outside it either way.
+        const float margin = lastColumn + 2.0f;
+        int first = CeilToInt(Smaller(Larger(left->x, -2.0f), margin));
+        int last = FloorToInt(Smaller(Larger(right->x, -2.0f), margin));
+        if (last <= first) return;
+        first = first < 0 ? 0 : first;
+        last = last > clip.lastColumn ? clip.lastColumn : last;
+        if (first > last) return;
+        Span(write, clip.lastRow, first, last, left->x, left->c, right->x, right->c);
     }
 }
 
