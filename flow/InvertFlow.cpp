@@ -79,8 +79,7 @@ void DQInvertFlow(DQImage* target, DQImage* source, DQImage* scratch,
         reachHigh.emplace(static_cast<size_t>(height));
         ReachOfRows(*source, reachLow->get(), reachHigh->get());
     }
-    const size_t rowBytes = 2 * sizeof(MeshVertex) * static_cast<size_t>(width);
-    const BandSpace space(threads, rowBytes);
+    const BandSpace space(threads, MeshSpace::Bytes(width));
     const HitAverage average;
     const MeshWalk walk{0, source->lastRow, 0, source->lastColumn};
     const VectorWriter write{*target, *scratch, average};
@@ -88,8 +87,7 @@ void DQInvertFlow(DQImage* target, DQImage* source, DQImage* scratch,
     const float span = static_cast<float>(walk.lastRow > 0 ? walk.lastRow : 1);
 
     ZUMPForRows(threads, height, [&](int worker, int first, int last) {
-        auto* upper = reinterpret_cast<MeshVertex*>(space.For(worker));
-        MeshVertex* lower = upper + width;
+        const MeshSpace mesh(space.For(worker), width);
         std::optional<ZUIldeAndProgressMPInterruptible> shared;
         ZUIdleAndProgressClass* report = progress;
         if (progress && threads > 1) report = &shared.emplace(progress, false, &sharedError);
@@ -108,7 +106,7 @@ void DQInvertFlow(DQImage* target, DQImage* source, DQImage* scratch,
         };
         const RasterClip clip{target->lastColumn, target->lastRow, first, last};
         DrawMesh(walk, clip, reachLow ? reachLow->get() : nullptr,
-                 reachHigh ? reachHigh->get() : nullptr, upper, lower, build, write, progressAt);
+                 reachHigh ? reachHigh->get() : nullptr, mesh, build, write, progressAt);
     });
 
     // The count becomes the mask of what nothing reached.

@@ -471,3 +471,87 @@ TEST(DQImage2, ForeignRowsAndMasks) {
     EXPECT_EQ(empty.width, 0);
     EXPECT_EQ(empty.rowPointers, nullptr);
 }
+
+namespace {
+// Records, per pixel, every colour written to it, in order.
+struct RecordingWriter {
+    int width;
+    std::vector<std::vector<float>>* writes;
+    void operator()(int y, int x0, int x1, warp_detail::Float4 c, warp_detail::Float4 step) const {
+        for (int x = x0; x <= x1; ++x, c += step)
+            for (int ch = 0; ch < 4; ++ch)
+                (*writes)[static_cast<size_t>(y * width + x)].push_back(c[ch]);
+    }
+};
+} // namespace
+
+// The walk over a mesh takes shortcuts through the common shapes of cells; what it writes, and in
+// which order per pixel, must be what drawing the triangles one by one writes. The corners mix
+// whole-number positions (flat edges, corners on scanlines), small jitter, folds, corners far out
+// and outside the image, and the drawing is limited to all rows and to a band of them.
+TEST(WarpForward, MeshWalkDrawsWhatTheTrianglesDraw) {
+    using namespace warp_detail;
+    const int columns = 23, rows = 19, width = 26, height = 21;
+    uint32_t seed = 12345;
+    auto next = [&seed] {
+        seed = seed * 1664525u + 1013904223u;
+        return static_cast<float>(seed >> 8) / 16777216.0f;
+    };
+    std::vector<MeshVertex> mesh(static_cast<size_t>(columns * rows));
+    for (int y = 0; y < rows; ++y)
+        for (int x = 0; x < columns; ++x) {
+            MeshVertex& v = mesh[static_cast<size_t>(y * columns + x)];
+            const float kind = next();
+            float dx = 0.0f, dy = 0.0f;
+            if (kind < 0.3f) { // on whole numbers, often sharing a row with a neighbour
+                dx = std::floor(next() * 3.0f) - 1.0f;
+                dy = std::floor(next() * 3.0f) - 1.0f;
+            } else if (kind < 0.85f) {
+                dx = 3.0f * next() - 1.5f;
+                dy = 3.0f * next() - 1.5f;
+            } else if (kind < 0.97f) { // a fold
+                dx = -4.0f * next();
+                dy = -3.0f * next();
+            } else {
+                dy = 30.0f * (next() - 0.5f);
+            }
+            v.x = static_cast<float>(x) + dx;
+            v.y = static_cast<float>(y) + dy;
+            v.c = Float4{next(), 100.0f * next(), static_cast<float>(x), static_cast<float>(y)};
+        }
+    // One row of corners far away, to take the general way for its cells.
+    mesh[static_cast<size_t>(7 * columns + 4)].x = 3e15f;
+    const MeshWalk walk{0, rows - 1, 0, columns - 1};
+    const RasterClip clips[] = {{width - 1, height - 1, 0, height - 1},
+                                {width - 1, height - 1, 6, 11},
+                                {width - 1, height - 1, 15, height - 1}};
+    for (const RasterClip& clip : clips) {
+        SCOPED_TRACE(::testing::Message() << "rows " << clip.firstOwned << ".." << clip.lastOwned);
+        std::vector<std::vector<float>> walked(static_cast<size_t>(width * height));
+        std::vector<std::vector<float>> oneByOne(walked.size());
+        RecordingWriter walkWriter{width, &walked}, triangleWriter{width, &oneByOne};
+        std::vector<uint8_t> block(MeshSpace::Bytes(columns) + Carver::kAlign);
+        const auto aligned = (reinterpret_cast<uintptr_t>(block.data()) + Carver::kAlign - 1) /
+                             Carver::kAlign * Carver::kAlign;
+        const MeshSpace space(reinterpret_cast<uint8_t*>(aligned), columns);
+        auto build = [&](int y, MeshVertex* vertices) {
+            for (int x = 0; x < columns; ++x)
+                vertices[x] = mesh[static_cast<size_t>(y * columns + x)];
+        };
+        DrawMesh(walk, clip, nullptr, nullptr, space, build, walkWriter, [](int) {});
+        for (int y = 0; y + 1 < rows; ++y)
+            for (int x = 0; x + 1 < columns; ++x) {
+                auto at = [&](int cx, int cy) {
+                    return mesh[static_cast<size_t>(cy * columns + cx)];
+                };
+                DrawTriangle(at(x, y), at(x + 1, y), at(x, y + 1), clip, triangleWriter);
+                DrawTriangle(at(x + 1, y + 1), at(x + 1, y), at(x, y + 1), clip, triangleWriter);
+            }
+        size_t written = 0;
+        for (size_t i = 0; i < walked.size(); ++i) {
+            ASSERT_EQ(walked[i], oneByOne[i]) << "pixel " << i % width << "," << i / width;
+            written += walked[i].size();
+        }
+        EXPECT_GT(written, 0u);
+    }
+}

@@ -207,23 +207,111 @@ struct MeshWalk {
     int firstRow, lastRow, firstColumn, lastColumn;
 };
 
+// The change of x and of the colour per row along an edge from the upper row of vertices to the
+// lower one.
+struct EdgeSlope {
+    float dx;
+    Float4 dc;
+};
+
+// The working arrays of one drawing pass over a mesh of `width` vertex columns.
+struct MeshSpace {
+    MeshVertex* upper;
+    MeshVertex* lower;
+    EdgeSlope* vertical; // from upper[x] to lower[x]
+    EdgeSlope* diagonal; // from upper[x + 1] to lower[x]
+    size_t bytes;
+
+    MeshSpace(uint8_t* block, int width) {
+        const size_t w = static_cast<size_t>(width);
+        Carver carver(block);
+        upper = carver.Take<MeshVertex>(w);
+        lower = carver.Take<MeshVertex>(w);
+        vertical = carver.Take<EdgeSlope>(w);
+        diagonal = carver.Take<EdgeSlope>(w);
+        bytes = carver.Used();
+    }
+    static size_t Bytes(int width) { return MeshSpace(nullptr, width).bytes; }
+};
+
+namespace mesh_detail {
+
+// The position and colour of an edge on scanline s, from its upper end a.
+struct Crossing {
+    float x;
+    const MeshVertex* a;
+    const EdgeSlope* slope;
+
+    [[gnu::always_inline]] static Crossing On(float s, const MeshVertex& a,
+                                              const EdgeSlope& slope) {
+        return {a.x + (s - a.y) * slope.dx, &a, &slope};
+    }
+    Float4 C(float s) const { return a->c + (s - a->y) * slope->dc; }
+};
+
+// A span between two crossings of scanline `line`, drawn as DrawTriangle draws it.
+template <class Writer>
+[[gnu::always_inline]] inline void CrossingSpan(Writer& write, int line, float s, const Crossing& p,
+                                                const Crossing& q, float lastColumn) {
+    const bool ordered = !(q.x < p.x);
+    const Crossing& left = ordered ? p : q;
+    const Crossing& right = ordered ? q : p;
+    const float lx = left.x, rx = right.x;
+    if (!(rx - lx > 1e-08f)) return;
+    const int first = CeilToInt(Smaller(Larger(lx, 0.0f), lastColumn + 1.0f));
+    const int last = FloorToInt(Larger(Smaller(rx, lastColumn), -1.0f));
+    if (first > last) return;
+    Span(write, line, first, last, lx, left.C(s), rx, right.C(s));
+}
+
+inline float Min3(float a, float b, float c) {
+    return Smaller(Smaller(a, b), c);
+}
+inline float Max3(float a, float b, float c) {
+    return Larger(Larger(a, b), c);
+}
+
+} // namespace mesh_detail
+
 // Walks the cells of `walk` row by row, top to bottom and left to right, and draws the two
 // triangles of each cell, (x, y), (x + 1, y), (x, y + 1) and then (x + 1, y + 1), (x + 1, y),
-// (x, y + 1), into the rows of `clip`. build(r, vertices) fills the vertices of mesh row r at their
-// column indices. When `reachLow` is given, a row of cells whose vertices cannot land on the rows
-// of `clip` (reachLow and reachHigh bound the target row of each mesh row's vertices) is passed
-// over. report(r) is called for every row of cells, drawn or not.
+// (x, y + 1), into the rows of `clip`, exactly as DrawTriangle would one after the other.
+// build(r, vertices) fills the vertices of mesh row r at their column indices. When `reachLow` is
+// given, a row of cells whose vertices cannot land on the rows of `clip` (reachLow and reachHigh
+// bound the target row of each mesh row's vertices) is passed over. report(r) is called for every
+// row of cells, drawn or not.
+//
+// In the common case a scanline passes below both upper corners of a triangle and above its
+// lower ones, and crosses exactly the vertical and the diagonal edge of the cell. The slopes of
+// those edges are made once per row of cells and shared by neighbouring triangles; such lines are
+// drawn directly, and only the lines of a triangle beside a flat or tilted upper or lower edge
+// take DrawTriangle, limited to those lines.
 template <class Build, class Writer, class Report>
 void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLow,
-              const float* reachHigh, MeshVertex* upperRow, MeshVertex* lowerRow, Build&& build,
-              Writer& write, Report&& report) {
+              const float* reachHigh, const MeshSpace& space, Build&& build, Writer& write,
+              Report&& report) {
+    using namespace mesh_detail;
+    MeshVertex* upperRow = space.upper;
+    MeshVertex* lowerRow = space.lower;
     int held = -1; // the mesh row whose vertices upperRow holds
     const float firstOwned = static_cast<float>(clip.firstOwned);
     const float lastOwned = static_cast<float>(clip.lastOwned);
+    const float lastColumn = static_cast<float>(clip.lastColumn);
+    const int x0 = walk.firstColumn, x1 = walk.lastColumn;
+    // The first scanline at or below `from`, and the last one above `to`, within the owned rows
+    // or just outside them.
+    auto firstLine = [&](float from) {
+        return CeilToInt(Smaller(Larger(from, firstOwned), lastOwned + 1.0f));
+    };
+    auto lastLineAbove = [&](float to) {
+        const float below = Larger(Smaller(to, lastOwned + 1.0f), firstOwned - 1.0f);
+        const int line = FloorToInt(below);
+        return static_cast<float>(line) == below ? line - 1 : line;
+    };
     for (int r = walk.firstRow; r < walk.lastRow; ++r) {
         if (reachLow) {
-            const float low = std::fmin(reachLow[r], reachLow[r + 1]);
-            const float high = std::fmax(reachHigh[r], reachHigh[r + 1]);
+            const float low = Smaller(reachLow[r], reachLow[r + 1]);
+            const float high = Larger(reachHigh[r], reachHigh[r + 1]);
             if (!(high >= firstOwned && low <= lastOwned)) {
                 report(r);
                 continue;
@@ -231,16 +319,78 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
         }
         if (held != r) build(r, upperRow);
         build(r + 1, lowerRow);
-        for (int x = walk.firstColumn; x < walk.lastColumn; ++x) {
-            const MeshVertex& a = upperRow[x];
-            const MeshVertex& b = upperRow[x + 1];
-            const MeshVertex& c = lowerRow[x];
-            const MeshVertex& d = lowerRow[x + 1];
-            DrawTriangle(a, b, c, clip, write);
-            DrawTriangle(d, b, c, clip, write);
-        }
-        std::swap(upperRow, lowerRow);
+        std::swap(upperRow, lowerRow); // for the next row; the names below say what they hold
+        const MeshVertex* const upper = lowerRow;
+        const MeshVertex* const lower = upperRow;
         held = r + 1;
+
+        bool far = false;
+        for (int x = x0; x <= x1; ++x) {
+            const MeshVertex& a = upper[x];
+            const MeshVertex& c = lower[x];
+            const float perRow = 1.0f / (c.y - a.y);
+            space.vertical[x] = {(c.x - a.x) * perRow, (c.c - a.c) * perRow};
+            if (x < x1) {
+                const MeshVertex& b = upper[x + 1];
+                const float perDiagonalRow = 1.0f / (c.y - b.y);
+                space.diagonal[x] = {(c.x - b.x) * perDiagonalRow, (c.c - b.c) * perDiagonalRow};
+            }
+            far |= !Near(a) || !Near(c);
+        }
+
+        for (int x = x0; x < x1; ++x) {
+            const MeshVertex& a = upper[x];
+            const MeshVertex& b = upper[x + 1];
+            const MeshVertex& c = lower[x];
+            const MeshVertex& d = lower[x + 1];
+            if (far) { // corners that lie nowhere: the general way only
+                DrawTriangle(a, b, c, clip, write);
+                DrawTriangle(d, b, c, clip, write);
+                continue;
+            }
+
+            // The triangle a, b, c: when c is its lowest corner, the lines from the lower of a
+            // and b down cross the vertical edge and the diagonal; those above it cross the
+            // upper edge.
+            const float upperEnd = Larger(a.y, b.y);
+            if (c.y > upperEnd) {
+                const int split = firstLine(upperEnd);
+                if (Smaller(a.y, b.y) <= static_cast<float>(split - 1)) {
+                    const RasterClip above{clip.lastColumn, clip.lastRow, clip.firstOwned,
+                                           split - 1 < clip.lastOwned ? split - 1 : clip.lastOwned};
+                    if (above.firstOwned <= above.lastOwned) DrawTriangle(a, b, c, above, write);
+                }
+                const int last = lastLineAbove(c.y);
+                for (int line = split; line <= last; ++line) {
+                    const float s = static_cast<float>(line);
+                    CrossingSpan(write, line, s, Crossing::On(s, a, space.vertical[x]),
+                                 Crossing::On(s, b, space.diagonal[x]), lastColumn);
+                }
+            } else {
+                DrawTriangle(a, b, c, clip, write);
+            }
+
+            // The triangle d, b, c: when b is its highest corner, the lines down to the higher of
+            // c and d cross the diagonal and the vertical edge; those below it cross the lower
+            // edge.
+            const float lowerEnd = Smaller(c.y, d.y);
+            if (b.y < lowerEnd) {
+                const int first = firstLine(b.y);
+                const int last = lastLineAbove(lowerEnd);
+                for (int line = first; line <= last; ++line) {
+                    const float s = static_cast<float>(line);
+                    CrossingSpan(write, line, s, Crossing::On(s, b, space.diagonal[x]),
+                                 Crossing::On(s, b, space.vertical[x + 1]), lastColumn);
+                }
+                const int below = last + 1 > first ? last + 1 : first;
+                if (below <= clip.lastOwned && Larger(c.y, d.y) >= static_cast<float>(below)) {
+                    const RasterClip rest{clip.lastColumn, clip.lastRow, below, clip.lastOwned};
+                    DrawTriangle(d, b, c, rest, write);
+                }
+            } else {
+                DrawTriangle(d, b, c, clip, write);
+            }
+        }
         report(r);
     }
 }

@@ -96,22 +96,18 @@ struct ForwardJob {
     int* sharedError;
 };
 
-// The working arrays of one worker: two rows of vertices and the flow rows under them.
-struct MeshRowSpace {
-    MeshVertex* upper;
-    MeshVertex* lower;
+// The working arrays of one worker: the mesh's rows and the flow rows under them.
+struct ForwardSpace {
+    MeshSpace mesh;
     float* flowSpace;
     size_t bytes;
 
-    MeshRowSpace(uint8_t* block, int width) {
-        const size_t w = static_cast<size_t>(width);
-        Carver carver(block);
-        upper = carver.Take<MeshVertex>(w);
-        lower = carver.Take<MeshVertex>(w);
+    ForwardSpace(uint8_t* block, int width) : mesh(block, width) {
+        Carver carver(block ? block + mesh.bytes : nullptr);
         flowSpace = carver.Take<float>(FlowRowReader::SpaceFor(width));
-        bytes = carver.Used();
+        bytes = mesh.bytes + carver.Used();
     }
-    static size_t Bytes(int width) { return MeshRowSpace(nullptr, width).bytes; }
+    static size_t Bytes(int width) { return ForwardSpace(nullptr, width).bytes; }
 };
 
 // Stores spans of mesh colours into the target, averaging through the hit count.
@@ -141,7 +137,7 @@ void ForwardBand(const ForwardJob& job, const HitAverage& average, uint8_t* bloc
                  int lastOwned, bool single) {
     const MeshWalk& walk = job.walk;
     const int width = job.source->width;
-    const MeshRowSpace space(block, width);
+    const ForwardSpace space(block, width);
     FlowRowReader vectors(*job.flow, job.flowColumns, width, space.flowSpace);
     const int32_t flowLastRow = job.flow->lastRow;
     const float gx = job.gx, gy = job.gy, fy = job.fy;
@@ -171,8 +167,7 @@ void ForwardBand(const ForwardJob& job, const HitAverage& average, uint8_t* bloc
 
     const RasterClip clip{job.target->lastColumn, job.target->lastRow, firstOwned, lastOwned};
     const HitWriter<T> write{*job.target, *job.hits, average};
-    DrawMesh(walk, clip, job.reachLow, job.reachHigh, space.upper, space.lower, build, write,
-             report);
+    DrawMesh(walk, clip, job.reachLow, job.reachHigh, space.mesh, build, write, report);
 }
 
 // The lowest and the highest target row that the vertices of each source row can reach, from the
@@ -278,7 +273,7 @@ int DQWarpForward(DQImage* dest, DQImage* source, DQImage* flow, int fixedOrder,
                              progress,
                              &sharedError};
         const HitAverage average;
-        const BandSpace space(threads, MeshRowSpace::Bytes(width));
+        const BandSpace space(threads, ForwardSpace::Bytes(width));
         ZUMPForRows(threads, target.height, [&](int worker, int first, int last) {
             ForwardBand<T>(job, average, space.For(worker), first, last, threads == 1);
         });
