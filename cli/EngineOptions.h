@@ -8,6 +8,8 @@ namespace quelmor::cli {
 
 inline constexpr const char* kInterpolationNames[] = {"nearest", "blend", "weighted"};
 inline constexpr const char* kQualityNames[] = {"none", "sloppy", "medium", "high", "best"};
+// The warping menu: "Inverse" and "Inverse + Smart Blend".
+inline constexpr const char* kWarpingNames[] = {"inverse", "smart"};
 
 inline constexpr OptionSpec kSpeedOption{
     .name = "speed", .takesValue = true, .min = 0, .minExcluded = true};
@@ -15,6 +17,8 @@ inline constexpr OptionSpec kInterpolationOption{
     .name = "interpolation", .takesValue = true, .choices = kInterpolationNames};
 inline constexpr OptionSpec kQualityOption{
     .name = "quality", .takesValue = true, .choices = kQualityNames};
+inline constexpr OptionSpec kWarpingOption{
+    .name = "warping", .takesValue = true, .choices = kWarpingNames};
 // Motion blur along the vectors, in frames of motion; the engine's panel stops at 5.
 inline constexpr OptionSpec kMotionBlurOption{
     .name = "motion-blur", .takesValue = true, .min = 0, .max = 5};

@@ -89,7 +89,7 @@ int RunRetime(std::span<const std::string> args) {
 
     SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
-    const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
+    const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur, s.warping};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));
     clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());

@@ -143,9 +143,14 @@ int CliQuelmor::WhichScene(float time) {
     return SceneAt(scenes_, time);
 }
 
+int CliQuelmor::UsesWhichWarping() {
+    return warping_;
+}
+
 void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& out) {
     if (Init() != 0) throw MediaError("out of memory");
     readFailure_.clear();
+    warping_ = settings.warping;
     CliImage result(working_, std::vector<uint8_t>(working_.FrameBytes()));
     float shrink[10] = {};
     float sensitivity[10];

@@ -21,6 +21,7 @@ struct EngineSettings {
     int interpolation = 1; // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4; // 0 none to 4 best
     float motionBlur = 0.0f;
+    int warping = 0; // 0 inverse, 1 inverse + smart blend: what UsesWhichWarping answers
 };
 
 // Working format of the engine for a source: four channels of 8 bits, 16 bits or float.
@@ -50,6 +51,7 @@ public:
     int CleanUpCheckedOutMatteImage(ZUImage* image) override;
     int GetKeyframedTime(float* sourceTime, float outputTime) override;
     int WhichScene(float time) override;
+    int UsesWhichWarping() override;
 
 private:
     // A source frame in the working format; the two most recent are kept, since
@@ -68,6 +70,8 @@ private:
     std::vector<std::vector<uint8_t>> spare_;
     // Why the source frame of the frame in hand could not be read: the message Render throws.
     std::string readFailure_;
+    // Warping of the frame being rendered.
+    int warping_ = 0;
 };
 
 } // namespace quelmor::cli

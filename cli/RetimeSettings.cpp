@@ -12,7 +12,7 @@ constexpr OptionSpec kRetimeOptions[] = {
     kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
     {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
     kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
-    {"resume", false}, {"print-frames", false}, {"threads", true},
+    {"resume", false}, {"print-frames", false}, {"threads", true},     kWarpingOption,
 };
 
 } // namespace
@@ -37,6 +37,7 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     if (auto v = line.Value("frames")) s.frames = ParseFrameRange(*v);
     s.interpolation = line.Choice("interpolation").value_or(s.interpolation);
     s.vectorQuality = line.Choice("quality").value_or(s.vectorQuality);
+    s.warping = line.Choice("warping").value_or(s.warping);
     s.motionBlur = float(line.Number("motion-blur").value_or(s.motionBlur));
     s.rate = line.Number("rate").value_or(s.rate);
     s.overwrite = line.Has("overwrite");

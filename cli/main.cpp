@@ -24,6 +24,9 @@ commands:
       --frames A-B          render output frames A to B only (numbered as the output files)
       --interpolation NAME  nearest, blend (default), weighted
       --quality NAME        none, sloppy, medium, high, best (default)
+      --warping NAME        inverse (default): both frames pulled along the vectors, edges
+                            stretched where a frame has nothing; smart: inverse + smart blend,
+                            each pixel mixed from the frames that see it, the rest filled in
       --motion-blur X       motion blur amount, 0 (default) to 5
       --rate FPS            frame rate of a video output (default: the input's)
       --overwrite           replace existing output files

@@ -3,6 +3,7 @@
 #include "engine/EnergyBlend.h"
 
 #include "engine/Mix.h"
+#include "engine/SmartBlend.h"
 #include "warp/Filters.h"
 #include "warp/Warp.h"
 
@@ -116,6 +117,26 @@ void WarpAndSharpen(DQImage* warped, DQImage* source, DQImage* flow, float scale
     SharpenWarpedFrame(warped, source, scale);
 }
 
+// The same with the coverage of the warp in `coverage`: a frame that is not moved covers all.
+void WarpAndSharpenCovered(DQImage* warped, DQImage* coverage, DQImage* source, DQImage* flow,
+                           float scale) {
+    if (!flow) {
+        warped->CopyFrom(0, 0, source, 0, 0, source->width, source->height);
+        const uint8_t full = 255;
+        coverage->FillPixel(&full);
+    } else if (DQWarpInverse(warped, source, flow, 0, coverage, 1, scale) == 0) {
+        DQThrow(kDQErrBadArgument);
+    }
+    SharpenWarpedFrame(warped, source, scale);
+}
+
+// `mask` when given, else a new coverage mask of the frame's size held by `owned`.
+DQImage* CoverageTarget(DQImage* mask, const DQImage* like, DQImagePtr& owned) {
+    if (mask) return mask;
+    owned = DQMakeImage(like->width, like->height, 1, DQ_UCHAR);
+    return owned.get();
+}
+
 } // namespace
 
 void EnergyBlendInverse(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b, DQImage* flowBtoA,
@@ -127,4 +148,22 @@ void EnergyBlendInverse(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b
     WarpAndSharpen(warpedA, a, flowBtoA, u);
     WarpAndSharpen(warpedB, b, flowAtoB, weightA);
     Dissolve(dest, warpedA, warpedB, u);
+}
+
+void EnergyBlendInverseMasked(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b,
+                              DQImage* flowBtoA, DQImage* scratchA, DQImage* scratchB,
+                              DQImage* maskA, DQImage* maskB, float weightA) {
+    const float u = 1.0f - weightA;
+    DQImagePtr ownedA, ownedB, ownedMaskA, ownedMaskB;
+    DQImage* warpedA = WarpTarget(scratchA, a, ownedA);
+    DQImage* warpedB = WarpTarget(scratchB, b, ownedB);
+    DQImage* coverageA = CoverageTarget(maskA, a, ownedMaskA);
+    DQImage* coverageB = CoverageTarget(maskB, b, ownedMaskB);
+    WarpAndSharpenCovered(warpedA, coverageA, a, flowBtoA, u);
+    WarpAndSharpenCovered(warpedB, coverageB, b, flowAtoB, weightA);
+    SmartBlend(dest, warpedA, warpedB, coverageA, coverageB, u);
+    // What neither frame covered takes the colour of the nearest pixel that one of them did.
+    coverageA->MaxInto(coverageB);
+    coverageA->InvertBytes();
+    DQVoronoiFill(dest, coverageA);
 }

@@ -25,3 +25,12 @@ void SharpenWarpedFrame(DQImage* warped, const DQImage* source, float amount);
 // flows the result is a plain dissolve.
 void EnergyBlendInverse(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b, DQImage* flowBtoA,
                         DQImage* scratchA, DQImage* scratchB, float weightA);
+
+// "Weighted Energy Blend" for "Inverse + Smart Blend": the warps fade what leaves the picture and
+// record in maskA and maskB (one 8-bit channel of the frames' size) how much of each pixel they
+// covered; the sharpened frames are mixed by SmartBlend, and what neither covered takes the colour
+// of the nearest covered pixel. On return maskA holds 255 where neither frame covered a pixel (the
+// pixels filled) and maskB the coverage of b. Null masks are made for the call.
+void EnergyBlendInverseMasked(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b,
+                              DQImage* flowBtoA, DQImage* scratchA, DQImage* scratchB,
+                              DQImage* maskA, DQImage* maskB, float weightA);

@@ -1,5 +1,6 @@
-// The single-layer road with inverse warping: getting the flow (computed or kept), checking out
-// the frames to track and to warp, warping and mixing by interpolation, and motion blur.
+// The single-layer road with inverse warping, plain or with smart blend: getting the flow
+// (computed or kept), checking out the frames to track and to warp, warping and mixing by
+// interpolation, filling what no frame covers, and motion blur.
 
 #include "engine/SingleLayerRoad.h"
 
@@ -7,7 +8,9 @@
 #include "engine/FlowObjects.h"
 #include "engine/Mix.h"
 #include "engine/SequenceFrames.h"
+#include "engine/SmartBlend.h"
 #include "flow/Flow.h"
+#include "flow/HoleFill.h"
 #include "warp/Warp.h"
 
 #include <cmath>
@@ -26,6 +29,9 @@ constexpr int kSkipPropagation = 0;
 // Motion blur needs a time span and an amount above these.
 constexpr float kLeastSpan = 1e-06f;
 constexpr float kLeastMotionBlur = 0.005f;
+// Warping modes of UsesWhichWarping.
+constexpr int kInverse = 0;
+constexpr int kInverseSmartBlend = 1;
 
 class SingleLayerRoad {
 public:
@@ -43,9 +49,13 @@ private:
                             int secondFrame, float low, float high);
     void CheckOutFramesToWarp();
     void WarpAndMix(DQImage* dest, DQImage* nearestFlow);
+    void WarpAndMixCovered(DQImage* dest, DQImage* nearestFlow);
+    void FillUncovered(DQImage* dest, DQImage* holes);
     void MotionBlur(DQImage* dest);
     DQImage* Working(DQImagePtr& slot, const DQImage* like);
     static void Warp(DQImage* dest, DQImage* source, DQImage* flow, float scale);
+    static void WarpCovered(DQImage* dest, DQImage* coverage, DQImage* source, DQImage* flow,
+                            float scale);
 
     ZUQuelmor4& engine_;
     ZUQuelmor4Internal& state_;
@@ -60,15 +70,18 @@ private:
 void SingleLayerRoad::RefuseRowsNotBuilt() const {
     if (pass_.externalVectors) RoadNotAvailable("external-vector");
     if (!state_.doOpticalFlow[0]) RoadNotAvailable("geometry-only motion");
-    if (state_.warping == 1) RoadNotAvailable("inverse-with-smart-blend");
-    if (state_.warping != 0) RoadNotAvailable("forward-warp");
+    if (state_.warping != kInverse && state_.warping != kInverseSmartBlend)
+        RoadNotAvailable("forward-warp");
 }
 
 void SingleLayerRoad::Draw(DQImage* dest) {
     RefuseRowsNotBuilt();
     DQImage* nearestFlow = GetFlow();
     CheckOutFramesToWarp();
-    WarpAndMix(dest, nearestFlow);
+    if (state_.warping == kInverseSmartBlend)
+        WarpAndMixCovered(dest, nearestFlow);
+    else
+        WarpAndMix(dest, nearestFlow);
     MotionBlur(dest);
 }
 
@@ -183,6 +196,58 @@ void SingleLayerRoad::WarpAndMix(DQImage* dest, DQImage* nearestFlow) {
     default:
         EnergyBlendInverse(dest, a, state_.flowAtoB, b, state_.flowBtoA,
                            Working(state_.workingA, dest), Working(state_.workingB, dest), wa);
+    }
+}
+
+void SingleLayerRoad::WarpCovered(DQImage* dest, DQImage* coverage, DQImage* source, DQImage* flow,
+                                  float scale) {
+    if (DQWarpInverse(dest, source, flow, 0, coverage, 1, scale) == 0) DQThrow(kDQErrBadArgument);
+}
+
+// Fills the pixels where `holes` is not 0 from the rest of the picture.
+void SingleLayerRoad::FillUncovered(DQImage* dest, DQImage* holes) {
+    progress_.CollapseSubRange();
+    ZUIdleAndProgressClass child(&progress_);
+    FillHoles(dest, holes, &child);
+}
+
+// "Inverse + Smart Blend": the warps fade what they pull from outside the picture and say how
+// much of each pixel they covered; the frames are mixed by what each covers, and what neither
+// covers is filled from the rest of the picture.
+void SingleLayerRoad::WarpAndMixCovered(DQImage* dest, DQImage* nearestFlow) {
+    DQImage* a = warped_.Held() ? warped_.A() : tracking_.A();
+    DQImage* b = warped_.Held() ? warped_.B() : tracking_.B();
+    const float wa = motion_.weightA;
+    const float wb = 1.0f - wa;
+    DQImagePtr maskA = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
+    DQImagePtr maskB = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
+    switch (state_.interpolation) {
+    case kNearest:
+        if (wa < 0.5f)
+            WarpCovered(dest, maskA.get(), b, nearestFlow, wa);
+        else
+            WarpCovered(dest, maskA.get(), a, nearestFlow, wb);
+        maskA->InvertBytes();
+        FillUncovered(dest, maskA.get());
+        break;
+    case kBlend: {
+        DQImage* movedA = Working(state_.workingA, dest);
+        DQImage* movedB = Working(state_.workingB, dest);
+        WarpCovered(movedA, maskA.get(), a, state_.flowBtoA, wb);
+        WarpCovered(movedB, maskB.get(), b, state_.flowAtoB, wa);
+        if (req_.alphaFirst)
+            SmartBlendAlphaFirst(dest, movedA, movedB, maskA.get(), maskB.get(), wb);
+        else
+            SmartBlend(dest, movedA, movedB, maskA.get(), maskB.get(), wb);
+        maskA->MaxInto(maskB.get());
+        maskA->InvertBytes();
+        FillUncovered(dest, maskA.get());
+        break;
+    }
+    default:
+        EnergyBlendInverseMasked(dest, a, state_.flowAtoB, b, state_.flowBtoA,
+                                 Working(state_.workingA, dest), Working(state_.workingB, dest),
+                                 maskA.get(), maskB.get(), wa);
     }
 }
 

@@ -1,0 +1,85 @@
+// The warping menu on the command: `retime --warping inverse|smart` reaches the engine, and the
+// plug-in's command keeps its fixed warping.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "CliTestSupport.h"
+#include "cli/RetimeSettings.h"
+
+namespace quelmor::cli {
+namespace {
+
+RetimeSettings Retime(const std::string& line) {
+    std::vector<std::string> args;
+    std::istringstream words(line);
+    for (std::string word; words >> word;)
+        args.push_back(word);
+    return ParseRetimeSettings(args);
+}
+
+TEST(WarpingOptionTest, NamesTheMenuEntries) {
+    const struct {
+        const char* option;
+        int warping;
+    } cases[] = {{"", 0},
+                 {"--warping inverse", 0},
+                 {"--warping smart", 1},
+                 // Names in any case, or the menu's numbers.
+                 {"--warping Smart", 1},
+                 {"--warping 1", 1},
+                 {"--warping 0", 0}};
+    for (const auto& c : cases)
+        EXPECT_EQ(Retime(std::string("i.%04d.png o.%04d.png --speed 0.5 ") + c.option).warping,
+                  c.warping)
+            << c.option;
+    for (const char* bad : {"forward", "2", "blend", ""}) {
+        try {
+            Retime(std::string("i.%04d.png o.%04d.png --speed 0.5 --warping=") + bad);
+            ADD_FAILURE() << bad << " was accepted";
+        } catch (const UsageError& e) {
+            EXPECT_EQ(std::string(e.what()),
+                      std::string("--warping must be one of inverse, smart, got \"") + bad + "\"");
+        }
+    }
+}
+
+class WarpingRunTest : public test::FolderTest {};
+
+TEST_F(WarpingRunTest, SmartBlendReachesTheEngine) {
+    Run("synth @s.%04d.png --frames 5 --size 96x64 --steps 2 --quiet");
+    for (const char* warping : {"inverse", "smart"})
+        Run("retime @s.%04d.png @" + std::string(warping) +
+            ".%04d.png --speed 0.5 --quality best --quiet --warping " + warping);
+    auto inverse = OpenMedia(In("inverse.%04d.png"));
+    auto smart = OpenMedia(In("smart.%04d.png"));
+    ASSERT_EQ(smart->FrameCount(), inverse->FrameCount());
+    MediaFrame a, b;
+    int differing = 0;
+    for (int i = 0; i < smart->FrameCount(); ++i) {
+        inverse->Read(i, a);
+        smart->Read(i, b);
+        // Frames on source frames take no warp; the ones between do.
+        if (i % 2 == 0)
+            EXPECT_EQ(a.pixels, b.pixels) << "frame " << i;
+        else
+            differing += a.pixels != b.pixels;
+    }
+    EXPECT_GT(differing, 0) << "--warping smart rendered what --warping inverse did";
+    // Both are retimes of the clip: close to its true in-between frames.
+    const auto truth = OpenMedia(In("true_s.%04d.png"));
+    EXPECT_GT(ScoreClips(*smart, *truth).psnr, 24.0);
+}
+
+TEST_F(WarpingRunTest, HelpNamesItAndThePlugInCommandRefusesIt) {
+    const auto help = test::RunQuelmor({"--help"});
+    EXPECT_NE(help.out.find("--warping NAME"), std::string::npos) << help.out;
+    test::WriteSynthClip(In("s.%04d.png"), 3, SampleType::U8);
+    const auto spark =
+        test::RunQuelmor(Args("spark @s.%04d.png @o.%04d.png --speed 0.5 --warping smart"));
+    EXPECT_EQ(spark.status, 2) << spark.err;
+    EXPECT_NE(spark.err.find("--warping"), std::string::npos) << spark.err;
+}
+
+} // namespace
+} // namespace quelmor::cli
