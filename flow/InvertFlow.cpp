@@ -1,5 +1,6 @@
 #include "flow/InvertFlow.h"
 
+#include "flow/HoleFill.h"
 #include "image/Parallel.h"
 #include "warp/MeshRaster.h"
 
@@ -109,7 +110,7 @@ void DQInvertFlow(DQImage* target, DQImage* source, DQImage* scratch,
                  reachHigh ? reachHigh->get() : nullptr, mesh, build, write, progressAt);
     });
 
-    // The count becomes the mask of what nothing reached.
+    // The count becomes the mask of what nothing reached, and those vectors are filled in.
     ZUMPForRows(height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
             uint8_t* row = scratch->Row<uint8_t>(y);
@@ -117,4 +118,5 @@ void DQInvertFlow(DQImage* target, DQImage* source, DQImage* scratch,
                 row[x] = row[x] ? 0 : 255;
         }
     });
+    FillHoles(target, scratch, progress);
 }

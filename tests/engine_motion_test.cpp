@@ -289,8 +289,9 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         {"tracking frame B fails", 3, 1, 0, kDQErrFetch, 2},
         {"frame to warp fails after tracking", 3, 0, 0, kDQErrFetch, 4},
         {"smart blend: tracking frame B fails", 3, 1, 1, kDQErrFetch, 2},
-        {"forward is refused before any fetch", -1, 1, 2, kDQErrBadArgument, 0},
-        {"forward alone is refused", -1, 1, 3, kDQErrBadArgument, 0},
+        {"forward: tracking frame B fails", 3, 1, 2, kDQErrFetch, 2},
+        {"forward alone: frame to warp fails after tracking", 3, 0, 3, kDQErrFetch, 4},
+        {"an unknown warping is refused before any fetch", -1, 1, 4, kDQErrBadArgument, 0},
         {"external vectors are refused", -1, 1, 0, kDQErrBadArgument, 0, 1},
         {"motion from geometry alone is refused", -1, 1, 0, kDQErrBadArgument, 0, 0, false},
     };

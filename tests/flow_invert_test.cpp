@@ -72,7 +72,7 @@ TEST(InvertFlow, RefusesImagesThatDoNotFit) {
 }
 
 // A shift by a constant vector comes back as the opposite vector wherever the shifted grid
-// lands; the strip it uncovers is marked in the scratch image.
+// lands; the strips it uncovers are marked in the scratch image and filled from the rest.
 TEST(InvertFlow, ConstantShiftReversesAndMarksTheStrip) {
     DQImagePtr flow = ConstantFlow(24, 18, 3.0f, -2.0f);
     DQImagePtr target = MakeImage(24, 18, 2, DQ_FLOAT, Fill(7));
@@ -84,14 +84,14 @@ TEST(InvertFlow, ConstantShiftReversesAndMarksTheStrip) {
             // end of the mesh, is not drawn.
             const bool hole = x < 3 || y >= 15;
             ASSERT_EQ(ElementAt(*scratch, x, y, 0), hole ? 255 : 0) << x << "," << y;
-            if (hole) continue;
-            ASSERT_FLOAT_EQ(ElementAt(*target, x, y, 0), -3.0f) << x << "," << y;
-            ASSERT_FLOAT_EQ(ElementAt(*target, x, y, 1), 2.0f) << x << "," << y;
+            const double tolerance = hole ? 1e-4 : 0.0;
+            ASSERT_NEAR(ElementAt(*target, x, y, 0), -3.0, tolerance) << x << "," << y;
+            ASSERT_NEAR(ElementAt(*target, x, y, 1), 2.0, tolerance) << x << "," << y;
         }
 }
 
 // Following a smooth flow and then its inverse leads back to the start, away from the borders
-// where the inverse has nothing to go on.
+// where the inverse has nothing to go on but its fill.
 TEST(InvertFlow, InverseComposedWithTheFlowIsNearZero) {
     const int width = 96, height = 80, margin = 8;
     DQImagePtr flow = SmoothFlow(width, height);
