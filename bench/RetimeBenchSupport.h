@@ -49,6 +49,9 @@ public:
         return 0;
     }
     int WhichScene(float) override { return 0; }
+    // The warping menu: 0 "Inverse", 1 "Inverse + Smart Blend".
+    int warping = 0;
+    int UsesWhichWarping() override { return warping; }
 
 private:
     int CheckOut(ZUImage** image, int frame) {
@@ -69,6 +72,7 @@ struct RetimeSettings {
     float sensitivity = 70.f; // "Motion Sensitivity", percent
     long cacheLastMotion = 1; // "Cache Last Motion"
     long highQuality = 1;
+    int warping = 0; // 0 "Inverse", 1 "Inverse + Smart Blend"
 };
 
 // Renders output frame `outputTime` of `engine` into `result` (allocated at output size, of the
@@ -77,6 +81,7 @@ struct RetimeSettings {
 inline int RenderFrame(ClipEngine& engine, DQImage* result, float outputTime,
                        const RetimeSettings& settings) {
     if (engine.Init() != 0) return kDQErrMemory;
+    engine.warping = settings.warping;
     ZUImage target;
     ZUImageFromDQImage(&target, result);
     float shrink[10] = {};
