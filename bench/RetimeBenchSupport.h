@@ -49,7 +49,8 @@ public:
         return 0;
     }
     int WhichScene(float) override { return 0; }
-    // The warping menu: 0 "Inverse", 1 "Inverse + Smart Blend".
+    // The warping menu: 0 "Inverse", 1 "Inverse + Smart Blend", 2 "Forward"; 3 is the forward
+    // warp with its holes left empty.
     int warping = 0;
     int UsesWhichWarping() override { return warping; }
 
@@ -72,7 +73,7 @@ struct RetimeSettings {
     float sensitivity = 70.f; // "Motion Sensitivity", percent
     long cacheLastMotion = 1; // "Cache Last Motion"
     long highQuality = 1;
-    int warping = 0; // 0 "Inverse", 1 "Inverse + Smart Blend"
+    int warping = 0; // 0 "Inverse", 1 "Inverse + Smart Blend", 2 "Forward", 3 forward alone
 };
 
 // Renders output frame `outputTime` of `engine` into `result` (allocated at output size, of the

@@ -2,7 +2,9 @@
 //
 // Middlebury: frames 10 and 11 of each pair are source frames 0 and 1; output time 0.5 is
 // rendered through GetFrame at "Best", sensitivity 70, with each interpolation and each warping
-// ("Inverse", and "Inverse + Smart Blend" in the rows marked "smart"), and scored against
+// ("Inverse"; "Inverse + Smart Blend" in the rows marked "smart"; "Forward" in those marked
+// "forward", and the forward warp with its holes left empty in those marked "forward alone"),
+// and scored against
 // frame10i11 beside a plain 50/50 blend and (with OpenCV) the DIS reference. Held-out clip: every
 // second frame of clip/ is dropped, the kept frames are retimed back to full rate and each
 // rebuilt frame is scored against the dropped one.
@@ -12,7 +14,7 @@
 // the true frame in three regions: a band around the objects' outlines at that moment (where
 // background is uncovered and covered), a strip along the picture's border (where the pan and
 // the objects enter and leave), and the rest. "changed" is the share of a region's pixels where
-// a smart row differs from its "Inverse" row.
+// a smart or forward row differs from its "Inverse" row.
 //
 //   retime_quality_bench [--sequences=Name,Name] [--no-middlebury] [--no-clip]
 //                        [--no-occlusion] [--clip-frames=N] [--diagnostics]
@@ -91,8 +93,17 @@ Owned NewLike(const DQImage& image) {
 // engine's code.
 using InBetween = std::function<int(DQImage* out, DQImage* a, DQImage* b, float t)>;
 
-// Rows rendered with "Inverse + Smart Blend" carry this after the name of their "Inverse" row.
+// Rows rendered with another warping than "Inverse" carry one of these after the name of their
+// "Inverse" row: "Inverse + Smart Blend", "Forward" and forward alone.
 constexpr const char* kSmartSuffix = ", smart";
+constexpr const char* kForwardSuffix = ", forward";
+constexpr const char* kForwardAloneSuffix = ", forward alone";
+
+// Where the warping's mark starts in a row's name, or npos for an "Inverse" row.
+size_t WarpingSuffixAt(const std::string& name) {
+    const size_t smart = name.rfind(kSmartSuffix);
+    return smart != std::string::npos ? smart : name.rfind(kForwardSuffix);
+}
 
 struct Method {
     std::string name;
@@ -119,6 +130,12 @@ std::vector<Method> Methods(bool diagnostics) {
         best.warping = 1;
         methods.push_back(
             {std::string("Best ") + names[interpolation] + kSmartSuffix, ThroughEngine(best)});
+        best.warping = 2;
+        methods.push_back(
+            {std::string("Best ") + names[interpolation] + kForwardSuffix, ThroughEngine(best)});
+        best.warping = 3;
+        methods.push_back({std::string("Best ") + names[interpolation] + kForwardAloneSuffix,
+                           ThroughEngine(best)});
     }
     if (diagnostics) {
         RetimeSettings full;
@@ -155,12 +172,12 @@ double Seconds(std::chrono::steady_clock::time_point since) {
 
 void PrintHeader(const char* title) {
     std::printf("\n%s\n", title);
-    std::printf("  %-34s %8s %8s %10s %10s %9s\n", "method", "PSNR dB", "PSNR Y", "SSIM luma",
+    std::printf("  %-42s %8s %8s %10s %10s %9s\n", "method", "PSNR dB", "PSNR Y", "SSIM luma",
                 "SSIM RGB", "ms/frame");
 }
 
 void PrintRow(const std::string& name, const FrameScore& s, double ms) {
-    std::printf("  %-34s %8.2f %8.2f %10.4f %10.4f %9.1f\n", name.c_str(), s.psnr, s.psnrLuma,
+    std::printf("  %-42s %8.2f %8.2f %10.4f %10.4f %9.1f\n", name.c_str(), s.psnr, s.psnrLuma,
                 s.ssimLuma, s.ssimChannels, ms);
 }
 
@@ -172,12 +189,12 @@ struct MethodTotals {
 
 #ifdef QUELMOR_HAVE_OPENCV
 void PrintFlowCheck(const char* name, const FlowCheck& c) {
-    std::printf("  %-34s %9.2f %9.1f%% %12.2f %12.2f\n", name, c.endPointDifference,
+    std::printf("  %-42s %9.2f %9.1f%% %12.2f %12.2f\n", name, c.endPointDifference,
                 100.0 * c.largeShare, c.enginePullPsnr, c.disPullPsnr);
 }
 
 void PrintFlowCheckHeader() {
-    std::printf("  %-34s %9s %10s %12s %12s\n", "flow check, Best, sens 70", "EPD px", "EPD > 3px",
+    std::printf("  %-42s %9s %10s %12s %12s\n", "flow check, Best, sens 70", "EPD px", "EPD > 3px",
                 "pull engine", "pull DIS");
 }
 #endif
@@ -208,7 +225,7 @@ void RunMiddlebury(const Options& options, const std::vector<Method>& methods) {
             const int code = method.make(out.get(), a.get(), b.get(), 0.5f);
             const double seconds = Seconds(start);
             if (code != 0) {
-                std::printf("  %-34s failed with code %d\n", method.name.c_str(), code);
+                std::printf("  %-42s failed with code %d\n", method.name.c_str(), code);
                 continue;
             }
             const FrameScore s = Score(*out, *truth);
@@ -291,7 +308,7 @@ void RunClip(const Options& options, const std::vector<Method>& methods) {
             totals.score.Add(Score(*out, *frames[2 * k + 1]));
         }
         if (failed) {
-            std::printf("  %-34s failed on %d frames\n", method.name.c_str(), failed);
+            std::printf("  %-42s failed on %d frames\n", method.name.c_str(), failed);
             if (totals.score.count == 0) continue;
         }
         PrintRow(method.name, totals.score.Mean(), 1000.0 * totals.seconds / rebuilt);
@@ -423,12 +440,12 @@ void RunOcclusion(const std::vector<Method>& methods) {
             Owned out = NewLike(*truth);
             const auto start = std::chrono::steady_clock::now();
             if (method.make(out.get(), sources[k].get(), sources[k + 1].get(), 0.5f) != 0) {
-                std::printf("  %-34s failed at %.1f\n", method.name.c_str(), moment);
+                std::printf("  %-42s failed at %.1f\n", method.name.c_str(), moment);
                 continue;
             }
             seconds[method.name] += Seconds(start);
             const std::string& name = method.name;
-            const size_t suffix = name.rfind(kSmartSuffix);
+            const size_t suffix = WarpingSuffixAt(name);
             const DQImage* base = nullptr;
             if (suffix != std::string::npos && results.count(name.substr(0, suffix)))
                 base = results[name.substr(0, suffix)].get();
@@ -443,20 +460,20 @@ void RunOcclusion(const std::vector<Method>& methods) {
                 settings.width, settings.height, kSourceFrames - 1, reach,
                 100.0 * double(any.pixels[kOutline]) / double(all), reach,
                 100.0 * double(any.pixels[kBorder]) / double(all));
-    std::printf("  %-34s %9s %9s %9s %9s %11s %11s %9s\n", "method", "PSNR all", kRegionNames[1],
+    std::printf("  %-42s %9s %9s %9s %9s %11s %11s %9s\n", "method", "PSNR all", kRegionNames[1],
                 kRegionNames[2], kRegionNames[0], "changed out", "changed brd", "ms/frame");
     for (const Method& method : methods) {
         if (!totals.count(method.name)) continue;
         const RegionTotals& t = totals[method.name];
-        const bool smart = method.name.rfind(kSmartSuffix) != std::string::npos;
+        const bool otherWarping = WarpingSuffixAt(method.name) != std::string::npos;
         char changedOutline[16] = "", changedBorder[16] = "";
-        if (smart) {
+        if (otherWarping) {
             std::snprintf(changedOutline, sizeof changedOutline, "%.2f%%",
                           100.0 * double(t.changed[kOutline]) / double(t.pixels[kOutline]));
             std::snprintf(changedBorder, sizeof changedBorder, "%.2f%%",
                           100.0 * double(t.changed[kBorder]) / double(t.pixels[kBorder]));
         }
-        std::printf("  %-34s %9.2f %9.2f %9.2f %9.2f %11s %11s %9.1f\n", method.name.c_str(),
+        std::printf("  %-42s %9.2f %9.2f %9.2f %9.2f %11s %11s %9.1f\n", method.name.c_str(),
                     t.Whole(), t.Psnr(kOutline), t.Psnr(kBorder), t.Psnr(kRest), changedOutline,
                     changedBorder, 1000.0 * seconds[method.name] / (kSourceFrames - 1));
     }
