@@ -49,6 +49,10 @@ public:
         return 0;
     }
     int WhichScene(float) override { return 0; }
+    // The warping menu: 0 "Inverse", 1 "Inverse + Smart Blend", 2 "Forward"; 3 is the forward
+    // warp with its holes left empty.
+    int warping = 0;
+    int UsesWhichWarping() override { return warping; }
 
 private:
     int CheckOut(ZUImage** image, int frame) {
@@ -69,6 +73,7 @@ struct RetimeSettings {
     float sensitivity = 70.f; // "Motion Sensitivity", percent
     long cacheLastMotion = 1; // "Cache Last Motion"
     long highQuality = 1;
+    int warping = 0; // 0 "Inverse", 1 "Inverse + Smart Blend", 2 "Forward", 3 forward alone
 };
 
 // Renders output frame `outputTime` of `engine` into `result` (allocated at output size, of the
@@ -77,6 +82,7 @@ struct RetimeSettings {
 inline int RenderFrame(ClipEngine& engine, DQImage* result, float outputTime,
                        const RetimeSettings& settings) {
     if (engine.Init() != 0) return kDQErrMemory;
+    engine.warping = settings.warping;
     ZUImage target;
     ZUImageFromDQImage(&target, result);
     float shrink[10] = {};

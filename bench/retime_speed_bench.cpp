@@ -11,6 +11,13 @@
 //                              fps, flow_ms per interval, warp_mix_ms per in-between frame,
 //                              copy_ms per frame on a source frame (frames are sorted by
 //                              whether the engine's flow count moved).
+//   BM_FreshInBetweenByWarping/W/H/I  the fresh in-between frame with interpolation I, rendered
+//                              in turn with warping 0 ("Inverse") and 1 ("Inverse + Smart
+//                              Blend"), in alternating order, so that both meet the same load.
+//                              Counters: inverse_ms, smart_ms and their ratio, and the same in
+//                              processor time (inverse_cpu_ms, smart_cpu_ms, cpu_ratio).
+//   BM_FreshInBetweenForward/W/H/I  the same against warping 2 ("Forward"): forward_ms,
+//                              forward_cpu_ms and the ratios.
 //   BM_SlowMotion4xWorkerSpin/W/H/N/S  the same with the host's workers spinning S pause
 //                              instructions before they sleep: a long spin against the default.
 //
@@ -31,6 +38,7 @@
 #include <ctime>
 #include <map>
 #include <memory>
+#include <string>
 #include <sys/resource.h>
 #include <tuple>
 
@@ -178,6 +186,80 @@ BENCHMARK(BM_KeptFlowInBetween)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(1.0);
+
+// One fresh render of the in-between frame: wall and processor seconds added to `wall`, `cpu`.
+void TimeFreshRender(ClipEngine& engine, DQImage* out, const RetimeSettings& settings, double& wall,
+                     double& cpu) {
+    engine.ResetMotion();
+    const double cpuStart = ProcessCpuSeconds();
+    const auto start = Clock::now();
+    RenderFrame(engine, out, 0.5f, settings);
+    wall += SecondsSince(start);
+    cpu += ProcessCpuSeconds() - cpuStart;
+}
+
+// The fresh in-between frame rendered in turn with "Inverse" and with `warping`, in alternating
+// order; the counters name the second by `name`.
+void FreshInBetweenAgainstInverse(benchmark::State& state, int warping, const std::string& name) {
+    const int width = int(state.range(0)), height = int(state.range(1));
+    const auto& frames = ClipFrames(width, height, 2);
+    if (frames.empty()) {
+        state.SkipWithError("clip not found (or built without OpenImageIO)");
+        return;
+    }
+    SetWorkers(width, height);
+    ClipEngine engine(Borrow(frames));
+    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
+    RetimeSettings inverse = BestBlend(), other = BestBlend();
+    inverse.interpolation = other.interpolation = state.range(2);
+    other.warping = warping;
+    for (const RetimeSettings& s : {inverse, other})
+        if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
+            state.SkipWithError("the engine failed to render the frame");
+            return;
+        }
+    double wall[2] = {}, cpu[2] = {};
+    int64_t turn = 0;
+    for (auto _ : state) {
+        const int first = int(turn++ & 1);
+        double pairWall = 0.0;
+        for (int k : {first, 1 - first}) {
+            double w = 0.0;
+            TimeFreshRender(engine, out.get(), k ? other : inverse, w, cpu[k]);
+            wall[k] += w;
+            pairWall += w;
+        }
+        state.SetIterationTime(pairWall);
+    }
+    const double n = double(state.iterations());
+    state.counters["inverse_ms"] = 1000.0 * wall[0] / n;
+    state.counters[name + "_ms"] = 1000.0 * wall[1] / n;
+    state.counters["ratio"] = wall[1] / wall[0];
+    state.counters["inverse_cpu_ms"] = 1000.0 * cpu[0] / n;
+    state.counters[name + "_cpu_ms"] = 1000.0 * cpu[1] / n;
+    state.counters["cpu_ratio"] = cpu[1] / cpu[0];
+    state.counters["workers"] = ZUMPGetNumThreads();
+}
+
+void BM_FreshInBetweenByWarping(benchmark::State& state) {
+    FreshInBetweenAgainstInverse(state, 1, "smart");
+}
+BENCHMARK(BM_FreshInBetweenByWarping)
+    ->Args({1920, 1080, 1})
+    ->Args({1920, 1080, 0})
+    ->Args({1920, 1080, 2})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(4.0);
+
+void BM_FreshInBetweenForward(benchmark::State& state) {
+    FreshInBetweenAgainstInverse(state, 2, "forward");
+}
+BENCHMARK(BM_FreshInBetweenForward)
+    ->Args({1920, 1080, 1})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(4.0);
 
 // Frames of a slow motion sorted by what they cost.
 struct SlowMotionTimes {

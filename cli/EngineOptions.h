@@ -8,8 +8,9 @@ namespace quelmor::cli {
 
 inline constexpr const char* kInterpolationNames[] = {"nearest", "blend", "weighted"};
 inline constexpr const char* kQualityNames[] = {"none", "sloppy", "medium", "high", "best"};
-// The warping menu: "Inverse" and "Inverse + Smart Blend".
-inline constexpr const char* kWarpingNames[] = {"inverse", "smart"};
+// The warping menu: "Inverse", "Inverse + Smart Blend" and "Forward", then the forward warp with
+// its holes left empty, which the menu does not offer.
+inline constexpr const char* kWarpingNames[] = {"inverse", "smart", "forward", "forward-alone"};
 
 inline constexpr OptionSpec kSpeedOption{
     .name = "speed", .takesValue = true, .min = 0, .minExcluded = true};

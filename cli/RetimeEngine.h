@@ -21,7 +21,7 @@ struct EngineSettings {
     int interpolation = 1; // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4; // 0 none to 4 best
     float motionBlur = 0.0f;
-    int warping = 0; // 0 inverse, 1 inverse + smart blend: what UsesWhichWarping answers
+    int warping = 0; // 0 inverse, 1 smart, 2 forward, 3 forward alone: UsesWhichWarping
 };
 
 // Working format of the engine for a source: four channels of 8 bits, 16 bits or float.

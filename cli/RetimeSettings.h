@@ -19,7 +19,7 @@ struct RetimeSettings {
     std::optional<FrameRange> frames;      // output frames as numbered in the output
     int interpolation = 1;                 // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4;                 // 0 none to 4 best
-    int warping = 0;                       // 0 inverse, 1 inverse + smart blend
+    int warping = 0; // 0 inverse, 1 inverse + smart blend, 2 forward, 3 forward alone
     float motionBlur = 0.0f;
     double rate = 0.0; // frames per second of a video output, 0: the input's
     bool overwrite = false;

@@ -149,19 +149,44 @@ Rgb Background(float x, float y, float time) {
     return Mix({0.30f, 0.28f, 0.22f}, {0.75f, 0.70f, 0.62f}, std::clamp(n + checks, 0.0f, 1.0f));
 }
 
-Rgb Sample(float x, float y, float time) {
-    for (const Body& body : kBodies) {
+// Index of the frontmost body that covers (x, y) at `time`, with the point in its own
+// coordinates, or -1 for the background.
+int Frontmost(float x, float y, float time, float& u, float& v) {
+    for (int i = 0; i < int(kBodies.size()); ++i) {
+        const Body& body = kBodies[size_t(i)];
         const float cx = body.x0 + body.vx * time, cy = body.y0 + body.vy * time;
         const float angle = body.angle0 + body.spin * time;
         const float c = std::cos(angle), s = std::sin(angle);
         const float dx = x - cx, dy = y - cy;
-        const float u = c * dx + s * dy, v = -s * dx + c * dy;
-        if (Inside(body, u, v)) return Texture(body, u, v);
+        u = c * dx + s * dy;
+        v = -s * dx + c * dy;
+        if (Inside(body, u, v)) return i;
     }
-    return Background(x, y, time);
+    return -1;
 }
 
+Rgb Sample(float x, float y, float time) {
+    float u = 0.0f, v = 0.0f;
+    const int body = Frontmost(x, y, time, u, v);
+    return body < 0 ? Background(x, y, time) : Texture(kBodies[size_t(body)], u, v);
+}
+
+static_assert(kBodies.size() == kSynthObjects);
+
 } // namespace
+
+void RenderSynthLabels(const SynthSettings& settings, double time, MediaFrame& out) {
+    out.Allocate({settings.width, settings.height, 1, SampleType::U8});
+    const float scale = 1.0f / float(settings.height);
+    for (int y = 0; y < settings.height; ++y) {
+        std::uint8_t* row = out.Row<std::uint8_t>(y);
+        for (int x = 0; x < settings.width; ++x) {
+            float u = 0.0f, v = 0.0f;
+            row[x] = std::uint8_t(1 + Frontmost((float(x) + 0.5f) * scale,
+                                                (float(y) + 0.5f) * scale, float(time), u, v));
+        }
+    }
+}
 
 void RenderSynthFrame(const SynthSettings& settings, double time, MediaFrame& out) {
     MediaFormat linear{settings.width, settings.height, 3, SampleType::Float};

@@ -18,4 +18,11 @@ struct SynthSettings {
 // Renders the scene at `time` (in source frames, any real value) as RGB.
 void RenderSynthFrame(const SynthSettings& settings, double time, MediaFrame& out);
 
+// Number of objects in the scene; labels run from 0 (background) to this.
+inline constexpr int kSynthObjects = 4;
+
+// Where each object is at `time`: one 8-bit channel, per pixel 0 for the background or 1 + the
+// index of the frontmost object (front to back) that covers the pixel's centre.
+void RenderSynthLabels(const SynthSettings& settings, double time, MediaFrame& out);
+
 } // namespace quelmor::cli

@@ -26,7 +26,10 @@ commands:
       --quality NAME        none, sloppy, medium, high, best (default)
       --warping NAME        inverse (default): both frames pulled along the vectors, edges
                             stretched where a frame has nothing; smart: inverse + smart blend,
-                            each pixel mixed from the frames that see it, the rest filled in
+                            each pixel mixed from the frames that see it, the rest filled in;
+                            forward: each frame pushed along its own vectors, so moving edges
+                            keep their shape, mixed from the frames that reach each pixel, the
+                            rest filled in; forward-alone: forward with the holes left empty
       --motion-blur X       motion blur amount, 0 (default) to 5
       --rate FPS            frame rate of a video output (default: the input's)
       --overwrite           replace existing output files

@@ -19,23 +19,43 @@ int NextSide(int side) {
     return std::max(2, side / 2);
 }
 
-// Weight 1 where the holes image is zero, else weight 0 and value 0. A not-a-number holes value
-// compares unequal to zero, so it marks a hole.
+// Weight 1 where the holes image is zero, else 0. A not-a-number holes value compares unequal to
+// zero, so it marks a hole.
 template <class H>
-void LoadWeightRows(DQImage& values, DQImage& weights, const DQImage& holes) {
+void LoadWeightRows(DQImage& weights, const DQImage& holes) {
+    const int w = weights.width;
+    ZUMPForRows(weights.height, [&](int, int first, int last) {
+        for (int y = first; y <= last; ++y) {
+            const H* __restrict h = holes.Row<H>(y);
+            float* __restrict wt = weights.Row<float>(y);
+            for (int x = 0; x < w; ++x)
+                wt[x] = h[x] == H(0) ? 1.0f : 0.0f;
+        }
+    });
+}
+
+// Values of unknown pixels (weight 0) set to 0.
+void ClearUnknownValues(DQImage& values, const DQImage& weights) {
     const int w = values.width;
     ZUMPForRows(values.height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
-            const H* __restrict h = holes.Row<H>(y);
             float* __restrict v = values.Row<float>(y);
-            float* __restrict wt = weights.Row<float>(y);
-            for (int x = 0; x < w; ++x) {
-                const bool known = h[x] == H(0);
-                wt[x] = known ? 1.0f : 0.0f;
-                v[x] = known ? v[x] : 0.0f;
-            }
+            const float* __restrict wt = weights.Row<float>(y);
+            for (int x = 0; x < w; ++x)
+                v[x] = wt[x] != 0.0f ? v[x] : 0.0f;
         }
     });
+}
+
+// Whether any pixel of a one-channel holes image is non-zero (or not a number).
+template <class H>
+bool AnyHoleRows(const DQImage& holes) {
+    for (int y = 0; y < holes.height; ++y) {
+        const H* h = holes.Row<H>(y);
+        for (int x = 0; x < holes.width; ++x)
+            if (!(h[x] == H(0))) return true;
+    }
+    return false;
 }
 
 // One float plane into channel `channel` of an image: integers take value + 0.5, truncated, and
@@ -136,22 +156,31 @@ void DQSingleChannelFill::Allocate(int throwOnError) {
 }
 
 void DQSingleChannelFill::LoadChannel(DQImage* image, int channel, DQImage* holes) {
+    LoadHoles(holes);
+    LoadValues(image, channel);
+}
+
+void DQSingleChannelFill::LoadHoles(DQImage* holes) {
     if (error != 0 || fillLevels.empty()) DQThrow(error != 0 ? error : int(kDQErrBadArgument));
-    if (!image || !holes || !image->data || image->width != width || image->height != height ||
-        channel < 0 || channel >= image->channels || !DQDispatchableType(image->dataType) ||
-        !HolesImageFits(*holes, width, height))
-        DQThrow(kDQErrBadArgument);
-
-    DQImage& values = *valueLevels[0];
-    DQImage& weights = *weightLevels[0];
-    values.CopyChannelPlain(0, image, channel);
-    DQDispatchType(holes->dataType, [&]<class H>() { LoadWeightRows<H>(values, weights, *holes); });
-
-    // The fill planes serve as scratch for the values here; Fill overwrites them.
-    for (int k = 1; k <= numLevels; ++k) {
-        ReduceStep(valueLevels[k].get(), valueLevels[k - 1].get(), fillLevels[k - 1].get());
+    if (!holes || !HolesImageFits(*holes, width, height)) DQThrow(kDQErrBadArgument);
+    DQDispatchType(holes->dataType,
+                   [&]<class H>() { LoadWeightRows<H>(*weightLevels[0], *holes); });
+    for (int k = 1; k <= numLevels; ++k)
         ReduceStep(weightLevels[k].get(), weightLevels[k - 1].get(), scratchLevels[k - 1].get());
-    }
+    holesLoaded = true;
+}
+
+void DQSingleChannelFill::LoadValues(DQImage* image, int channel) {
+    if (error != 0 || fillLevels.empty()) DQThrow(error != 0 ? error : int(kDQErrBadArgument));
+    if (!holesLoaded || !image || !image->data || image->width != width ||
+        image->height != height || channel < 0 || channel >= image->channels ||
+        !DQDispatchableType(image->dataType))
+        DQThrow(kDQErrBadArgument);
+    valueLevels[0]->CopyChannelPlain(0, image, channel);
+    ClearUnknownValues(*valueLevels[0], *weightLevels[0]);
+    // The fill planes serve as scratch here; Fill overwrites them.
+    for (int k = 1; k <= numLevels; ++k)
+        ReduceStep(valueLevels[k].get(), valueLevels[k - 1].get(), fillLevels[k - 1].get());
 }
 
 void DQSingleChannelFill::ApplyFillData(int level) {
@@ -205,18 +234,28 @@ void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress)
         !HolesImageFits(*holes, image->width, image->height))
         DQThrow(kDQErrBadArgument);
 
+    bool anyHole = false;
+    DQDispatchType(holes->dataType, [&]<class H>() { anyHole = AnyHoleRows<H>(*holes); });
+    if (!anyHole) {
+        // Every pixel would be replaced by its own value.
+        if (progress) progress->ReportProgress(1.0f);
+        return;
+    }
+
     DQSingleChannelFill fill(1, image->width, image->height);
     // Channels are filled into a copy, so an interruption or failure part way leaves the image
     // as it was.
     DQImagePtr result =
         DQMakeImage(image->width, image->height, image->channels, image->dataType, 0);
     const int channels = image->channels;
+    // The holes, and so the weights, are the same for every channel.
+    fill.LoadHoles(holes);
     ZUIdleAndProgressClass channelRange(progress);
     for (int c = 0; c < channels; ++c) {
         channelRange.SetSubRange(static_cast<float>(c) / channels,
                                  static_cast<float>(c + 1) / channels);
         ZUIdleAndProgressClass step(&channelRange);
-        fill.LoadChannel(image, c, holes);
+        fill.LoadValues(image, c);
         fill.Fill(progress ? &step : nullptr, 0);
         DQDispatchType(image->dataType,
                        [&]<class T>() { StoreChannelRows<T>(*result, c, *fill.fillLevels[0]); });

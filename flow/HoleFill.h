@@ -29,6 +29,10 @@ public:
     // is zero and weight 0, value 0 elsewhere; a holes value that is not a number is a hole.
     // Then builds the coarser levels of both. Mismatched images throw DQErr 5.
     void LoadChannel(DQImage* image, int channel, DQImage* holes);
+    // The two halves of LoadChannel, for several channels over the same holes: the weights and
+    // their levels once, then the values of each channel (zero where the weights are).
+    void LoadHoles(DQImage* holes);
+    void LoadValues(DQImage* image, int channel);
 
     // Runs the fill on what LoadChannel loaded; the result is fillLevels[0]. Mode 0 is the only
     // mode; any other throws DQErr 5. `progress` may be null; an interruption throws DQErr 6.
@@ -53,6 +57,8 @@ public:
     int32_t error = 0;
 
 private:
+    bool holesLoaded = false;
+
     void Allocate(int throwOnError);
     void ApplyFillData(int level);
 };

@@ -94,4 +94,18 @@ TEST(RetimeBenchSupport, SlowMotionComputesFlowOncePerSourceInterval) {
     EXPECT_EQ(clip.engine.checkedOut, clip.engine.givenBack);
 }
 
+// The quality benchmark's smart rows must render with "Inverse + Smart Blend", not the default.
+TEST(RetimeBenchSupport, TheWarpingSettingReachesTheEngine) {
+    WorkerScope workers(2, kW, kH);
+    Clip clip(3);
+    DQImagePtr out(new DQImage(kW, kH, 4, DQ_UCHAR, 0));
+    for (int warping : {1, 0}) {
+        RetimeSettings settings;
+        settings.warping = warping;
+        ASSERT_EQ(RenderFrame(clip.engine, out.get(), 0.5f, settings), 0) << warping;
+        EXPECT_EQ(clip.engine.internal->warping, warping);
+    }
+    EXPECT_EQ(clip.engine.checkedOut, clip.engine.givenBack);
+}
+
 } // namespace
