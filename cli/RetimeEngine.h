@@ -22,6 +22,12 @@ struct EngineSettings {
     int vectorQuality = 4; // 0 none to 4 best
     float motionBlur = 0.0f;
     int warping = 0; // 0 inverse, 1 smart, 2 forward, 3 forward alone: UsesWhichWarping
+    // Foreground layers in front of the background, each grown by matteShrink pixels and tracked
+    // with layerSensitivity; draw 0 all layers, 1 the foreground alone, 2 the background alone.
+    int foregroundLayers = 0;
+    float matteShrink = 0.0f;
+    float layerSensitivity = 1.0f;
+    int draw = 0;
 };
 
 // Working format of the engine for a source: four channels of 8 bits, 16 bits or float.
@@ -39,6 +45,11 @@ public:
                StageClock* clock = nullptr);
     ~CliQuelmor() override;
 
+    // The matte of each foreground layer, frontmost first: a reader of a matte clip (its first
+    // channel is the matte), or null for the alpha of the source itself. The readers must outlive
+    // the object and have the source's frame size.
+    void SetMattes(std::vector<MediaReader*> mattes) { mattes_ = std::move(mattes); }
+
     // Renders output frame `index` (counted from 0) into `out`, in the working format.
     // Throws MediaError when a source frame cannot be read (with the reader's message) or the
     // engine fails.
@@ -52,6 +63,8 @@ public:
     int GetKeyframedTime(float* sourceTime, float outputTime) override;
     int WhichScene(float time) override;
     int UsesWhichWarping() override;
+    int GetDrawStartLayer() override;
+    int GetDrawEndLayer() override;
 
 private:
     // A source frame in the working format; the two most recent are kept, since
@@ -72,6 +85,8 @@ private:
     std::string readFailure_;
     // Warping of the frame being rendered.
     int warping_ = 0;
+    std::vector<MediaReader*> mattes_;
+    int draw_ = 0;
 };
 
 } // namespace quelmor::cli

@@ -31,6 +31,13 @@ commands:
                             keep their shape, mixed from the frames that reach each pixel, the
                             rest filled in; forward-alone: forward with the holes left empty
       --motion-blur X       motion blur amount, 0 (default) to 5
+      --matte PATTERN       a foreground layer cut out by this matte sequence (its first channel),
+                            or by the input's own alpha with --matte alpha; repeat for several
+                            layers, frontmost first (at most 9)
+      --matte-shrink PX     grow each foreground matte by PX pixels before the layers behind it
+                            are cut out (0 default, fractions allowed)
+      --layer-sensitivity S motion sensitivity of the foreground layers, 0 to 1 (default 1)
+      --draw WHICH          all (default), foreground or background: the layers drawn
       --rate FPS            frame rate of a video output (default: the input's)
       --overwrite           replace existing output files
       --resume              keep the output frames already there and render only the missing
@@ -46,7 +53,8 @@ commands:
       --setup FILE.setup    panel values to load first (and where the host saves them)
       --speed-curve FILE  --scenes FILE   curve mode: speed and scene cuts from key files
       --plugin PATH  --rate FPS  --overwrite  --threads N  --quiet  --timing
-  synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
+  synth OUTPUT          render a synthetic test clip, its true in-between frames (true_*) and
+                        the matte of its foreground objects at each source frame (matte_*)
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --threads N  --overwrite  --quiet
   score RESULT TRUTH    PSNR of a result against true frames
 
