@@ -16,8 +16,13 @@
 // the objects enter and leave), and the rest. "changed" is the share of a region's pixels where
 // a smart or forward row differs from its "Inverse" row.
 //
+// Layers (the same synthetic clip): the objects' true matte at frames k and k + 1 cuts a
+// foreground layer out, and each moment is rebuilt as one layer and as two, with "Blend" and
+// "Weighted Energy Blend" and each warping; PSNR over the whole picture and in the band around
+// the objects' outlines (as above, without the border strip).
+//
 //   retime_quality_bench [--sequences=Name,Name] [--no-middlebury] [--no-clip]
-//                        [--no-occlusion] [--clip-frames=N] [--diagnostics]
+//                        [--no-occlusion] [--no-layers] [--clip-frames=N] [--diagnostics]
 //
 // --diagnostics adds "Blend" with the flow at full size (vector quality 5) and at sensitivity
 // 100, and (with OpenCV) a check of the engine's kept flows against the DIS flows on each pair.
@@ -55,6 +60,7 @@ struct Options {
     bool middlebury = true;
     bool clip = true;
     bool occlusion = true;
+    bool layers = true;
     int clipFrames = 68;
     bool diagnostics = false;
 };
@@ -73,6 +79,8 @@ Options ParseOptions(int argc, char** argv) {
             o.diagnostics = true;
         } else if (arg == "--no-occlusion") {
             o.occlusion = false;
+        } else if (arg == "--no-layers") {
+            o.layers = false;
         } else if (arg == "--no-clip") {
             o.clip = false;
         } else if (arg.rfind("--clip-frames=", 0) == 0) {
@@ -478,6 +486,75 @@ void RunOcclusion(const std::vector<Method>& methods) {
                     changedBorder, 1000.0 * seconds[method.name] / (kSourceFrames - 1));
     }
 }
+
+// The objects' matte: white where any object covers the pixel's centre.
+Owned MatteOf(const MediaFrame& labels) {
+    const int w = labels.format.width, h = labels.format.height;
+    Owned matte(new DQImage(w, h, 1, DQ_UCHAR, 0));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            matte->Row<uint8_t>(y)[x] = labels.Row<uint8_t>(y)[x] != 0 ? 255 : 0;
+    return matte;
+}
+
+void RunLayers() {
+    SynthSettings settings;
+    settings.width = 640;
+    settings.height = 360;
+    constexpr int kSourceFrames = 9;
+    const int reach = settings.height / 30;
+    std::vector<Owned> sources, mattes;
+    MediaFrame frame, labels;
+    for (int k = 0; k < kSourceFrames; ++k) {
+        quelmor::cli::RenderSynthFrame(settings, k, frame);
+        sources.push_back(ToEngineImage(frame));
+        quelmor::cli::RenderSynthLabels(settings, k, labels);
+        mattes.push_back(MatteOf(labels));
+    }
+    SetWorkers(settings.width, settings.height);
+    const char* interpolations[] = {"Nearest", "Blend", "Weighted Energy Blend"};
+    const char* warpings[] = {"inverse", "smart", "forward"};
+    std::printf(
+        "\nLayers: synthetic clip %dx%d, %d moments k + 0.5, the objects' true matte as one "
+        "foreground layer; band: within %d px of an outline\n",
+        settings.width, settings.height, kSourceFrames - 1, reach);
+    std::printf("  %-34s %12s %12s %12s %12s %10s %10s\n", "method", "1 layer all", "2 layers all",
+                "1 layer band", "2 layers band", "1 ms", "2 ms");
+    for (long interpolation : {1L, 2L})
+        for (int warping = 0; warping < 3; ++warping) {
+            RegionTotals totals[2];
+            double seconds[2] = {};
+            for (int k = 0; k + 1 < kSourceFrames; ++k) {
+                const double moment = k + 0.5;
+                quelmor::cli::RenderSynthFrame(settings, moment, frame);
+                const Owned truth = ToEngineImage(frame);
+                quelmor::cli::RenderSynthLabels(settings, moment, labels);
+                std::vector<uint8_t> regions = RegionsOf(labels, reach);
+                for (int layers = 0; layers < 2; ++layers) {
+                    ClipEngine engine({sources[k].get(), sources[k + 1].get()});
+                    engine.mattes = {mattes[k].get(), mattes[k + 1].get()};
+                    RetimeSettings s;
+                    s.interpolation = interpolation;
+                    s.warping = warping;
+                    s.foregroundLayers = layers;
+                    Owned out = NewLike(*truth);
+                    const auto start = std::chrono::steady_clock::now();
+                    if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
+                        std::printf("  failed at %.1f\n", moment);
+                        continue;
+                    }
+                    seconds[layers] += Seconds(start);
+                    totals[layers].Add(*out, *truth, regions, nullptr);
+                }
+            }
+            const std::string name =
+                std::string("Best ") + interpolations[interpolation] + ", " + warpings[warping];
+            std::printf("  %-34s %12.2f %12.2f %12.2f %12.2f %10.1f %10.1f\n", name.c_str(),
+                        totals[0].Whole(), totals[1].Whole(), totals[0].Psnr(kOutline),
+                        totals[1].Psnr(kOutline), 1000.0 * seconds[0] / (kSourceFrames - 1),
+                        1000.0 * seconds[1] / (kSourceFrames - 1));
+        }
+}
 #endif
 
 } // namespace
@@ -500,6 +577,7 @@ int main(int argc, char** argv) {
 #endif
 #ifdef QUELMOR_HAVE_SYNTH
     if (options.occlusion) RunOcclusion(methods);
+    if (options.layers) RunLayers();
 #else
     if (options.occlusion) std::printf("\nOcclusions: built without the synthetic clip; skipped\n");
 #endif

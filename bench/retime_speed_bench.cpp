@@ -18,6 +18,10 @@
 //                              processor time (inverse_cpu_ms, smart_cpu_ms, cpu_ratio).
 //   BM_FreshInBetweenForward/W/H/I  the same against warping 2 ("Forward"): forward_ms,
 //                              forward_cpu_ms and the ratios.
+//   BM_FreshInBetweenLayers/W/H/I  the fresh in-between frame with interpolation I, rendered in
+//                              turn as one layer and with one foreground layer cut out by an
+//                              elliptic matte (a third of the picture's width, soft edge) at
+//                              both frames: single_ms, layers_ms, ratio, and the processor times.
 //   BM_SlowMotion4xWorkerSpin/W/H/N/S  the same with the host's workers spinning S pause
 //                              instructions before they sleep: a long spin against the default.
 //
@@ -33,7 +37,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <map>
@@ -256,6 +262,71 @@ void BM_FreshInBetweenForward(benchmark::State& state) {
     FreshInBetweenAgainstInverse(state, 2, "forward");
 }
 BENCHMARK(BM_FreshInBetweenForward)
+    ->Args({1920, 1080, 1})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(4.0);
+
+// An elliptic matte, a third of the picture wide and half of it high, centred at (cx, cy) as
+// fractions of the picture, with an edge two pixels soft.
+Owned EllipseMatte(int width, int height, float cx, float cy) {
+    Owned matte(new DQImage(width, height, 1, DQ_UCHAR, 0));
+    const float rx = width / 6.0f, ry = height / 4.0f;
+    for (int y = 0; y < height; ++y) {
+        uint8_t* row = matte->Row<uint8_t>(y);
+        for (int x = 0; x < width; ++x) {
+            const float dx = (x - cx * width) / rx, dy = (y - cy * height) / ry;
+            const float inside = (1.0f - std::sqrt(dx * dx + dy * dy)) * std::min(rx, ry) * 0.5f;
+            row[x] = uint8_t(255.0f * std::clamp(inside + 0.5f, 0.0f, 1.0f));
+        }
+    }
+    return matte;
+}
+
+void BM_FreshInBetweenLayers(benchmark::State& state) {
+    const int width = int(state.range(0)), height = int(state.range(1));
+    const auto& frames = ClipFrames(width, height, 2);
+    if (frames.empty()) {
+        state.SkipWithError("clip not found (or built without OpenImageIO)");
+        return;
+    }
+    SetWorkers(width, height);
+    ClipEngine engine(Borrow(frames));
+    const Owned matteA = EllipseMatte(width, height, 0.48f, 0.5f);
+    const Owned matteB = EllipseMatte(width, height, 0.52f, 0.5f);
+    engine.mattes = {matteA.get(), matteB.get()};
+    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
+    RetimeSettings single = BestBlend(), layers = BestBlend();
+    single.interpolation = layers.interpolation = state.range(2);
+    layers.foregroundLayers = 1;
+    for (const RetimeSettings& s : {single, layers})
+        if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
+            state.SkipWithError("the engine failed to render the frame");
+            return;
+        }
+    double wall[2] = {}, cpu[2] = {};
+    int64_t turn = 0;
+    for (auto _ : state) {
+        const int first = int(turn++ & 1);
+        double pairWall = 0.0;
+        for (int k : {first, 1 - first}) {
+            double w = 0.0;
+            TimeFreshRender(engine, out.get(), k ? layers : single, w, cpu[k]);
+            wall[k] += w;
+            pairWall += w;
+        }
+        state.SetIterationTime(pairWall);
+    }
+    const double n = double(state.iterations());
+    state.counters["single_ms"] = 1000.0 * wall[0] / n;
+    state.counters["layers_ms"] = 1000.0 * wall[1] / n;
+    state.counters["ratio"] = wall[1] / wall[0];
+    state.counters["single_cpu_ms"] = 1000.0 * cpu[0] / n;
+    state.counters["layers_cpu_ms"] = 1000.0 * cpu[1] / n;
+    state.counters["cpu_ratio"] = cpu[1] / cpu[0];
+    state.counters["workers"] = ZUMPGetNumThreads();
+}
+BENCHMARK(BM_FreshInBetweenLayers)
     ->Args({1920, 1080, 1})
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
