@@ -36,9 +36,17 @@ public:
         delete image;
         return 0;
     }
-    int GetMatteLayerSequenceImage(ZUImage** image, int, int) override {
+    // The matte of the one foreground layer at each source frame (one channel, the frames' size);
+    // borrowed like the frames.
+    std::vector<DQImage*> mattes;
+    int GetMatteLayerSequenceImage(ZUImage** image, int frame, int layer) override {
         *image = nullptr;
-        return kDQErrBadArgument;
+        if (layer != 0 || frame < 0 || frame >= int(mattes.size()) || !mattes[frame])
+            return kDQErrBadArgument;
+        auto view = std::make_unique<ZUImage>();
+        ZUImageFromDQImage(view.get(), mattes[frame]);
+        *image = view.release();
+        return 0;
     }
     int CleanUpCheckedOutMatteImage(ZUImage* image) override {
         delete image;
@@ -49,7 +57,8 @@ public:
         return 0;
     }
     int WhichScene(float) override { return 0; }
-    // The warping menu: 0 "Inverse", 1 "Inverse + Smart Blend".
+    // The warping menu: 0 "Inverse", 1 "Inverse + Smart Blend", 2 "Forward"; 3 is the forward
+    // warp with its holes left empty.
     int warping = 0;
     int UsesWhichWarping() override { return warping; }
 
@@ -72,25 +81,30 @@ struct RetimeSettings {
     float sensitivity = 70.f; // "Motion Sensitivity", percent
     long cacheLastMotion = 1; // "Cache Last Motion"
     long highQuality = 1;
-    int warping = 0; // 0 "Inverse", 1 "Inverse + Smart Blend"
+    int warping = 0; // 0 "Inverse", 1 "Inverse + Smart Blend", 2 "Forward", 3 forward alone
+    int foregroundLayers = 0; // 1: the engine's mattes cut a foreground layer out
+    float matteShrink = 0.0f;
 };
 
 // Renders output frame `outputTime` of `engine` into `result` (allocated at output size, of the
 // working type): progressive, 30 fps both ways, no motion blur, one layer, motion measured on
-// the clip itself. Returns the engine's code: 0 or a DQErr.
+// the clip itself; one layer unless the settings ask for a foreground layer. Returns the engine's
+// code: 0 or a DQErr.
 inline int RenderFrame(ClipEngine& engine, DQImage* result, float outputTime,
                        const RetimeSettings& settings) {
     if (engine.Init() != 0) return kDQErrMemory;
     engine.warping = settings.warping;
     ZUImage target;
     ZUImageFromDQImage(&target, result);
-    float shrink[10] = {};
+    float shrink[10];
+    std::fill(std::begin(shrink), std::end(shrink), settings.matteShrink);
     float layerSensitivity[10];
     std::fill(std::begin(layerSensitivity), std::end(layerSensitivity), 1.0f);
     return engine.GetFrame(&target, nullptr, 0, 0, settings.vectorQuality, outputTime,
                            outputTime + 1.0f, 30.0f, 30.0f, 0.0f, settings.sensitivity / 100.0f,
                            settings.interpolation, settings.highQuality, 1,
-                           settings.cacheLastMotion, 0, shrink, layerSensitivity, nullptr, false);
+                           settings.cacheLastMotion, settings.foregroundLayers, shrink,
+                           layerSensitivity, nullptr, false);
 }
 
 } // namespace quelmor::bench

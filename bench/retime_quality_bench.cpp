@@ -2,7 +2,9 @@
 //
 // Middlebury: frames 10 and 11 of each pair are source frames 0 and 1; output time 0.5 is
 // rendered through GetFrame at "Best", sensitivity 70, with each interpolation and each warping
-// ("Inverse", and "Inverse + Smart Blend" in the rows marked "smart"), and scored against
+// ("Inverse"; "Inverse + Smart Blend" in the rows marked "smart"; "Forward" in those marked
+// "forward", and the forward warp with its holes left empty in those marked "forward alone"),
+// and scored against
 // frame10i11 beside a plain 50/50 blend and (with OpenCV) the DIS reference. Held-out clip: every
 // second frame of clip/ is dropped, the kept frames are retimed back to full rate and each
 // rebuilt frame is scored against the dropped one.
@@ -12,10 +14,15 @@
 // the true frame in three regions: a band around the objects' outlines at that moment (where
 // background is uncovered and covered), a strip along the picture's border (where the pan and
 // the objects enter and leave), and the rest. "changed" is the share of a region's pixels where
-// a smart row differs from its "Inverse" row.
+// a smart or forward row differs from its "Inverse" row.
+//
+// Layers (the same synthetic clip): the objects' true matte at frames k and k + 1 cuts a
+// foreground layer out, and each moment is rebuilt as one layer and as two, with "Blend" and
+// "Weighted Energy Blend" and each warping; PSNR over the whole picture and in the band around
+// the objects' outlines (as above, without the border strip).
 //
 //   retime_quality_bench [--sequences=Name,Name] [--no-middlebury] [--no-clip]
-//                        [--no-occlusion] [--clip-frames=N] [--diagnostics]
+//                        [--no-occlusion] [--no-layers] [--clip-frames=N] [--diagnostics]
 //
 // --diagnostics adds "Blend" with the flow at full size (vector quality 5) and at sensitivity
 // 100, and (with OpenCV) a check of the engine's kept flows against the DIS flows on each pair.
@@ -53,6 +60,7 @@ struct Options {
     bool middlebury = true;
     bool clip = true;
     bool occlusion = true;
+    bool layers = true;
     int clipFrames = 68;
     bool diagnostics = false;
 };
@@ -71,6 +79,8 @@ Options ParseOptions(int argc, char** argv) {
             o.diagnostics = true;
         } else if (arg == "--no-occlusion") {
             o.occlusion = false;
+        } else if (arg == "--no-layers") {
+            o.layers = false;
         } else if (arg == "--no-clip") {
             o.clip = false;
         } else if (arg.rfind("--clip-frames=", 0) == 0) {
@@ -91,8 +101,17 @@ Owned NewLike(const DQImage& image) {
 // engine's code.
 using InBetween = std::function<int(DQImage* out, DQImage* a, DQImage* b, float t)>;
 
-// Rows rendered with "Inverse + Smart Blend" carry this after the name of their "Inverse" row.
+// Rows rendered with another warping than "Inverse" carry one of these after the name of their
+// "Inverse" row: "Inverse + Smart Blend", "Forward" and forward alone.
 constexpr const char* kSmartSuffix = ", smart";
+constexpr const char* kForwardSuffix = ", forward";
+constexpr const char* kForwardAloneSuffix = ", forward alone";
+
+// Where the warping's mark starts in a row's name, or npos for an "Inverse" row.
+size_t WarpingSuffixAt(const std::string& name) {
+    const size_t smart = name.rfind(kSmartSuffix);
+    return smart != std::string::npos ? smart : name.rfind(kForwardSuffix);
+}
 
 struct Method {
     std::string name;
@@ -119,6 +138,12 @@ std::vector<Method> Methods(bool diagnostics) {
         best.warping = 1;
         methods.push_back(
             {std::string("Best ") + names[interpolation] + kSmartSuffix, ThroughEngine(best)});
+        best.warping = 2;
+        methods.push_back(
+            {std::string("Best ") + names[interpolation] + kForwardSuffix, ThroughEngine(best)});
+        best.warping = 3;
+        methods.push_back({std::string("Best ") + names[interpolation] + kForwardAloneSuffix,
+                           ThroughEngine(best)});
     }
     if (diagnostics) {
         RetimeSettings full;
@@ -155,12 +180,12 @@ double Seconds(std::chrono::steady_clock::time_point since) {
 
 void PrintHeader(const char* title) {
     std::printf("\n%s\n", title);
-    std::printf("  %-34s %8s %8s %10s %10s %9s\n", "method", "PSNR dB", "PSNR Y", "SSIM luma",
+    std::printf("  %-42s %8s %8s %10s %10s %9s\n", "method", "PSNR dB", "PSNR Y", "SSIM luma",
                 "SSIM RGB", "ms/frame");
 }
 
 void PrintRow(const std::string& name, const FrameScore& s, double ms) {
-    std::printf("  %-34s %8.2f %8.2f %10.4f %10.4f %9.1f\n", name.c_str(), s.psnr, s.psnrLuma,
+    std::printf("  %-42s %8.2f %8.2f %10.4f %10.4f %9.1f\n", name.c_str(), s.psnr, s.psnrLuma,
                 s.ssimLuma, s.ssimChannels, ms);
 }
 
@@ -172,12 +197,12 @@ struct MethodTotals {
 
 #ifdef QUELMOR_HAVE_OPENCV
 void PrintFlowCheck(const char* name, const FlowCheck& c) {
-    std::printf("  %-34s %9.2f %9.1f%% %12.2f %12.2f\n", name, c.endPointDifference,
+    std::printf("  %-42s %9.2f %9.1f%% %12.2f %12.2f\n", name, c.endPointDifference,
                 100.0 * c.largeShare, c.enginePullPsnr, c.disPullPsnr);
 }
 
 void PrintFlowCheckHeader() {
-    std::printf("  %-34s %9s %10s %12s %12s\n", "flow check, Best, sens 70", "EPD px", "EPD > 3px",
+    std::printf("  %-42s %9s %10s %12s %12s\n", "flow check, Best, sens 70", "EPD px", "EPD > 3px",
                 "pull engine", "pull DIS");
 }
 #endif
@@ -208,7 +233,7 @@ void RunMiddlebury(const Options& options, const std::vector<Method>& methods) {
             const int code = method.make(out.get(), a.get(), b.get(), 0.5f);
             const double seconds = Seconds(start);
             if (code != 0) {
-                std::printf("  %-34s failed with code %d\n", method.name.c_str(), code);
+                std::printf("  %-42s failed with code %d\n", method.name.c_str(), code);
                 continue;
             }
             const FrameScore s = Score(*out, *truth);
@@ -291,7 +316,7 @@ void RunClip(const Options& options, const std::vector<Method>& methods) {
             totals.score.Add(Score(*out, *frames[2 * k + 1]));
         }
         if (failed) {
-            std::printf("  %-34s failed on %d frames\n", method.name.c_str(), failed);
+            std::printf("  %-42s failed on %d frames\n", method.name.c_str(), failed);
             if (totals.score.count == 0) continue;
         }
         PrintRow(method.name, totals.score.Mean(), 1000.0 * totals.seconds / rebuilt);
@@ -423,12 +448,12 @@ void RunOcclusion(const std::vector<Method>& methods) {
             Owned out = NewLike(*truth);
             const auto start = std::chrono::steady_clock::now();
             if (method.make(out.get(), sources[k].get(), sources[k + 1].get(), 0.5f) != 0) {
-                std::printf("  %-34s failed at %.1f\n", method.name.c_str(), moment);
+                std::printf("  %-42s failed at %.1f\n", method.name.c_str(), moment);
                 continue;
             }
             seconds[method.name] += Seconds(start);
             const std::string& name = method.name;
-            const size_t suffix = name.rfind(kSmartSuffix);
+            const size_t suffix = WarpingSuffixAt(name);
             const DQImage* base = nullptr;
             if (suffix != std::string::npos && results.count(name.substr(0, suffix)))
                 base = results[name.substr(0, suffix)].get();
@@ -443,23 +468,92 @@ void RunOcclusion(const std::vector<Method>& methods) {
                 settings.width, settings.height, kSourceFrames - 1, reach,
                 100.0 * double(any.pixels[kOutline]) / double(all), reach,
                 100.0 * double(any.pixels[kBorder]) / double(all));
-    std::printf("  %-34s %9s %9s %9s %9s %11s %11s %9s\n", "method", "PSNR all", kRegionNames[1],
+    std::printf("  %-42s %9s %9s %9s %9s %11s %11s %9s\n", "method", "PSNR all", kRegionNames[1],
                 kRegionNames[2], kRegionNames[0], "changed out", "changed brd", "ms/frame");
     for (const Method& method : methods) {
         if (!totals.count(method.name)) continue;
         const RegionTotals& t = totals[method.name];
-        const bool smart = method.name.rfind(kSmartSuffix) != std::string::npos;
+        const bool otherWarping = WarpingSuffixAt(method.name) != std::string::npos;
         char changedOutline[16] = "", changedBorder[16] = "";
-        if (smart) {
+        if (otherWarping) {
             std::snprintf(changedOutline, sizeof changedOutline, "%.2f%%",
                           100.0 * double(t.changed[kOutline]) / double(t.pixels[kOutline]));
             std::snprintf(changedBorder, sizeof changedBorder, "%.2f%%",
                           100.0 * double(t.changed[kBorder]) / double(t.pixels[kBorder]));
         }
-        std::printf("  %-34s %9.2f %9.2f %9.2f %9.2f %11s %11s %9.1f\n", method.name.c_str(),
+        std::printf("  %-42s %9.2f %9.2f %9.2f %9.2f %11s %11s %9.1f\n", method.name.c_str(),
                     t.Whole(), t.Psnr(kOutline), t.Psnr(kBorder), t.Psnr(kRest), changedOutline,
                     changedBorder, 1000.0 * seconds[method.name] / (kSourceFrames - 1));
     }
+}
+
+// The objects' matte: white where any object covers the pixel's centre.
+Owned MatteOf(const MediaFrame& labels) {
+    const int w = labels.format.width, h = labels.format.height;
+    Owned matte(new DQImage(w, h, 1, DQ_UCHAR, 0));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            matte->Row<uint8_t>(y)[x] = labels.Row<uint8_t>(y)[x] != 0 ? 255 : 0;
+    return matte;
+}
+
+void RunLayers() {
+    SynthSettings settings;
+    settings.width = 640;
+    settings.height = 360;
+    constexpr int kSourceFrames = 9;
+    const int reach = settings.height / 30;
+    std::vector<Owned> sources, mattes;
+    MediaFrame frame, labels;
+    for (int k = 0; k < kSourceFrames; ++k) {
+        quelmor::cli::RenderSynthFrame(settings, k, frame);
+        sources.push_back(ToEngineImage(frame));
+        quelmor::cli::RenderSynthLabels(settings, k, labels);
+        mattes.push_back(MatteOf(labels));
+    }
+    SetWorkers(settings.width, settings.height);
+    const char* interpolations[] = {"Nearest", "Blend", "Weighted Energy Blend"};
+    const char* warpings[] = {"inverse", "smart", "forward"};
+    std::printf(
+        "\nLayers: synthetic clip %dx%d, %d moments k + 0.5, the objects' true matte as one "
+        "foreground layer; band: within %d px of an outline\n",
+        settings.width, settings.height, kSourceFrames - 1, reach);
+    std::printf("  %-34s %12s %12s %12s %12s %10s %10s\n", "method", "1 layer all", "2 layers all",
+                "1 layer band", "2 layers band", "1 ms", "2 ms");
+    for (long interpolation : {1L, 2L})
+        for (int warping = 0; warping < 3; ++warping) {
+            RegionTotals totals[2];
+            double seconds[2] = {};
+            for (int k = 0; k + 1 < kSourceFrames; ++k) {
+                const double moment = k + 0.5;
+                quelmor::cli::RenderSynthFrame(settings, moment, frame);
+                const Owned truth = ToEngineImage(frame);
+                quelmor::cli::RenderSynthLabels(settings, moment, labels);
+                std::vector<uint8_t> regions = RegionsOf(labels, reach);
+                for (int layers = 0; layers < 2; ++layers) {
+                    ClipEngine engine({sources[k].get(), sources[k + 1].get()});
+                    engine.mattes = {mattes[k].get(), mattes[k + 1].get()};
+                    RetimeSettings s;
+                    s.interpolation = interpolation;
+                    s.warping = warping;
+                    s.foregroundLayers = layers;
+                    Owned out = NewLike(*truth);
+                    const auto start = std::chrono::steady_clock::now();
+                    if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
+                        std::printf("  failed at %.1f\n", moment);
+                        continue;
+                    }
+                    seconds[layers] += Seconds(start);
+                    totals[layers].Add(*out, *truth, regions, nullptr);
+                }
+            }
+            const std::string name =
+                std::string("Best ") + interpolations[interpolation] + ", " + warpings[warping];
+            std::printf("  %-34s %12.2f %12.2f %12.2f %12.2f %10.1f %10.1f\n", name.c_str(),
+                        totals[0].Whole(), totals[1].Whole(), totals[0].Psnr(kOutline),
+                        totals[1].Psnr(kOutline), 1000.0 * seconds[0] / (kSourceFrames - 1),
+                        1000.0 * seconds[1] / (kSourceFrames - 1));
+        }
 }
 #endif
 
@@ -483,6 +577,7 @@ int main(int argc, char** argv) {
 #endif
 #ifdef QUELMOR_HAVE_SYNTH
     if (options.occlusion) RunOcclusion(methods);
+    if (options.layers) RunLayers();
 #else
     if (options.occlusion) std::printf("\nOcclusions: built without the synthetic clip; skipped\n");
 #endif

@@ -16,6 +16,12 @@
 //                              Blend"), in alternating order, so that both meet the same load.
 //                              Counters: inverse_ms, smart_ms and their ratio, and the same in
 //                              processor time (inverse_cpu_ms, smart_cpu_ms, cpu_ratio).
+//   BM_FreshInBetweenForward/W/H/I  the same against warping 2 ("Forward"): forward_ms,
+//                              forward_cpu_ms and the ratios.
+//   BM_FreshInBetweenLayers/W/H/I  the fresh in-between frame with interpolation I, rendered in
+//                              turn as one layer and with one foreground layer cut out by an
+//                              elliptic matte (a third of the picture's width, soft edge) at
+//                              both frames: single_ms, layers_ms, ratio, and the processor times.
 //   BM_SlowMotion4xWorkerSpin/W/H/N/S  the same with the host's workers spinning S pause
 //                              instructions before they sleep: a long spin against the default.
 //
@@ -31,11 +37,14 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <map>
 #include <memory>
+#include <string>
 #include <sys/resource.h>
 #include <tuple>
 
@@ -195,7 +204,9 @@ void TimeFreshRender(ClipEngine& engine, DQImage* out, const RetimeSettings& set
     cpu += ProcessCpuSeconds() - cpuStart;
 }
 
-void BM_FreshInBetweenByWarping(benchmark::State& state) {
+// The fresh in-between frame rendered in turn with "Inverse" and with `warping`, in alternating
+// order; the counters name the second by `name`.
+void FreshInBetweenAgainstInverse(benchmark::State& state, int warping, const std::string& name) {
     const int width = int(state.range(0)), height = int(state.range(1));
     const auto& frames = ClipFrames(width, height, 2);
     if (frames.empty()) {
@@ -205,10 +216,10 @@ void BM_FreshInBetweenByWarping(benchmark::State& state) {
     SetWorkers(width, height);
     ClipEngine engine(Borrow(frames));
     Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
-    RetimeSettings inverse = BestBlend(), smart = BestBlend();
-    inverse.interpolation = smart.interpolation = state.range(2);
-    smart.warping = 1;
-    for (const RetimeSettings& s : {inverse, smart})
+    RetimeSettings inverse = BestBlend(), other = BestBlend();
+    inverse.interpolation = other.interpolation = state.range(2);
+    other.warping = warping;
+    for (const RetimeSettings& s : {inverse, other})
         if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
             state.SkipWithError("the engine failed to render the frame");
             return;
@@ -220,7 +231,7 @@ void BM_FreshInBetweenByWarping(benchmark::State& state) {
         double pairWall = 0.0;
         for (int k : {first, 1 - first}) {
             double w = 0.0;
-            TimeFreshRender(engine, out.get(), k ? smart : inverse, w, cpu[k]);
+            TimeFreshRender(engine, out.get(), k ? other : inverse, w, cpu[k]);
             wall[k] += w;
             pairWall += w;
         }
@@ -228,17 +239,95 @@ void BM_FreshInBetweenByWarping(benchmark::State& state) {
     }
     const double n = double(state.iterations());
     state.counters["inverse_ms"] = 1000.0 * wall[0] / n;
-    state.counters["smart_ms"] = 1000.0 * wall[1] / n;
+    state.counters[name + "_ms"] = 1000.0 * wall[1] / n;
     state.counters["ratio"] = wall[1] / wall[0];
     state.counters["inverse_cpu_ms"] = 1000.0 * cpu[0] / n;
-    state.counters["smart_cpu_ms"] = 1000.0 * cpu[1] / n;
+    state.counters[name + "_cpu_ms"] = 1000.0 * cpu[1] / n;
     state.counters["cpu_ratio"] = cpu[1] / cpu[0];
     state.counters["workers"] = ZUMPGetNumThreads();
+}
+
+void BM_FreshInBetweenByWarping(benchmark::State& state) {
+    FreshInBetweenAgainstInverse(state, 1, "smart");
 }
 BENCHMARK(BM_FreshInBetweenByWarping)
     ->Args({1920, 1080, 1})
     ->Args({1920, 1080, 0})
     ->Args({1920, 1080, 2})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(4.0);
+
+void BM_FreshInBetweenForward(benchmark::State& state) {
+    FreshInBetweenAgainstInverse(state, 2, "forward");
+}
+BENCHMARK(BM_FreshInBetweenForward)
+    ->Args({1920, 1080, 1})
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(4.0);
+
+// An elliptic matte, a third of the picture wide and half of it high, centred at (cx, cy) as
+// fractions of the picture, with an edge two pixels soft.
+Owned EllipseMatte(int width, int height, float cx, float cy) {
+    Owned matte(new DQImage(width, height, 1, DQ_UCHAR, 0));
+    const float rx = width / 6.0f, ry = height / 4.0f;
+    for (int y = 0; y < height; ++y) {
+        uint8_t* row = matte->Row<uint8_t>(y);
+        for (int x = 0; x < width; ++x) {
+            const float dx = (x - cx * width) / rx, dy = (y - cy * height) / ry;
+            const float inside = (1.0f - std::sqrt(dx * dx + dy * dy)) * std::min(rx, ry) * 0.5f;
+            row[x] = uint8_t(255.0f * std::clamp(inside + 0.5f, 0.0f, 1.0f));
+        }
+    }
+    return matte;
+}
+
+void BM_FreshInBetweenLayers(benchmark::State& state) {
+    const int width = int(state.range(0)), height = int(state.range(1));
+    const auto& frames = ClipFrames(width, height, 2);
+    if (frames.empty()) {
+        state.SkipWithError("clip not found (or built without OpenImageIO)");
+        return;
+    }
+    SetWorkers(width, height);
+    ClipEngine engine(Borrow(frames));
+    const Owned matteA = EllipseMatte(width, height, 0.48f, 0.5f);
+    const Owned matteB = EllipseMatte(width, height, 0.52f, 0.5f);
+    engine.mattes = {matteA.get(), matteB.get()};
+    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
+    RetimeSettings single = BestBlend(), layers = BestBlend();
+    single.interpolation = layers.interpolation = state.range(2);
+    layers.foregroundLayers = 1;
+    for (const RetimeSettings& s : {single, layers})
+        if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
+            state.SkipWithError("the engine failed to render the frame");
+            return;
+        }
+    double wall[2] = {}, cpu[2] = {};
+    int64_t turn = 0;
+    for (auto _ : state) {
+        const int first = int(turn++ & 1);
+        double pairWall = 0.0;
+        for (int k : {first, 1 - first}) {
+            double w = 0.0;
+            TimeFreshRender(engine, out.get(), k ? layers : single, w, cpu[k]);
+            wall[k] += w;
+            pairWall += w;
+        }
+        state.SetIterationTime(pairWall);
+    }
+    const double n = double(state.iterations());
+    state.counters["single_ms"] = 1000.0 * wall[0] / n;
+    state.counters["layers_ms"] = 1000.0 * wall[1] / n;
+    state.counters["ratio"] = wall[1] / wall[0];
+    state.counters["single_cpu_ms"] = 1000.0 * cpu[0] / n;
+    state.counters["layers_cpu_ms"] = 1000.0 * cpu[1] / n;
+    state.counters["cpu_ratio"] = cpu[1] / cpu[0];
+    state.counters["workers"] = ZUMPGetNumThreads();
+}
+BENCHMARK(BM_FreshInBetweenLayers)
+    ->Args({1920, 1080, 1})
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->MinTime(4.0);

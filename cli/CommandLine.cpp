@@ -51,8 +51,16 @@ CommandLine ParseCommandLine(const std::string& command, std::span<const std::st
             if (i + 1 >= args.size()) throw UsageError("option --" + name + " needs a value");
             out.values[name] = args[++i];
         }
+        out.given.emplace_back(name, out.values[name]);
     }
     return out;
+}
+
+std::vector<std::string> CommandLine::Values(const std::string& name) const {
+    std::vector<std::string> all;
+    for (const auto& [option, value] : given)
+        if (option == name) all.push_back(value);
+    return all;
 }
 
 namespace {

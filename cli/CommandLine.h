@@ -33,11 +33,15 @@ struct OptionSpec {
 
 struct CommandLine {
     std::vector<std::string> files;
-    std::map<std::string, std::string> values; // flags map to ""
-    std::span<const OptionSpec> options;       // the declarations parsed against
+    std::map<std::string, std::string> values; // flags map to ""; the last of a repeated option
+    // Every option as given, in order, for options that may be repeated.
+    std::vector<std::pair<std::string, std::string>> given;
+    std::span<const OptionSpec> options; // the declarations parsed against
 
     bool Has(const std::string& name) const { return values.count(name) != 0; }
     std::optional<std::string> Value(const std::string& name) const;
+    // Every value given for `name`, in the order given.
+    std::vector<std::string> Values(const std::string& name) const;
     // The value of a numeric option checked against its declared limits, or of a menu option
     // as the entry's number; none when not given. Throws UsageError naming the option.
     std::optional<double> Number(const std::string& name) const;

@@ -2,14 +2,17 @@
 // once with its limits: both commands take the same values and refuse the same ones.
 #pragma once
 
+#include <cstddef>
+
 #include "cli/CommandLine.h"
 
 namespace quelmor::cli {
 
 inline constexpr const char* kInterpolationNames[] = {"nearest", "blend", "weighted"};
 inline constexpr const char* kQualityNames[] = {"none", "sloppy", "medium", "high", "best"};
-// The warping menu: "Inverse" and "Inverse + Smart Blend".
-inline constexpr const char* kWarpingNames[] = {"inverse", "smart"};
+// The warping menu: "Inverse", "Inverse + Smart Blend" and "Forward", then the forward warp with
+// its holes left empty, which the menu does not offer.
+inline constexpr const char* kWarpingNames[] = {"inverse", "smart", "forward", "forward-alone"};
 
 inline constexpr OptionSpec kSpeedOption{
     .name = "speed", .takesValue = true, .min = 0, .minExcluded = true};
@@ -25,5 +28,15 @@ inline constexpr OptionSpec kMotionBlurOption{
 // Frames per second of a video output.
 inline constexpr OptionSpec kRateOption{
     .name = "rate", .takesValue = true, .min = 0, .minExcluded = true, .max = 1000};
+
+// Foreground layers of quelmor retime: how far each matte is grown around its object, the
+// layers' motion sensitivity and which layers are drawn.
+inline constexpr std::size_t kMostForegroundLayers = 9;
+inline constexpr const char* kDrawNames[] = {"all", "foreground", "background"};
+inline constexpr OptionSpec kMatteShrinkOption{
+    .name = "matte-shrink", .takesValue = true, .min = 0, .max = 100};
+inline constexpr OptionSpec kLayerSensitivityOption{
+    .name = "layer-sensitivity", .takesValue = true, .min = 0, .max = 1};
+inline constexpr OptionSpec kDrawOption{.name = "draw", .takesValue = true, .choices = kDrawNames};
 
 } // namespace quelmor::cli

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -54,6 +55,27 @@ std::optional<PointTracks> LoadPoints(const RetimeSettings& s, const MediaReader
     if (tracks.FirstFrame() < first) refuse(tracks.FirstFrame(), tracks.FirstFrameLine());
     if (tracks.LastFrame() > last) refuse(tracks.LastFrame(), tracks.LastFrameLine());
     return tracks;
+// The matte clip of each --matte, frontmost first; null where the input's own alpha is the matte.
+// A clip of another frame size, or shorter than the input, is refused before anything is written.
+std::vector<std::unique_ptr<MediaReader>> OpenMattes(const RetimeSettings& s,
+                                                     const MediaFormat& input) {
+    std::vector<std::unique_ptr<MediaReader>> clips;
+    for (const std::string& matte : s.mattes) {
+        if (matte == "alpha") {
+            if (input.channels != 4 && input.channels != 2)
+                throw MediaError("--matte alpha needs an input with alpha; " + s.input +
+                                 " has none");
+            clips.push_back(nullptr);
+            continue;
+        }
+        auto clip = OpenMedia(matte);
+        if (!clip->Format().SameSize(input))
+            throw MediaError("the matte " + matte + " is " + std::to_string(clip->Format().width) +
+                             "x" + std::to_string(clip->Format().height) + ", the input " +
+                             std::to_string(input.width) + "x" + std::to_string(input.height));
+        clips.push_back(std::move(clip));
+    }
+    return clips;
 }
 
 } // namespace
@@ -111,7 +133,19 @@ int RunRetime(std::span<const std::string> args) {
                             .firstNumber = first,
                             .only = s.pointsOnly,
                             .show = s.showGeometry});
-    const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur, s.warping};
+    const std::vector<std::unique_ptr<MediaReader>> matteClips = OpenMattes(s, format);
+    std::vector<MediaReader*> mattes;
+    for (const auto& clip : matteClips)
+        mattes.push_back(clip.get());
+    engine.SetMattes(std::move(mattes));
+    const EngineSettings settings{.interpolation = s.interpolation,
+                                  .vectorQuality = s.vectorQuality,
+                                  .motionBlur = s.motionBlur,
+                                  .warping = s.warping,
+                                  .foregroundLayers = int(s.mattes.size()),
+                                  .matteShrink = s.matteShrink,
+                                  .layerSensitivity = s.layerSensitivity,
+                                  .draw = s.draw};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));
     clock.Add(Stage::Start, std::chrono::duration<double>(Clock::now() - started).count());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 #include <vector>
 
@@ -37,6 +38,17 @@ public:
         if (ZUImageReset(this) != 0) throw std::bad_alloc();
         ZUImageInitRGBA(this, pixels.data(), format.width, format.height, int(format.RowBytes()), 1,
                         PixelTypeOf(format.sample), 1, 1, 0, 1, 2, 3);
+    }
+    std::vector<uint8_t> pixels;
+};
+
+// A matte handed to the engine: one channel of the working sample type.
+class MatteImage : public ZUImage {
+public:
+    MatteImage(const MediaFormat& format, std::vector<uint8_t> bytes) : pixels(std::move(bytes)) {
+        if (ZUImageReset(this) != 0) throw std::bad_alloc();
+        ZUImageInitGray(this, pixels.data(), format.width, format.height, int(format.RowBytes()), 1,
+                        PixelTypeOf(format.sample));
     }
     std::vector<uint8_t> pixels;
 };
@@ -125,15 +137,57 @@ int CliQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
     return 0;
 }
 
-int CliQuelmor::GetMatteLayerSequenceImage(ZUImage** image, int, int) {
-    // The direct path has no matte clip.
-    if (image) *image = nullptr;
-    return 5;
+int CliQuelmor::GetMatteLayerSequenceImage(ZUImage** image, int frame, int layer) {
+    if (!image) return 5;
+    *image = nullptr;
+    if (layer < 0 || layer >= int(mattes_.size())) return 5;
+    try {
+        const int clamped = std::clamp(frame, 0, source_.FrameCount() - 1);
+        const MediaFormat one{working_.width, working_.height, 1, working_.sample};
+        std::vector<uint8_t> pixels(one.FrameBytes());
+        if (MediaReader* clip = mattes_[std::size_t(layer)]) {
+            if (clamped >= clip->FrameCount())
+                throw MediaError("the matte of layer " + std::to_string(layer) + " has no frame " +
+                                 std::to_string(clamped));
+            MediaFrame decoded, converted;
+            clip->Read(clamped, decoded);
+            if (!decoded.format.SameSize(working_))
+                throw MediaError("the matte of layer " + std::to_string(layer) +
+                                 " is not the size of the input");
+            ConvertFrame(decoded, one, converted);
+            pixels = std::move(converted.pixels);
+        } else {
+            // The source's own alpha, channel 3 of the working frame.
+            const MediaFrame& whole = WorkingFrame(clamped);
+            const std::size_t bytes = SampleBytes(working_.sample);
+            const std::size_t count = std::size_t(working_.width) * std::size_t(working_.height);
+            for (std::size_t i = 0; i < count; ++i)
+                std::memcpy(&pixels[i * bytes], &whole.pixels[(i * 4 + 3) * bytes], bytes);
+        }
+        *image = new MatteImage(one, std::move(pixels));
+        return 0;
+    } catch (const MediaError& e) {
+        if (readFailure_.empty()) readFailure_ = e.what();
+        return 7;
+    } catch (...) {
+        return 1;
+    }
 }
 
 int CliQuelmor::CleanUpCheckedOutMatteImage(ZUImage* image) {
-    delete image;
+    // Only MatteImage objects are handed out as mattes.
+    delete static_cast<MatteImage*>(image);
     return 0;
+}
+
+int CliQuelmor::GetDrawStartLayer() {
+    const int layers = int(mattes_.size()) + 1;
+    return draw_ == 1 ? 0 : layers - 1;
+}
+
+int CliQuelmor::GetDrawEndLayer() {
+    const int layers = int(mattes_.size()) + 1;
+    return draw_ == 2 ? layers - 1 : 0;
 }
 
 int CliQuelmor::GetKeyframedTime(float* sourceTime, float outputTime) {
@@ -154,15 +208,18 @@ void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& o
     if (Init() != 0) throw MediaError("out of memory");
     readFailure_.clear();
     warping_ = settings.warping;
+    draw_ = settings.draw;
     CliImage result(working_, std::vector<uint8_t>(working_.FrameBytes()));
-    float shrink[10] = {};
+    float shrink[10];
     float sensitivity[10];
-    std::fill(std::begin(sensitivity), std::end(sensitivity), 1.0f);
+    std::fill(std::begin(shrink), std::end(shrink), settings.matteShrink);
+    std::fill(std::begin(sensitivity), std::end(sensitivity), settings.layerSensitivity);
     ZUIdleAndProgressClass progress;
-    const int code = GetFrame(
-        &result, nullptr, 0, 0, settings.vectorQuality, float(index), float(index + 1), kFrameRate,
-        kFrameRate, settings.motionBlur, kMotionSensitivity, settings.interpolation, kHighQuality,
-        kFlowFromSequence, kCacheLastMotion, 0, shrink, sensitivity, &progress, false);
+    const int code =
+        GetFrame(&result, nullptr, 0, 0, settings.vectorQuality, float(index), float(index + 1),
+                 kFrameRate, kFrameRate, settings.motionBlur, kMotionSensitivity,
+                 settings.interpolation, kHighQuality, kFlowFromSequence, kCacheLastMotion,
+                 int(mattes_.size()), shrink, sensitivity, &progress, false);
     if (!readFailure_.empty()) throw MediaError(readFailure_);
     if (code != 0)
         throw MediaError("the engine failed on output frame " + std::to_string(index) +

@@ -22,7 +22,13 @@ struct EngineSettings {
     int interpolation = 1; // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4; // 0 none to 4 best
     float motionBlur = 0.0f;
-    int warping = 0; // 0 inverse, 1 inverse + smart blend: what UsesWhichWarping answers
+    int warping = 0; // 0 inverse, 1 smart, 2 forward, 3 forward alone: UsesWhichWarping
+    // Foreground layers in front of the background, each grown by matteShrink pixels and tracked
+    // with layerSensitivity; draw 0 all layers, 1 the foreground alone, 2 the background alone.
+    int foregroundLayers = 0;
+    float matteShrink = 0.0f;
+    float layerSensitivity = 1.0f;
+    int draw = 0;
 };
 
 // Correspondences given by hand and what the engine does with them.
@@ -50,6 +56,10 @@ public:
 
     // Geometry from now on; the tracks must outlive the object.
     void UseGeometry(const GeometryUse& use) { geometry_ = use; }
+    // The matte of each foreground layer, frontmost first: a reader of a matte clip (its first
+    // channel is the matte), or null for the alpha of the source itself. The readers must outlive
+    // the object and have the source's frame size.
+    void SetMattes(std::vector<MediaReader*> mattes) { mattes_ = std::move(mattes); }
 
     // Renders output frame `index` (counted from 0) into `out`, in the working format.
     // Throws MediaError when a source frame cannot be read (with the reader's message) or the
@@ -64,6 +74,8 @@ public:
     int GetKeyframedTime(float* sourceTime, float outputTime) override;
     int WhichScene(float time) override;
     int UsesWhichWarping() override;
+    int GetDrawStartLayer() override;
+    int GetDrawEndLayer() override;
 
     // The tracks of the file that have positions in both frames, one geometry each.
     unsigned long GetNumGeometries(int layer, float timeA, float timeB) override;
@@ -97,6 +109,8 @@ private:
     GeometryUse geometry_;
     // Warping of the frame being rendered.
     int warping_ = 0;
+    std::vector<MediaReader*> mattes_;
+    int draw_ = 0;
 };
 
 } // namespace quelmor::cli

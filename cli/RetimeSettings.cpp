@@ -16,6 +16,7 @@ constexpr OptionSpec kRetimeOptions[] = {
     {"scenes", true},   {"frames", true},   kInterpolationOption, kQualityOption, kMotionBlurOption,
     kRateOption,        {"overwrite", false}, {"quiet", false},   {"timing", false},
     {"resume", false},  {"print-frames", false}, {"threads", true}, kWarpingOption,
+    {"matte", true},    kMatteShrinkOption, kLayerSensitivityOption, kDrawOption,
 };
 
 } // namespace
@@ -43,6 +44,18 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     s.warping = line.Choice("warping").value_or(s.warping);
     s.motionBlur = float(line.Number("motion-blur").value_or(s.motionBlur));
     s.rate = line.Number("rate").value_or(s.rate);
+    s.mattes = line.Values("matte");
+    if (s.mattes.size() > kMostForegroundLayers)
+        throw UsageError("at most " + std::to_string(kMostForegroundLayers) +
+                         " --matte options: the engine holds ten layers with the background");
+    s.matteShrink = float(line.Number("matte-shrink").value_or(s.matteShrink));
+    s.layerSensitivity = float(line.Number("layer-sensitivity").value_or(s.layerSensitivity));
+    s.draw = line.Choice("draw").value_or(s.draw);
+    if (s.mattes.empty())
+        for (const char* layered : {"matte-shrink", "layer-sensitivity", "draw"})
+            if (line.Has(layered))
+                throw UsageError(std::string("--") + layered +
+                                 " needs a foreground layer: give it with --matte");
     s.overwrite = line.Has("overwrite");
     s.quiet = line.Has("quiet");
     s.timing = line.Has("timing");

@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "CommandLine.h"
 
@@ -19,9 +20,15 @@ struct RetimeSettings {
     std::optional<FrameRange> frames;      // output frames as numbered in the output
     int interpolation = 1;                 // 0 nearest, 1 blend, 2 weighted energy blend
     int vectorQuality = 4;                 // 0 none to 4 best
-    int warping = 0;                       // 0 inverse, 1 inverse + smart blend
+    int warping = 0; // 0 inverse, 1 inverse + smart blend, 2 forward, 3 forward alone
     float motionBlur = 0.0f;
-    double rate = 0.0; // frames per second of a video output, 0: the input's
+    // Foreground layers, frontmost first: a matte sequence each, or "alpha" for the input's own
+    // alpha. Empty: one layer.
+    std::vector<std::string> mattes;
+    float matteShrink = 0.0f;      // pixels by which each foreground matte is grown
+    float layerSensitivity = 1.0f; // motion sensitivity of the foreground layers, 0..1
+    int draw = 0;                  // 0 all layers, 1 the foreground alone, 2 the background alone
+    double rate = 0.0;             // frames per second of a video output, 0: the input's
     bool overwrite = false;
     bool resume = false;      // keep the output frames already there, render the missing ones
     bool printFrames = false; // print the output frame range and stop, writing nothing

@@ -49,6 +49,16 @@ void WritePointsFile(const std::string& path, const SynthSettings& settings) {
     }
 }
 
+// The matte of every foreground object at `time`: white where one covers the pixel's centre, in
+// the clip's sample type. `labels` is scratch.
+void RenderSynthMatte(const SynthSettings& settings, double time, MediaFrame& labels,
+                      MediaFrame& out) {
+    RenderSynthLabels(settings, time, labels);
+    for (std::uint8_t& v : labels.pixels)
+        v = v != 0 ? 255 : 0;
+    ConvertFrame(labels, MediaFormat{settings.width, settings.height, 1, settings.sample}, out);
+}
+
 } // namespace
 
 int RunSynth(std::span<const std::string> args) {
@@ -76,6 +86,7 @@ int RunSynth(std::span<const std::string> args) {
         settings.sample = SampleType(ParseChoice(*v, "--depth", kDepthNames));
 
     const SequencePattern truth = pattern->WithNamePrefix("true_");
+    const SequencePattern matte = pattern->WithNamePrefix("matte_");
     WriteOptions options;
     options.overwrite = line.Has("overwrite");
     const std::int64_t truthCount = std::int64_t(settings.frames) * settings.truthSteps;
@@ -93,6 +104,7 @@ int RunSynth(std::span<const std::string> args) {
     const std::optional<std::string> points = line.Value("points");
     if (points && !options.overwrite && std::filesystem::exists(*points))
         throw UsageError(*points + " exists; give --overwrite to replace it");
+    CheckOutput(matte.Text(), 0, settings.frames - 1, options);
 
     const MediaFormat format{settings.width, settings.height, 3, settings.sample};
     // A stop signal ends the run between frames, and the writers remove what they wrote.
@@ -104,6 +116,8 @@ int RunSynth(std::span<const std::string> args) {
     };
     auto source = CreateMedia(pattern->Text(), format, options);
     auto truthWriter = CreateMedia(truth.Text(), format, truthOptions);
+    const MediaFormat matteFormat{settings.width, settings.height, 1, settings.sample};
+    auto matteWriter = CreateMedia(matte.Text(), matteFormat, options);
     Progress progress("synth", settings.frames + truthFrames,
                       Progress::StyleFor(stderr, line.Has("quiet")));
     // Source frames, then true frames, one frame a job on every thread; the writers take frames
@@ -114,12 +128,14 @@ int RunSynth(std::span<const std::string> args) {
     std::exception_ptr failure;
     int failedJob = jobs;
     auto work = [&] {
-        MediaFrame frame;
+        MediaFrame frame, labels, matteFrame;
         for (int job = next++; job < jobs; job = next++) {
             try {
                 if (job < settings.frames) {
                     RenderSynthFrame(settings, job, frame);
                     source->Write(job, frame);
+                    RenderSynthMatte(settings, job, labels, matteFrame);
+                    matteWriter->Write(job, matteFrame);
                 } else {
                     const int k = job - settings.frames;
                     RenderSynthFrame(settings, double(k) / settings.truthSteps, frame);
@@ -149,13 +165,14 @@ int RunSynth(std::span<const std::string> args) {
     stopWhenAsked();
     source->Finish();
     truthWriter->Finish();
+    matteWriter->Finish();
     if (points) WritePointsFile(*points, settings);
     progress.Finish();
     if (!line.Has("quiet"))
-        std::printf(
-            "source frames: %s (%d frames)\ntrue frames:   %s (%d frames, %d per source frame)\n",
-            pattern->Text().c_str(), settings.frames, truth.Text().c_str(), truthFrames,
-            settings.truthSteps);
+        std::printf("source frames: %s (%d frames)\ntrue frames:   %s (%d frames, %d per source "
+                    "frame)\nmattes:        %s (the foreground objects at each source frame)\n",
+                    pattern->Text().c_str(), settings.frames, truth.Text().c_str(), truthFrames,
+                    settings.truthSteps, matte.Text().c_str());
     if (points && !line.Has("quiet")) std::printf("true motion:   %s\n", points->c_str());
     return 0;
 }

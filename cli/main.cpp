@@ -26,8 +26,18 @@ commands:
       --quality NAME        none, sloppy, medium, high, best (default)
       --warping NAME        inverse (default): both frames pulled along the vectors, edges
                             stretched where a frame has nothing; smart: inverse + smart blend,
-                            each pixel mixed from the frames that see it, the rest filled in
+                            each pixel mixed from the frames that see it, the rest filled in;
+                            forward: each frame pushed along its own vectors, so moving edges
+                            keep their shape, mixed from the frames that reach each pixel, the
+                            rest filled in; forward-alone: forward with the holes left empty
       --motion-blur X       motion blur amount, 0 (default) to 5
+      --matte PATTERN       a foreground layer cut out by this matte sequence (its first channel),
+                            or by the input's own alpha with --matte alpha; repeat for several
+                            layers, frontmost first (at most 9)
+      --matte-shrink PX     grow each foreground matte by PX pixels before the layers behind it
+                            are cut out (0 default, fractions allowed)
+      --layer-sensitivity S motion sensitivity of the foreground layers, 0 to 1 (default 1)
+      --draw WHICH          all (default), foreground or background: the layers drawn
       --rate FPS            frame rate of a video output (default: the input's)
       --overwrite           replace existing output files
       --resume              keep the output frames already there and render only the missing
@@ -48,7 +58,8 @@ commands:
       --setup FILE.setup    panel values to load first (and where the host saves them)
       --speed-curve FILE  --scenes FILE   curve mode: speed and scene cuts from key files
       --plugin PATH  --rate FPS  --overwrite  --threads N  --quiet  --timing
-  synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
+  synth OUTPUT          render a synthetic test clip, its true in-between frames (true_*) and
+                        the matte of its foreground objects at each source frame (matte_*)
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --threads N  --overwrite  --quiet
       --points FILE         also write the true motion of a few points of each object there
   score RESULT TRUTH    PSNR of a result against true frames

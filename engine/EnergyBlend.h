@@ -34,3 +34,15 @@ void EnergyBlendInverse(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b
 void EnergyBlendInverseMasked(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b,
                               DQImage* flowBtoA, DQImage* scratchA, DQImage* scratchB,
                               DQImage* maskA, DQImage* maskB, float weightA);
+
+// "Weighted Energy Blend" with forward warps: a is pushed along its own flow, flowAtoB, by
+// 1 - weightA, and b along flowBtoA by weightA; each warped frame is sharpened where it moved.
+// With masks, the warps record in maskA and maskB where they landed, the frames are mixed by
+// SmartBlend and what neither reached takes the colour of the nearest pixel that one did; on
+// return maskA holds 255 where that was done. Without masks (both null) the holes stay empty and
+// the frames are dissolved. A missing flow leaves the frame that would be pushed by it as it is
+// (the flows come in pairs: A needs flowAtoB, B flowBtoA). scratchA and scratchB, when given,
+// hold the warped frames. The forward warp takes four-channel frames only; others throw DQErr 5.
+void EnergyBlendForward(DQImage* dest, DQImage* a, DQImage* flowAtoB, DQImage* b, DQImage* flowBtoA,
+                        DQImage* scratchA, DQImage* scratchB, DQImage* maskA, DQImage* maskB,
+                        ZUIdleAndProgressClass* progress, float weightA);

@@ -3,6 +3,7 @@
 
 #include "engine/EngineInternal.h"
 #include "engine/Fields.h"
+#include "engine/LayerRoad.h"
 #include "engine/Mix.h"
 #include "engine/MotionReuse.h"
 #include "engine/RenderContext.h"
@@ -189,15 +190,23 @@ void FrameRenderer::RunPass(int pass) {
     const PassSettings settings{req_.cacheLastMotion, req_.foregroundLayers, sensitivity_, shrink_};
     DecideMotionReuse(engine_, state_, motion_, settings);
 
-    if (state_.vectorQuality == 0 || motion_.atSourceFrame) {
-        if (state_.layerCount > 1 && engine_.GetDrawStartLayer() == engine_.GetDrawEndLayer())
-            RoadNotAvailable("several-layer");
+    const bool still = state_.vectorQuality == 0 || motion_.atSourceFrame;
+    if (still &&
+        !(state_.layerCount > 1 && engine_.GetDrawStartLayer() == engine_.GetDrawEndLayer())) {
         NoMotionRoad(dest);
     } else if (state_.layerCount == 1) {
         const RoadPass road{pass, passes_, t0_, t1_, sensitivity_[0], externalVectors_};
         DrawSingleLayer(engine_, state_, req_, motion_, road, progress_, dest);
     } else {
-        RoadNotAvailable("several-layer");
+        const LayerPass layers{.pass = pass,
+                               .passes = passes_,
+                               .t0 = t0_,
+                               .t1 = t1_,
+                               .sensitivity = sensitivity_,
+                               .shrink = shrink_,
+                               .externalVectors = externalVectors_,
+                               .moved = !still};
+        DrawLayers(engine_, state_, req_, motion_, layers, progress_, dest);
     }
     if (motion_.atSourceFrame) state_.Reset();
 }

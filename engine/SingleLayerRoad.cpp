@@ -1,5 +1,5 @@
-// The single-layer road with inverse warping, plain or with smart blend: getting the flow
-// (computed or kept), checking out the frames to track and to warp, warping and mixing by
+// The single-layer road with inverse or forward warping, plain or with smart blend: getting the
+// flow (computed or kept), checking out the frames to track and to warp, warping and mixing by
 // interpolation, filling what no frame covers, and motion blur.
 
 #include "engine/SingleLayerRoad.h"
@@ -13,6 +13,7 @@
 #include "flow/MorphFlow.h"
 #include "flow/HoleFill.h"
 #include "warp/Warp.h"
+#include "warp/WarpForward.h"
 
 #include <cmath>
 #include <cstdio>
@@ -33,6 +34,8 @@ constexpr float kLeastMotionBlur = 0.005f;
 // Warping modes of UsesWhichWarping.
 constexpr int kInverse = 0;
 constexpr int kInverseSmartBlend = 1;
+constexpr int kForward = 2;
+constexpr int kForwardAlone = 3;
 
 class SingleLayerRoad {
 public:
@@ -54,6 +57,8 @@ private:
     void CheckOutFramesToWarp();
     void WarpAndMix(DQImage* dest, DQImage* nearestFlow);
     void WarpAndMixCovered(DQImage* dest, DQImage* nearestFlow);
+    void WarpAndMixForward(DQImage* dest, DQImage* nearestFlow, bool fill);
+    void Push(DQImage* dest, DQImage* landed, DQImage* source, DQImage* flow, float scale);
     void FillUncovered(DQImage* dest, DQImage* holes);
     void MotionBlur(DQImage* dest);
     DQImage* Working(DQImagePtr& slot, const DQImage* like);
@@ -73,8 +78,7 @@ private:
 
 void SingleLayerRoad::RefuseRowsNotBuilt() const {
     if (pass_.externalVectors) RoadNotAvailable("external-vector");
-    if (state_.warping != kInverse && state_.warping != kInverseSmartBlend)
-        RoadNotAvailable("forward-warp");
+    if (state_.warping < kInverse || state_.warping > kForwardAlone) RoadNotAvailable("warping");
 }
 
 void SingleLayerRoad::Draw(DQImage* dest) {
@@ -83,6 +87,8 @@ void SingleLayerRoad::Draw(DQImage* dest) {
     CheckOutFramesToWarp();
     if (state_.warping == kInverseSmartBlend)
         WarpAndMixCovered(dest, nearestFlow);
+    else if (state_.warping == kForward || state_.warping == kForwardAlone)
+        WarpAndMixForward(dest, nearestFlow, state_.warping == kForward);
     else
         WarpAndMix(dest, nearestFlow);
     MotionBlur(dest);
@@ -187,7 +193,11 @@ DQImage* SingleLayerRoad::GetFlow() {
 
     DQImage* nearestFlow = nullptr;
     if (state_.interpolation == kNearest) {
-        const bool useAtoB = motion_.weightA < 0.5f;
+        // The nearer frame is moved: an inverse warp pulls it with the flow that starts at the
+        // other frame, a forward warp pushes it with its own.
+        const bool nearerIsB = motion_.weightA < 0.5f;
+        const bool forward = state_.warping == kForward || state_.warping == kForwardAlone;
+        const bool useAtoB = forward ? !nearerIsB : nearerIsB;
         if (useAtoB)
             ComputeFlowInRange(nullptr, a, b, motion_.frameA, motion_.frameB, p / passes,
                                (p + 1.0f) / passes);
@@ -302,6 +312,63 @@ void SingleLayerRoad::WarpAndMixCovered(DQImage* dest, DQImage* nearestFlow) {
         EnergyBlendInverseMasked(dest, a, state_.flowAtoB, b, state_.flowBtoA,
                                  Working(state_.workingA, dest), Working(state_.workingB, dest),
                                  maskA.get(), maskB.get(), wa);
+    }
+}
+
+void SingleLayerRoad::Push(DQImage* dest, DQImage* landed, DQImage* source, DQImage* flow,
+                           float scale) {
+    progress_.CollapseSubRange();
+    ZUIdleAndProgressClass child(&progress_);
+    if (DQWarpForward(dest, source, flow, &child, landed, scale) == 0) DQThrow(kDQErrBadArgument);
+}
+
+// "Forward": each frame is pushed along the flow that starts at it, so the flows do not cross as
+// they do for inverse warps. With `fill` the warps record where they landed, the frames are
+// mixed by what each reached and the holes that neither reached are filled; without it
+// (forward alone) the holes stay empty.
+void SingleLayerRoad::WarpAndMixForward(DQImage* dest, DQImage* nearestFlow, bool fill) {
+    DQImage* a = warped_.Held() ? warped_.A() : tracking_.A();
+    DQImage* b = warped_.Held() ? warped_.B() : tracking_.B();
+    const float wa = motion_.weightA;
+    const float wb = 1.0f - wa;
+    DQImagePtr maskA, maskB;
+    if (fill) {
+        maskA = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
+        maskB = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
+    }
+    switch (state_.interpolation) {
+    case kNearest:
+        if (wa < 0.5f)
+            Push(dest, maskA.get(), b, nearestFlow, wa);
+        else
+            Push(dest, maskA.get(), a, nearestFlow, wb);
+        if (fill) {
+            maskA->InvertBytes();
+            FillUncovered(dest, maskA.get());
+        }
+        break;
+    case kBlend: {
+        DQImage* movedA = Working(state_.workingA, dest);
+        DQImage* movedB = Working(state_.workingB, dest);
+        Push(movedA, maskA.get(), a, state_.flowAtoB, wb);
+        Push(movedB, maskB.get(), b, state_.flowBtoA, wa);
+        if (!fill) {
+            Dissolve(dest, movedA, movedB, wb);
+            break;
+        }
+        SmartBlend(dest, movedA, movedB, maskA.get(), maskB.get(), wb);
+        maskA->MaxInto(maskB.get());
+        maskA->InvertBytes();
+        FillUncovered(dest, maskA.get());
+        break;
+    }
+    default: {
+        progress_.CollapseSubRange();
+        ZUIdleAndProgressClass child(&progress_);
+        EnergyBlendForward(dest, a, state_.flowAtoB, b, state_.flowBtoA,
+                           Working(state_.workingA, dest), Working(state_.workingB, dest),
+                           maskA.get(), maskB.get(), &child, wa);
+    }
     }
 }
 

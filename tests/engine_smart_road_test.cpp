@@ -180,8 +180,8 @@ TEST_F(SmartRoad, ResultDoesNotDependOnTheWorkerCount) {
     }
 }
 
-TEST_F(SmartRoad, ForwardWarpingIsStillRefusedBeforeAnyFetch) {
-    for (int warping : {2, 3}) {
+TEST_F(SmartRoad, AnUnknownWarpingIsRefusedBeforeAnyFetch) {
+    for (int warping : {-1, 4}) {
         engine.fetches.clear();
         std::string printed =
             PrintedBy([&] { EXPECT_EQ(Render(2.5f, warping, 1), kDQErrBadArgument); });
