@@ -26,7 +26,9 @@ struct RetimeSettings {
     bool printFrames = false; // print the output frame range and stop, writing nothing
     int threads = 1;          // workers of the engine and of the writers
     bool quiet = false;
-    bool timing = false; // print where the time went
+    bool timing = false;                  // print where the time went
+    std::optional<Size> resize;           // output frames zoomed to this size
+    std::string filter = "bspline-table"; // zoom kernel of --resize
 };
 
 // Throws UsageError for anything missing, unknown, contradictory or out of range.

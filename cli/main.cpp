@@ -30,6 +30,9 @@ commands:
       --resume              keep the output frames already there and render only the missing
                             ones (image sequences; with --frames, within those frames)
       --print-frames        print the output frames A-B this run makes, write nothing
+      --resize WxH          zoom the output frames to WxH (8-bit, 16-bit and float frames)
+      --filter NAME         kernel of --resize: bspline-table (default), bspline, mitchell,
+                            lanczos, quadratic, triangle, hermite
       --threads N           workers for the engine and the writers, 1 to 64 (default: every
                             core this process may use)
       --quiet               no progress
