@@ -5,6 +5,8 @@
 //
 // The result is a float image of two channels at the reduced size: at pixel (x, y) of A it holds
 // (fx, fy) such that A(x, y) matches B(x + fx, y + fy).
+#include "flow/HoleFill.h"
+#include "flow/PyramidSteps.h"
 #include "image/DQImage.h"
 
 #include <cstdint>

@@ -5,6 +5,7 @@
 #include "warp/Filters.h"
 #include "warp/LirpedTable.h"
 #include "warp/MipMap.h"
+#include "warp/VoronoiFill.h"
 
 // Pulls every destination pixel (x, y) from `source` at (x, y) plus `scale` times the flow at
 // (x, y). The flow (two float channels) may be smaller than the images; it is read through the

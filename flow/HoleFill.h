@@ -1,0 +1,66 @@
+#pragma once
+// Filling the unknown parts of an image from its known pixels by a coarse-to-fine normalised
+// interpolation. DQSingleChannelFill works on one channel: it builds pyramids of the known values
+// (zero where unknown) and of their weights (1 where known), and from the coarsest level down
+// fills each pixel with value / weight wherever some known pixel reaches it, smoothing between
+// levels. Known pixels keep their values exactly; a hole takes a smooth value from the coarsest
+// level at which something around it was known.
+#include "image/DQImage.h"
+
+#include <cstdint>
+#include <vector>
+
+class ZUIdleAndProgressClass;
+
+class DQSingleChannelFill : public ZUMem {
+public:
+    // Allocates every level of the four pyramids for a level 0 of width x height. A failure
+    // releases what was made and stores the code in `error`; it is thrown as well when
+    // throwOnError is 1 (the second form).
+    DQSingleChannelFill(int throwOnError, int width, int height);
+    DQSingleChannelFill(int width, int height);
+    virtual ~DQSingleChannelFill();
+
+    DQSingleChannelFill(const DQSingleChannelFill&) = delete;
+    DQSingleChannelFill& operator=(const DQSingleChannelFill&) = delete;
+
+    // Loads channel `channel` of `image` (raw element values, unscaled) as the known values,
+    // with weight 1 where `holes` (one channel of 8 bits, 16 bits or float, the size of level 0)
+    // is zero and weight 0, value 0 elsewhere; a holes value that is not a number is a hole.
+    // Then builds the coarser levels of both. Mismatched images throw DQErr 5.
+    void LoadChannel(DQImage* image, int channel, DQImage* holes);
+
+    // Runs the fill on what LoadChannel loaded; the result is fillLevels[0]. Mode 0 is the only
+    // mode; any other throws DQErr 5. `progress` may be null; an interruption throws DQErr 6.
+    void Fill(ZUIdleAndProgressClass* progress, int mode);
+
+    // Smoothing passes per level; set by the fill mode.
+    int32_t iterations = 1;
+    // Per level, one float channel each: the result, the weighted known values, the weights, and
+    // a scratch plane for the weight reduction.
+    std::vector<DQImagePtr> fillLevels;
+    std::vector<DQImagePtr> valueLevels;
+    std::vector<DQImagePtr> weightLevels;
+    std::vector<DQImagePtr> scratchLevels;
+    // Index of the deepest level; levels 0..numLevels exist, the last two both 2 x 2.
+    int32_t numLevels = 0;
+    int32_t width = 0;
+    int32_t height = 0;
+    float maxX = 0.0f;
+    float maxY = 0.0f;
+    // The level at which the fill begins.
+    int32_t topLevel = 0;
+    int32_t error = 0;
+
+private:
+    void Allocate(int throwOnError);
+    void ApplyFillData(int level);
+};
+
+// Fills every channel of `image` where `holes` is non-zero, one channel after the other, storing
+// integer results rounded (value + 0.5, truncated) and limited to the element range. Images of
+// different width or height are left as they are. An image with no known pixel comes back 0 in
+// every channel. Throws DQErr 5 for an element type outside the three or a holes image of more
+// than one channel, DQErr 6 when `progress` (may be null) is interrupted, DQErr 1 when memory runs
+// out; in every such case the image is left as it was.
+void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress);
