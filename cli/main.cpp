@@ -46,6 +46,12 @@ commands:
   synth OUTPUT          render a synthetic test clip and its true in-between frames (true_*)
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --threads N  --overwrite  --quiet
   score RESULT TRUTH    PSNR of a result against true frames
+  dissolve A B OUTPUT   a transition from the last frame of shot A to the first of shot B,
+                        both pulled along the flow between them (8-bit output)
+      --frames N            frames between the two shots (default 12)
+      --mode NAME           bands (default: warped, mixed band by band), warp, marks,
+                            still-bands (no warp), plain, nearer, nearest
+      --threads N  --overwrite  --quiet
 
 INPUT and OUTPUT are image sequences (name.%04d.exr, name.####.dpx, PNG, TIFF, JPEG) or video
 files (any common container in; .mov ProRes or .mp4 H.264 out).
@@ -67,6 +73,7 @@ int main(int argc, char** argv) {
         if (command == "spark") return RunSpark(args);
         if (command == "synth") return RunSynth(args);
         if (command == "score") return RunScore(args);
+        if (command == "dissolve") return RunDissolve(args);
         throw UsageError("unknown command \"" + command + "\"");
     } catch (const Interrupted& e) {
         std::fprintf(stderr, "quelmor: %s\n", e.what());
