@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 using warp_detail::RowView;
 using warp_detail::StoreSample;
@@ -14,32 +15,41 @@ using warp_detail::StoreSample;
 namespace {
 
 constexpr int kMostTaps = 16;
+// Positions are read to 1/1024 of a pixel: the weights of every fraction are made once per call.
+constexpr int kSteps = 1024;
 
-// The kernel's taps around a position along one axis: the pixels within the radius, read at the
-// nearest edge beyond it, and their weights normalised to sum 1.
-struct AxisTaps {
-    int count = 0;
-    int index[kMostTaps];
-    float weight[kMostTaps];
-};
-
-void TapsAt(float position, int size, const DQZoomFilter& filter, AxisTaps& taps) {
-    const int first = static_cast<int>(std::ceil(position - filter.radius));
-    const int last = static_cast<int>(std::floor(position + filter.radius));
-    float sum = 0.0f;
-    taps.count = 0;
-    for (int j = first; j <= last && taps.count < kMostTaps; ++j) {
-        const float w = filter.kernel(position - static_cast<float>(j));
-        if (w == 0.0f) continue;
-        taps.index[taps.count] = std::clamp(j, 0, size - 1);
-        taps.weight[taps.count] = w;
-        sum += w;
-        ++taps.count;
+// The kernel's normalised weights for each fraction f = s / kSteps of a position, on the pixels
+// at whole distances k = -(reach - 1) .. reach from the pixel below it: every pixel within the
+// radius.
+class FractionTable {
+public:
+    explicit FractionTable(const DQZoomFilter& filter)
+        : reach_(static_cast<int>(std::ceil(filter.radius))),
+          weights_(static_cast<size_t>(kSteps + 1) * 2 * reach_) {
+        for (int s = 0; s <= kSteps; ++s) {
+            float* w = &weights_[static_cast<size_t>(s) * 2 * reach_];
+            const float f = static_cast<float>(s) / kSteps;
+            float sum = 0.0f;
+            for (int k = -(reach_ - 1); k <= reach_; ++k)
+                sum += w[k + reach_ - 1] = filter.kernel(f - static_cast<float>(k));
+            if (sum != 0.0f)
+                for (int i = 0; i < 2 * reach_; ++i)
+                    w[i] /= sum;
+        }
     }
-    if (sum != 0.0f)
-        for (int i = 0; i < taps.count; ++i)
-            taps.weight[i] /= sum;
-}
+    int Taps() const { return 2 * reach_; }
+    // The first pixel (before clamping) and the weights for a position.
+    const float* At(float position, int& first) const {
+        const float below = std::floor(position);
+        first = static_cast<int>(below) - (reach_ - 1);
+        const int s = static_cast<int>((position - below) * kSteps + 0.5f);
+        return &weights_[static_cast<size_t>(s) * 2 * reach_];
+    }
+
+private:
+    int reach_;
+    std::vector<float> weights_;
+};
 
 // The flow at an image pixel, in image pixels.
 struct FlowReader {
@@ -75,30 +85,42 @@ template <class T, int C>
 void ZoomRows(DQImage* dest, const DQImage* source, const DQImage* flow, float scale,
               const DQZoomFilter& filter, DQImage* landed) {
     const FlowReader reader(flow, dest);
+    const FractionTable table(filter);
+    const int taps = table.Taps();
+    // Far outside the source every tap reads the edge: positions are held within a margin so that
+    // the pixel numbers stay small.
+    const float margin = float(taps + 2);
     const RowView<T> in(*source);
     const RowView<T> out(*dest);
     const float lastX = float(source->width - 1), lastY = float(source->height - 1);
     ZUMPForRows(dest->height, [&](int, int first, int last) {
-        AxisTaps across, down;
+        int across[kMostTaps], down[kMostTaps];
         for (int y = first; y <= last; ++y) {
             T* target = out.Row(y);
             float* mark = landed ? landed->Row<float>(y) : nullptr;
             for (int x = 0; x < dest->width; ++x) {
                 float u, v;
                 reader.At(x, y, u, v);
-                const float px = x + scale * u, py = y + scale * v;
+                float px = x + scale * u, py = y + scale * v;
+                if (!(px == px)) px = float(x); // a vector that is not a number moves nothing
+                if (!(py == py)) py = float(y);
                 if (mark) mark[x] = px >= 0.0f && px <= lastX && py >= 0.0f && py <= lastY;
-                TapsAt(px, source->width, filter, across);
-                TapsAt(py, source->height, filter, down);
+                int left, top;
+                const float* wx = table.At(std::clamp(px, -margin, lastX + margin), left);
+                const float* wy = table.At(std::clamp(py, -margin, lastY + margin), top);
+                for (int i = 0; i < taps; ++i) {
+                    across[i] = std::clamp(left + i, 0, source->width - 1) * C;
+                    down[i] = std::clamp(top + i, 0, source->height - 1);
+                }
                 float sum[C] = {};
-                for (int j = 0; j < down.count; ++j) {
-                    const T* row = in.Row(down.index[j]);
+                for (int j = 0; j < taps; ++j) {
+                    const T* row = in.Row(down[j]);
                     float line[C] = {};
-                    for (int i = 0; i < across.count; ++i)
+                    for (int i = 0; i < taps; ++i)
                         for (int c = 0; c < C; ++c)
-                            line[c] += across.weight[i] * float(row[across.index[i] * C + c]);
+                            line[c] += wx[i] * float(row[across[i] + c]);
                     for (int c = 0; c < C; ++c)
-                        sum[c] += down.weight[j] * line[c];
+                        sum[c] += wy[j] * line[c];
                 }
                 for (int c = 0; c < C; ++c)
                     target[x * C + c] = StoreSample<T>(sum[c]);

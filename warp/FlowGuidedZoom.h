@@ -1,7 +1,8 @@
 #pragma once
 // An inverse warp that samples with a zoom kernel instead of bilinearly: every destination pixel
 // (x, y) is read from `source` at (x, y) plus `scale` times the flow there, by the separable
-// kernel at scale 1 (its taps at whole-pixel distances within its radius, normalised). Positions
+// kernel at scale 1: the pixels within its radius, weighted by the kernel at their distances (the
+// position taken to 1/1024 of a pixel) and normalised. Positions
 // outside the source read its nearest edge; `landed`, when given (one float channel of the
 // images' size), is 1 where the position fell inside the source and 0 where it did not.
 #include "image/DQImage.h"
