@@ -50,8 +50,7 @@ DQImage* MakeLevel(int width, int height, int& error) {
 // width alone); on failure releases them and throws `failure` (or the level's own code when
 // `failure` is 0).
 template <size_t N>
-int32_t MakeLevels(DQImage* (&levels)[N], int width, int height, int failure,
-                   bool oneRow = false) {
+int32_t MakeLevels(DQImage* (&levels)[N], int width, int height, int failure, bool oneRow = false) {
     if (width < 1 || height < 1) DQThrow(kDQErrBadArgument);
     const int count = PyramidLevelCount(width, oneRow ? width : height);
     int w = width, h = height;
