@@ -159,13 +159,14 @@ FrameRange ParseFrameRange(const std::string& text) {
     return r;
 }
 
-Size ParseSize(const std::string& text) {
+Size ParseSize(const std::string& text, const std::string& what) {
     const std::size_t x = text.find_first_of("xX");
-    if (x == std::string::npos) throw UsageError("--size wants WIDTHxHEIGHT, got \"" + text + "\"");
-    const Size s{ParseCount(text.substr(0, x), "the width of --size"),
-                 ParseCount(text.substr(x + 1), "the height of --size")};
+    if (x == std::string::npos)
+        throw UsageError(what + " wants WIDTHxHEIGHT, got \"" + text + "\"");
+    const Size s{ParseCount(text.substr(0, x), "the width of " + what),
+                 ParseCount(text.substr(x + 1), "the height of " + what)};
     if (s.width < 8 || s.height < 8 || s.width > 16384 || s.height > 16384)
-        throw UsageError("--size must lie between 8x8 and 16384x16384, got " + text);
+        throw UsageError(what + " must lie between 8x8 and 16384x16384, got " + text);
     return s;
 }
 

@@ -66,7 +66,7 @@ struct Size {
     int width;
     int height;
 };
-Size ParseSize(const std::string& text); // "WxH"
+Size ParseSize(const std::string& text, const std::string& what = "--size"); // "WxH"
 // A menu entry by name (any case) or by its number in `names`.
 int ParseChoice(const std::string& text, const std::string& what,
                 std::span<const char* const> names);

@@ -11,5 +11,6 @@ int RunSynth(std::span<const std::string> args);
 int RunScore(std::span<const std::string> args);
 int RunRetime(std::span<const std::string> args);
 int RunSpark(std::span<const std::string> args);
+int RunDissolve(std::span<const std::string> args);
 
 } // namespace quelmor::cli

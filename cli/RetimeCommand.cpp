@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/FrameResize.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
 #include "cli/OutputRun.h"
@@ -123,8 +124,10 @@ int RunRetime(std::span<const std::string> args) {
     if (rendered == 0) return 0;
 
     const MediaFormat& format = source->Format();
+    std::optional<FrameResizer> resizer;
+    if (s.resize) resizer.emplace(ZoomFilterNamed(s.filter, "--filter"), *s.resize);
     StageClock clock;
-    OutputRun output(plan, format, &clock, s.threads);
+    OutputRun output(plan, resizer ? resizer->Resized(format) : format, &clock, s.threads);
 
     SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
@@ -154,6 +157,11 @@ int RunRetime(std::span<const std::string> args) {
         {
             const auto timed = TimeStage(&clock, Stage::Engine);
             engine.Render(number - first, settings, frame);
+            if (resizer) {
+                MediaFrame resized;
+                resizer->Resize(frame, resized);
+                frame = std::move(resized);
+            }
         }
         output.Write(number, std::move(frame));
         progress.FrameDone();

@@ -1,8 +1,10 @@
 #include "RetimeSettings.h"
 
 #include "EngineOptions.h"
+#include "FrameResize.h"
 #include "SequencePattern.h"
 #include "Threads.h"
+#include "warp/Zoom.h"
 
 namespace quelmor::cli {
 
@@ -17,6 +19,7 @@ constexpr OptionSpec kRetimeOptions[] = {
     kRateOption,        {"overwrite", false}, {"quiet", false},   {"timing", false},
     {"resume", false},  {"print-frames", false}, {"threads", true}, kWarpingOption,
     {"matte", true},    kMatteShrinkOption, kLayerSensitivityOption, kDrawOption,
+    {"resize", true},   {"filter", true},
 };
 
 } // namespace
@@ -74,6 +77,12 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     if (s.resume && !SequencePattern::Parse(s.output))
         throw UsageError("--resume needs an image sequence output such as out.%04d.exr; a video "
                          "file cannot be continued");
+    if (auto v = line.Value("resize")) s.resize = ParseSize(*v, "--resize");
+    if (auto v = line.Value("filter")) {
+        if (!s.resize)
+            throw UsageError("--filter chooses the kernel of --resize; give --resize too");
+        s.filter = ZoomFilterNamed(*v, "--filter").name;
+    }
     if (s.input == s.output) throw UsageError("the output must not be the input");
     return s;
 }

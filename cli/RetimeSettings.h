@@ -34,10 +34,12 @@ struct RetimeSettings {
     bool printFrames = false; // print the output frame range and stop, writing nothing
     int threads = 1;          // workers of the engine and of the writers
     bool quiet = false;
-    bool timing = false;               // print where the time went
-    std::optional<std::string> points; // correspondences given by hand (cli/PointTracks.h)
-    bool pointsOnly = false;           // --motion points: the correspondences are all the motion
-    bool showGeometry = false;         // draw the correspondences over the output
+    bool timing = false;                  // print where the time went
+    std::optional<std::string> points;    // correspondences given by hand (cli/PointTracks.h)
+    bool pointsOnly = false;              // --motion points: the correspondences are all the motion
+    bool showGeometry = false;            // draw the correspondences over the output
+    std::optional<Size> resize;           // output frames zoomed to this size
+    std::string filter = "bspline-table"; // zoom kernel of --resize
 };
 
 // Throws UsageError for anything missing, unknown, contradictory or out of range.

@@ -43,6 +43,9 @@ commands:
       --resume              keep the output frames already there and render only the missing
                             ones (image sequences; with --frames, within those frames)
       --print-frames        print the output frames A-B this run makes, write nothing
+      --resize WxH          zoom the output frames to WxH (8-bit, 16-bit and float frames)
+      --filter NAME         kernel of --resize: bspline-table (default), bspline, mitchell,
+                            lanczos, quadratic, triangle, hermite
       --threads N           workers for the engine and the writers, 1 to 64 (default: every
                             core this process may use)
       --quiet               no progress
@@ -63,6 +66,12 @@ commands:
       --frames N  --size WxH  --steps K  --depth 8|16|half|float  --threads N  --overwrite  --quiet
       --points FILE         also write the true motion of a few points of each object there
   score RESULT TRUTH    PSNR of a result against true frames
+  dissolve A B OUTPUT   a transition from the last frame of shot A to the first of shot B,
+                        both pulled along the flow between them (8-bit output)
+      --frames N            frames between the two shots (default 12)
+      --mode NAME           bands (default: warped, mixed band by band), warp, marks,
+                            still-bands (no warp), plain, nearer, nearest
+      --threads N  --overwrite  --quiet
 
 INPUT and OUTPUT are image sequences (name.%04d.exr, name.####.dpx, PNG, TIFF, JPEG) or video
 files (any common container in; .mov ProRes or .mp4 H.264 out).
@@ -94,6 +103,7 @@ int main(int argc, char** argv) {
         if (command == "spark") return RunSpark(args);
         if (command == "synth") return RunSynth(args);
         if (command == "score") return RunScore(args);
+        if (command == "dissolve") return RunDissolve(args);
         throw UsageError("unknown command \"" + command + "\"");
     } catch (const Interrupted& e) {
         std::fprintf(stderr, "quelmor: %s\n", e.what());
