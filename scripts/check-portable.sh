@@ -45,7 +45,7 @@ for object in "$work"/*.o; do
     hits="$(objdump -d --no-show-raw-insn "$object" | grep -E -c "$pattern" || true)"
     if ((hits > 0)); then
         echo "FAIL $library($name): $hits $what"
-        objdump -d --no-show-raw-insn "$object" | grep -E "$pattern" | head -5
+        objdump -d --no-show-raw-insn "$object" | grep -E "$pattern" | head -5 || true
         status=1
     elif [[ "$name" != *Avx2.cpp.o ]]; then
         clean=$((clean + 1))
@@ -59,16 +59,17 @@ echo "library: $clean baseline objects clean, $avx2 AVX2 kernel objects (no AVX-
 check_binary() {
     local binary="$1"
     [[ -f "$binary" ]] || { echo "skip $binary (not built)"; return; }
-    local report
     # Each instruction line with its function's name appended, so that grep, not awk (whose
-    # regular expressions lack \s and \b), applies the patterns.
-    local lines
-    lines="$(objdump -d -C --no-show-raw-insn "$binary" | awk '
+    # regular expressions lack \s and \b), applies the patterns. Files, not variables: the
+    # disassembly of a binary runs to a hundred megabytes.
+    local lines="$work/lines" report
+    objdump -d -C --no-show-raw-insn "$binary" | awk '
         /^[0-9a-f]+ <.*>:$/ { fn = $0; sub(/^[0-9a-f]+ </, "", fn); sub(/>:$/, "", fn); next }
-        { print $0 "\t@@" fn }')"
-    report="$( (grep -E "$forbidden" <<<"$lines" || true) | sed 's/.*\t@@//' | sort -u
-        (grep -E "$avx512" <<<"$lines" || true) | sed 's/.*\t@@//' | sort -u |
+        { print $0 "\t@@" fn }' >"$lines"
+    report="$( (grep -E "$forbidden" "$lines" || true) | sed 's/.*\t@@//' | sort -u
+        (grep -E "$avx512" "$lines" || true) | sed 's/.*\t@@//' | sort -u |
             (grep 'kernels_avx2::' || true) | sed 's/^/AVX-512 /')"
+    rm -f "$lines"
     local kernels='kernels_avx(2|512)::'
     local allowed outside wide
     allowed="$(grep -v '^AVX-512 ' <<<"$report" | grep -E -c "$kernels" || true)"
