@@ -18,7 +18,7 @@ cmake --build "$build" -j "$jobs"
 ctest --test-dir "$build" -j "$jobs" --output-on-failure
 
 # Portable binaries: the suite again with the baseline kernels forced (the run above takes the
-# AVX2 copy where the processor has it), and no AVX-class instruction outside the AVX2 copy.
+# best copy the processor has), and no AVX-class instruction outside the kernel copies.
 QUELMOR_CPU=baseline ctest --test-dir "$build" -j "$jobs" --output-on-failure
 scripts/check-portable.sh "$build"
 

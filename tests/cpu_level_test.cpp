@@ -1,5 +1,6 @@
-// The two copies of the pixel kernels, baseline and AVX2: choosing the level, and real work on
-// both levels giving the same bytes, so that frames rendered on different processors match.
+// The copies of the pixel kernels, baseline, AVX2 and AVX-512: choosing the level, and real work
+// on every level the processor has giving the same bytes, so that frames rendered on different
+// processors match.
 #include "ImagePatterns.h"
 #include "MemoryClipEngine.h"
 #include "TestSupport.h"
@@ -28,7 +29,8 @@ namespace {
 // The level in force before any test changes it: what the environment and the processor chose.
 const int kStartLevel = DQCpuLevel();
 
-// Restores the best level after a case.
+// Runs each case on every level the processor and the build have, and restores the best level
+// after it.
 class CpuLevels : public ParallelTest {
 protected:
     void SetUp() override {
@@ -37,30 +39,34 @@ protected:
             GTEST_SKIP() << "this processor or build has only the baseline kernels";
     }
     void TearDown() override {
-        DQSetCpuLevel(DQ_CPU_AVX2);
+        DQSetCpuLevel(DQCpuBestLevel());
         ParallelTest::TearDown();
     }
 
-    // Runs `work` on each level and expects the images it returns to hold the same bytes.
+    // Runs `work` on each level and expects the images it returns to hold the same bytes as
+    // those of the baseline.
     void ExpectSameBytes(const std::string& what,
                          const std::function<std::vector<DQImagePtr>()>& work) {
         SCOPED_TRACE(what);
         ASSERT_EQ(DQSetCpuLevel(DQ_CPU_BASELINE), DQ_CPU_BASELINE);
         const std::vector<DQImagePtr> baseline = work();
-        ASSERT_EQ(DQSetCpuLevel(DQ_CPU_AVX2), DQ_CPU_AVX2);
-        const std::vector<DQImagePtr> avx2 = work();
-        ASSERT_EQ(baseline.size(), avx2.size());
-        for (size_t i = 0; i < baseline.size(); ++i) {
-            const DQImage& a = *baseline[i];
-            const DQImage& b = *avx2[i];
-            ASSERT_EQ(a.width, b.width);
-            ASSERT_EQ(a.height, b.height);
-            ASSERT_EQ(a.pixelBytes, b.pixelBytes);
-            int rowsDiffering = 0;
-            for (int y = 0; y < a.height; ++y)
-                rowsDiffering += std::memcmp(a.RowAddress(y), b.RowAddress(y),
-                                             static_cast<size_t>(a.width) * a.pixelBytes) != 0;
-            EXPECT_EQ(rowsDiffering, 0) << "image " << i << " differs between the levels";
+        for (int level = DQ_CPU_BASELINE + 1; level <= DQCpuBestLevel(); ++level) {
+            SCOPED_TRACE(DQCpuLevelName(level));
+            ASSERT_EQ(DQSetCpuLevel(level), level);
+            const std::vector<DQImagePtr> other = work();
+            ASSERT_EQ(baseline.size(), other.size());
+            for (size_t i = 0; i < baseline.size(); ++i) {
+                const DQImage& a = *baseline[i];
+                const DQImage& b = *other[i];
+                ASSERT_EQ(a.width, b.width);
+                ASSERT_EQ(a.height, b.height);
+                ASSERT_EQ(a.pixelBytes, b.pixelBytes);
+                int rowsDiffering = 0;
+                for (int y = 0; y < a.height; ++y)
+                    rowsDiffering += std::memcmp(a.RowAddress(y), b.RowAddress(y),
+                                                 static_cast<size_t>(a.width) * a.pixelBytes) != 0;
+                EXPECT_EQ(rowsDiffering, 0) << "image " << i << " differs from the baseline";
+            }
         }
     }
 };
@@ -124,23 +130,50 @@ std::string Name(const char* what, int dataType, int channels) {
     return std::string(what) + " " + Describe(dataType, channels);
 }
 
+// The suite also runs with QUELMOR_CPU set to each name and to a name of no level (see
+// tests/CMakeLists.txt).
 TEST(CpuLevel, StartsAtTheLevelTheEnvironmentAsksFor) {
     const char* forced = std::getenv("QUELMOR_CPU");
-    if (forced && std::string(forced) == "baseline")
-        EXPECT_EQ(kStartLevel, DQ_CPU_BASELINE);
-    else
-        EXPECT_EQ(kStartLevel, DQCpuBestLevel());
+    const int named = forced ? DQCpuLevelNamed(forced) : -1;
+    const int expected = named < 0 ? DQCpuBestLevel() : std::min(named, DQCpuBestLevel());
+    EXPECT_EQ(kStartLevel, expected) << "QUELMOR_CPU=" << (forced ? forced : "(unset)");
 }
 
 TEST(CpuLevel, SwitchesAndFallsBackToWhatTheProcessorHas) {
     const int best = DQCpuBestLevel();
-    EXPECT_EQ(DQSetCpuLevel(DQ_CPU_BASELINE), DQ_CPU_BASELINE);
-    EXPECT_EQ(DQCpuLevel(), DQ_CPU_BASELINE);
-    EXPECT_EQ(DQSetCpuLevel(DQ_CPU_AVX2), best);
-    EXPECT_EQ(DQCpuLevel(), best);
+    for (int level : {DQ_CPU_BASELINE, DQ_CPU_AVX2, DQ_CPU_AVX512}) {
+        const int expected = std::min(level, best);
+        EXPECT_EQ(DQSetCpuLevel(level), expected) << DQCpuLevelName(level);
+        EXPECT_EQ(DQCpuLevel(), expected) << DQCpuLevelName(level);
+    }
     EXPECT_EQ(DQSetCpuLevel(99), best) << "a level above the best falls back to it";
     EXPECT_EQ(DQSetCpuLevel(-1), DQ_CPU_BASELINE);
     DQSetCpuLevel(best);
+}
+
+TEST(CpuLevel, NamesOfTheLevels) {
+    const struct {
+        const char* name;
+        int level;
+    } cases[] = {{"baseline", DQ_CPU_BASELINE},
+                 {"avx2", DQ_CPU_AVX2},
+                 {"avx512", DQ_CPU_AVX512},
+                 {"AVX2", -1},
+                 {"avx", -1},
+                 {"avx5120", -1},
+                 {"", -1},
+                 {"baseline ", -1},
+                 {nullptr, -1}};
+    for (const auto& c : cases) {
+        const std::string shown = c.name ? std::string("\"") + c.name + "\"" : "null";
+        EXPECT_EQ(DQCpuLevelNamed(c.name), c.level) << shown;
+        if (c.level >= 0) {
+            ASSERT_NE(DQCpuLevelName(c.level), nullptr) << shown;
+            EXPECT_STREQ(DQCpuLevelName(c.level), c.name);
+        }
+    }
+    EXPECT_EQ(DQCpuLevelName(-1), nullptr);
+    EXPECT_EQ(DQCpuLevelName(DQ_CPU_AVX512 + 1), nullptr);
 }
 
 TEST_F(CpuLevels, InverseWarpOfEveryElementType) {
