@@ -56,6 +56,8 @@ std::optional<PointTracks> LoadPoints(const RetimeSettings& s, const MediaReader
     if (tracks.FirstFrame() < first) refuse(tracks.FirstFrame(), tracks.FirstFrameLine());
     if (tracks.LastFrame() > last) refuse(tracks.LastFrame(), tracks.LastFrameLine());
     return tracks;
+}
+
 // The matte clip of each --matte, frontmost first; null where the input's own alpha is the matte.
 // A clip of another frame size, or shorter than the input, is refused before anything is written.
 std::vector<std::unique_ptr<MediaReader>> OpenMattes(const RetimeSettings& s,
