@@ -2,6 +2,7 @@
 #include "flow/FlowFilter.h"
 #include "flow/FlowLanePlanes.h"
 #include "flow/FlowSolver.h"
+#include "flow/InvertFlow.h"
 #include "image/KernelSpace.h"
 
 QUELMOR_KERNEL_ENTRY(float, DQFlowSampleBilinear,
@@ -50,3 +51,8 @@ QUELMOR_KERNEL_ENTRY(void, DQFlowBlur,
                      (DQImage * dest, const DQImage* source, DQFlowFilterKind kind,
                       DQFlowBuffer& plane),
                      (dest, source, kind, plane))
+
+QUELMOR_KERNEL_ENTRY(void, DQInvertFlow,
+                     (DQImage * target, DQImage* source, DQImage* scratch,
+                      ZUIdleAndProgressClass* progress),
+                     (target, source, scratch, progress))

@@ -1,6 +1,7 @@
 #include "flow/InvertFlow.h"
 
 #include "flow/HoleFill.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "warp/MeshRaster.h"
 
@@ -9,6 +10,8 @@
 #include <optional>
 
 using namespace warp_detail;
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -120,3 +123,5 @@ void DQInvertFlow(DQImage* target, DQImage* source, DQImage* scratch,
     });
     FillHoles(target, scratch, progress);
 }
+
+QUELMOR_KERNELS_END

@@ -2,6 +2,7 @@
 
 #include "image/DQImage2.h"
 #include "image/Dispatch.h"
+#include "image/KernelSpace.h"
 #include "image/Parallel.h"
 #include "warp/FlowRows.h"
 #include "warp/MeshRaster.h"
@@ -13,6 +14,8 @@
 #include <optional>
 
 using namespace warp_detail;
+
+QUELMOR_KERNELS_BEGIN
 
 namespace {
 
@@ -285,3 +288,5 @@ int DQWarpForward(DQImage* dest, DQImage* source, DQImage* flow, int fixedOrder,
     }
     return 1;
 }
+
+QUELMOR_KERNELS_END

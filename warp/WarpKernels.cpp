@@ -2,6 +2,7 @@
 #include "image/KernelSpace.h"
 #include "warp/Filters.h"
 #include "warp/Warp.h"
+#include "warp/WarpForward.h"
 
 QUELMOR_KERNEL_ENTRY(int, DQWarpInverse,
                      (DQImage * dest, DQImage* source, DQImage* flow, int extendEdges,
@@ -25,3 +26,12 @@ QUELMOR_KERNEL_ENTRY(void, DQBlurAlongFlow,
                       progress, options, shutter))
 
 QUELMOR_KERNEL_ENTRY(void, ResizeBilinear, (DQImage * dest, const DQImage* source), (dest, source))
+
+QUELMOR_KERNEL_ENTRY(int, DQWarpForward,
+                     (DQImage * dest, DQImage* source, DQImage* flow, int fixedOrder, int samples,
+                      int meshStep, int columnsAscending, int rowsAscending, int rowMajor,
+                      int plainCells, ZUIdleAndProgressClass* progress, DQImage* weight,
+                      bool enlarged, int filterMode, DQImage* sourceMask, float scale),
+                     (dest, source, flow, fixedOrder, samples, meshStep, columnsAscending,
+                      rowsAscending, rowMajor, plainCells, progress, weight, enlarged, filterMode,
+                      sourceMask, scale))
