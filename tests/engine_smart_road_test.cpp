@@ -141,6 +141,29 @@ TEST_F(SmartRoad, BordersComeFromTheFrameThatSeesThem) {
     }
 }
 
+TEST_F(SmartRoad, InsideThePictureItIsThePlainInverseBlend) {
+    // The warps' coverage only falls below full where a vector leaves the picture: everywhere
+    // else both frames cover, the mix is the dissolve and nothing is filled, so the pixels are
+    // those of plain inverse warping, bit for bit. Objects that uncover background inside the
+    // picture are not told apart by this mode.
+    for (long interpolation : {0L, 1L, 2L}) {
+        SCOPED_TRACE(testing::Message() << "interpolation " << interpolation);
+        ASSERT_EQ(Render(2.4f, kInverse, interpolation), 0);
+        DQImagePtr inverse = Duplicate(*result.Pixels());
+        ASSERT_EQ(Render(2.4f, kSmart, interpolation), 0);
+        int differing = 0, borderDiffering = 0;
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW; ++x) {
+                bool same = true;
+                for (int c = 0; c < 4; ++c)
+                    same = same && At(*inverse, x, y, c) == At(*result.Pixels(), x, y, c);
+                (Border(10)(x, y) ? borderDiffering : differing) += !same;
+            }
+        EXPECT_EQ(differing, 0);
+        EXPECT_GT(borderDiffering, 0) << "the border strip is where the modes part";
+    }
+}
+
 TEST_F(SmartRoad, ResultDoesNotDependOnTheWorkerCount) {
     for (long interpolation : {0L, 1L, 2L}) {
         DQImagePtr first;
