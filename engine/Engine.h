@@ -98,6 +98,14 @@ public:
     // Drops all kept motion.
     void ResetMotion();
 
+    // The flows of the pair of source frames that the last frame was drawn from, while the engine
+    // keeps its motion (one layer, motion kept from frame to frame): A to B into `flowAtoB` and B
+    // to A into `flowBtoA`, either may be null. Each is a two-channel float image of the flow size
+    // or of any other size (the frame size, say), the vectors then converted to its pixels by the
+    // ratio of the last indices. `frameA` (may be null) receives the pair's first frame. Returns 5,
+    // changing nothing, when no such flow is kept or an image is not a two-channel float image.
+    int GetPairFlows(DQImage* flowAtoB, DQImage* flowBtoA, int* frameA);
+
     // Whether the engine can hold frames of width x height with `pixelBytes` per pixel at this
     // vector quality: every image it makes for such a frame (the frame itself, its one-channel
     // float copy for the flow, the flow's three-channel level 0) must stay within the 2 GiB that

@@ -45,6 +45,9 @@ public:
     DQImage* FlowAtoB(int layer) const;
     DQImage* AnyFlowAtoB() const;
     void AllocLayerFlows(long cacheLastMotion);
+    // Points flowBtoA and flowAtoB at the frame-size pair that external vectors are loaded into,
+    // made (cleared) when missing or of another size. Throws DQErr 1 when memory runs out.
+    void AllocVectorImages();
 
     // Checks out a frame (a field when fieldsIn is set) in canonical channel order.
     int GetSequenceFrame(ZUQuelmor4& engine, ZUImage** image, int frame, int fieldsIn,
@@ -96,6 +99,9 @@ public:
     // releases them with the flow.
     DQImagePtr workingA;
     DQImagePtr workingB;
+    // The flow pair of external vectors, at frame size; flowBtoA and flowAtoB borrow them.
+    DQImagePtr vectorsBtoA;
+    DQImagePtr vectorsAtoB;
 
 private:
     void DropFlowImage(DQImage*& slot);

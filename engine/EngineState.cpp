@@ -77,7 +77,9 @@ void ZUQuelmor4Internal::SetConfig(ZUQuelmor4& engine, const ZUImage* result, in
 }
 
 void ZUQuelmor4Internal::DropFlowImage(DQImage*& slot) {
-    if (slot && slot != FlowOutputOf(opticalFlow) && slot != FlowOutputOf(morphFlow)) delete slot;
+    if (slot && slot != FlowOutputOf(opticalFlow) && slot != FlowOutputOf(morphFlow) &&
+        slot != vectorsBtoA.get() && slot != vectorsAtoB.get())
+        delete slot;
     slot = nullptr;
 }
 
@@ -94,6 +96,8 @@ void ZUQuelmor4Internal::Reset() {
     DestroyFlow(morphFlow);
     workingA.reset();
     workingB.reset();
+    vectorsBtoA.reset();
+    vectorsAtoB.reset();
 }
 
 bool ZUQuelmor4Internal::FlowObjectSizeChanged() const {

@@ -5,6 +5,7 @@
 #include "engine/SingleLayerRoad.h"
 
 #include "engine/EnergyBlend.h"
+#include "engine/ExternalVectors.h"
 #include "engine/FlowObjects.h"
 #include "engine/Mix.h"
 #include "engine/SequenceFrames.h"
@@ -52,6 +53,7 @@ private:
     DQImage* GetMorphFlow();
     void ComputeMorphInRange(DQImage* result, int firstFrame, int secondFrame, float low,
                              float high);
+    DQImage* LoadVectors();
     void ComputeFlowInRange(DQImage* result, DQImage* first, DQImage* second, int firstFrame,
                             int secondFrame, float low, float high);
     void CheckOutFramesToWarp();
@@ -77,7 +79,6 @@ private:
 };
 
 void SingleLayerRoad::RefuseRowsNotBuilt() const {
-    if (pass_.externalVectors) RoadNotAvailable("external-vector");
     if (state_.warping < kInverse || state_.warping > kForwardAlone) RoadNotAvailable("warping");
 }
 
@@ -176,6 +177,7 @@ DQImage* SingleLayerRoad::GetMorphFlow() {
 // Makes or keeps the flow object, checks out the tracking frames and computes the flows the
 // interpolation needs. Returns the flow that "Nearest" warps with.
 DQImage* SingleLayerRoad::GetFlow() {
+    if (pass_.externalVectors) return LoadVectors();
     if (!state_.doOpticalFlow[0]) return GetMorphFlow();
     DestroyFlow(state_.morphFlow);
     if (!state_.opticalFlow) {
@@ -220,6 +222,27 @@ DQImage* SingleLayerRoad::GetFlow() {
     }
     progress_.RepeatProgress();
     return nearestFlow;
+}
+
+// Motion from the engine's own vectors instead of a flow object: both directions at frame size,
+// loaded afresh for every pass. Returns the flow that "Nearest" warps with, chosen as GetFlow
+// chooses it.
+DQImage* SingleLayerRoad::LoadVectors() {
+    // The pair is made before the flow objects go, so that a flow still borrowed from one of
+    // them is told from an owned one.
+    state_.AllocVectorImages();
+    DestroyFlow(state_.opticalFlow);
+    DestroyFlow(state_.morphFlow);
+    const float p = float(pass_.pass);
+    progress_.SetSubRange(p / float(pass_.passes), (p + 1.0f) / float(pass_.passes));
+    ZUIdleAndProgressClass child(&progress_);
+    LoadExternalVectors(engine_, state_.flowBtoA, motion_.frameB, nullptr, state_.flowAtoB,
+                        motion_.frameA, nullptr, &child);
+    progress_.RepeatProgress();
+    if (state_.interpolation != kNearest) return nullptr;
+    const bool nearerIsB = motion_.weightA < 0.5f;
+    const bool forward = state_.warping == kForward || state_.warping == kForwardAlone;
+    return (forward ? !nearerIsB : nearerIsB) ? state_.flowAtoB : state_.flowBtoA;
 }
 
 // With motion measured on the frames themselves the tracking frames are warped; otherwise they

@@ -292,7 +292,6 @@ TEST_F(MotionClip, EveryPathGivesEveryFrameBack) {
         {"forward: tracking frame B fails", 3, 1, 2, kDQErrFetch, 2},
         {"forward alone: frame to warp fails after tracking", 3, 0, 3, kDQErrFetch, 4},
         {"an unknown warping is refused before any fetch", -1, 1, 4, kDQErrBadArgument, 0},
-        {"external vectors are refused", -1, 1, 0, kDQErrBadArgument, 0, 1},
         {"motion from geometry alone fetches only frames to warp", 3, 1, 0, kDQErrFetch, 2, 0,
          false},
     };
