@@ -73,10 +73,11 @@ void StoreChannelRows(DQImage& image, int channel, const DQImage& plane) {
                     out[x * stride] = in[x];
                 } else {
                     constexpr float kTop = static_cast<float>(std::numeric_limits<T>::max());
-                    const float v = in[x] + 0.5f;
-                    // Written so that a not-a-number value lands on 0.
-                    const float limited = v >= kTop ? kTop : (v > 0.0f ? v : 0.0f);
-                    out[x * stride] = static_cast<T>(limited);
+                    // Limited first from below, so that a not-a-number value lands on 0.
+                    float v = in[x] + 0.5f;
+                    v = v > 0.0f ? v : 0.0f;
+                    v = v < kTop ? v : kTop;
+                    out[x * stride] = static_cast<T>(v);
                 }
             }
         }
@@ -193,8 +194,12 @@ void DQSingleChannelFill::ApplyFillData(int level) {
             float* __restrict out = fill.Row<float>(y);
             const float* __restrict v = values.Row<float>(y);
             const float* __restrict wt = weights.Row<float>(y);
-            for (int x = 0; x < w; ++x)
-                if (!(wt[x] == 0.0f)) out[x] = v[x] / wt[x];
+            // A select rather than a branch, so the loop vectorises; the quotient of a zero
+            // weight is computed and dropped.
+            for (int x = 0; x < w; ++x) {
+                const float q = v[x] / wt[x];
+                out[x] = wt[x] == 0.0f ? out[x] : q;
+            }
         }
     });
 }

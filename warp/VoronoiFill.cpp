@@ -3,6 +3,7 @@
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,8 @@
 namespace {
 
 constexpr uint16_t kNoSeed = 0xFFFF;
+static_assert(std::endian::native == std::endian::little,
+              "the merge reads a seed's two 16-bit coordinates as one word, x in the low half");
 // Above any squared distance between two pixels of an accepted image; the best distance of a
 // pixel before any neighbour has been looked at.
 constexpr float kFarAway = 8589672448.0f;
@@ -128,15 +131,22 @@ void DQVoronoiMerge(DQImage* nearest, DQImage* pass) {
     const int width = nearest->width;
     ZUMPForRows(nearest->height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
-            uint16_t* __restrict keep = nearest->Row<uint16_t>(y);
-            const uint16_t* __restrict candidate = pass->Row<uint16_t>(y);
-            for (int x = 0; x < width; ++x) {
-                uint16_t* k = keep + 2 * x;
-                const uint16_t* c = candidate + 2 * x;
-                if (SquaredDistance(x, y, k) > SquaredDistance(x, y, c)) {
-                    k[0] = c[0];
-                    k[1] = c[1];
-                }
+            // Each seed is handled as one 32-bit word (x in the low half on this little-endian
+            // layout of two 16-bit elements) so that the loop is a vectorisable select.
+            uint32_t* __restrict keep = reinterpret_cast<uint32_t*>(nearest->Row<uint16_t>(y));
+            const uint32_t* __restrict candidate =
+                reinterpret_cast<const uint32_t*>(pass->Row<uint16_t>(y));
+            const float fy = static_cast<float>(y);
+            const int w = width;
+            for (int x = 0; x < w; ++x) {
+                const uint32_t k = keep[x];
+                const uint32_t c = candidate[x];
+                const float fx = static_cast<float>(x);
+                const float kx = static_cast<float>(static_cast<int>(k & 0xFFFFu)) - fx;
+                const float ky = static_cast<float>(static_cast<int>(k >> 16)) - fy;
+                const float cx = static_cast<float>(static_cast<int>(c & 0xFFFFu)) - fx;
+                const float cy = static_cast<float>(static_cast<int>(c >> 16)) - fy;
+                keep[x] = kx * kx + ky * ky > cx * cx + cy * cy ? c : k;
             }
         }
     });
