@@ -341,15 +341,20 @@ void StoreHoleResults(DQImage& image, const Region& holes, const HoleResults& re
 }
 
 // A known pixel's fill is its value divided by its weight of 1: the same number, except that a
-// signalling not-a-number comes back quiet. Float images go through that division everywhere;
-// on every computed value it changes nothing.
-void DivideByOne(DQImage& image) {
-    const int elements = image.width * image.channels;
+// signalling not-a-number comes back quiet. Float images take that division at every known
+// pixel; integer values come back as they were.
+void DivideKnownByWeight(DQImage& image, const DQImage& weights) {
+    const int width = image.width;
+    const int channels = image.channels;
     ZUMPForRows(image.height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
             float* __restrict row = image.Row<float>(y);
-            for (int j = 0; j < elements; ++j)
-                row[j] = row[j] / 1.0f;
+            const float* __restrict w = weights.Row<float>(y);
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < channels; ++c) {
+                    const float q = row[x * channels + c] / w[x];
+                    row[x * channels + c] = w[x] != 0.0f ? q : row[x * channels + c];
+                }
         }
     });
 }
@@ -462,5 +467,5 @@ void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* 
 
     DQDispatchType(image->dataType,
                    [&]<class T>() { StoreHoleResults<T>(*image, holeRuns, results); });
-    if (image->dataType == DQ_FLOAT) DivideByOne(*image);
+    if (image->dataType == DQ_FLOAT) DivideKnownByWeight(*image, *fill.weightLevels[0]);
 }
