@@ -100,6 +100,28 @@ Region ReadFootprint(const Region& dest, const ResizeAxis& columns, const Resize
     return source;
 }
 
+// The destination pixels of a bilinear resize that read some pixel of `source`: those whose
+// cell, {index, index + next} on each axis, meets a run. The taps are monotone, so each row's
+// readers form one run, found by bisection.
+Region ReadersOf(const Region& source, const ResizeAxis& columns, const ResizeAxis& rows,
+                 int destHeight) {
+    Region readers(static_cast<size_t>(destHeight));
+    const auto& taps = columns.taps;
+    for (int y = 0; y < destHeight; ++y) {
+        const int r = rows.taps[y].index;
+        const Span s = Hull(source[r], source[r + rows.next]);
+        if (s.Empty()) continue;
+        const auto first = std::partition_point(
+            taps.begin(), taps.end(), [&](Tap t) { return t.index + columns.next < s.x0; });
+        const auto last =
+            std::partition_point(taps.begin(), taps.end(), [&](Tap t) { return t.index < s.x1; });
+        if (last > first)
+            readers[y] = {static_cast<int>(first - taps.begin()),
+                          static_cast<int>(last - taps.begin())};
+    }
+    return readers;
+}
+
 // Within each run of `within`, the hull of the pixels whose weight is zero.
 Region ZeroWeights(const DQImage& weights, const Region& within) {
     Region zeros(within.size());
@@ -240,6 +262,57 @@ void FilterRegion(const DQImage& image, DQImage& plane, DQImage& out, const Regi
     ForRuns(outRuns, [&](int y, Span s) { FilterColumnRun(plane, y, out.Row<float>(y), s, f); });
 }
 
+constexpr int kGaussReach = 5; // the smoothing of radius 5 reads 5 pixels either side
+constexpr int kBinomialReach = 2;
+constexpr float kBinomial[3] = {0.375f, 0.25f, 0.0625f};
+constexpr Taps kBinomialTaps{kBinomial, 3, 3};
+
+Region HoleRuns(const DQImage& weights) {
+    Region whole(static_cast<size_t>(weights.height), Span{0, weights.width});
+    return ZeroWeights(weights, whole);
+}
+
+// The weight pyramid: 1 where the holes image is zero, else 0, at level 0, and each coarser level
+// the reduce of the one below. A pixel whose reduce reads no pixel near a hole reduces ones, and
+// the filter and the resize give exactly 1 for ones; so every level is set to 1 and computed only
+// where its reduce reads pixels that are not all 1.
+void LoadWeights(DQSingleChannelFill& fill, const DQImage& holes) {
+    DQImage& level0 = *fill.weightLevels[0];
+    DQDispatchType(holes.dataType, [&]<class H>() {
+        ZUMPForRows(level0.height, [&](int, int first, int last) {
+            for (int y = first; y <= last; ++y) {
+                const H* __restrict h = holes.Row<H>(y);
+                float* __restrict w = level0.Row<float>(y);
+                for (int x = 0; x < level0.width; ++x)
+                    w[x] = h[x] == H(0) ? 1.0f : 0.0f;
+            }
+        });
+    });
+    Region notOne = HoleRuns(level0);
+    for (int k = 1; k <= fill.topLevel; ++k) {
+        DQImage& fine = *fill.weightLevels[k - 1];
+        DQImage& coarse = *fill.weightLevels[k];
+        ZUMPForRows(coarse.height, [&](int, int first, int last) {
+            for (int y = first; y <= last; ++y)
+                std::fill_n(coarse.Row<float>(y), coarse.width, 1.0f);
+        });
+        const ResizeAxis columns(fine.width, coarse.width);
+        const ResizeAxis rows(fine.height, coarse.height);
+        const Region smoothedNotOne =
+            GrowColumns(GrowRows(notOne, kBinomialReach), kBinomialReach, fine.width);
+        notOne = ReadersOf(smoothedNotOne, columns, rows, coarse.height);
+        const Region read = ReadFootprint(notOne, columns, rows, fine.height);
+        DQImage& smoothed = *fill.fillLevels[k - 1];
+        FilterRegion(fine, *fill.scratchLevels[k - 1], smoothed, GrowRows(read, kBinomialReach),
+                     read, kBinomialTaps);
+        ForRuns(notOne, [&](int y, Span s) {
+            float* out = coarse.Row<float>(y);
+            for (int x = s.x0; x < s.x1; ++x)
+                out[x] = ResizeAt(smoothed, columns, rows, x, y);
+        });
+    }
+}
+
 // What each level of one fill computes, worked out once for all channels.
 struct FillPlan {
     // Per level: the pixels whose smoothed fill is read (level 0: the holes), the rows of the
@@ -251,14 +324,6 @@ struct FillPlan {
     // The deepest level that is computed.
     int deepest = 0;
 };
-
-Region HoleRuns(const DQImage& weights) {
-    Region whole(static_cast<size_t>(weights.height), Span{0, weights.width});
-    return ZeroWeights(weights, whole);
-}
-
-constexpr int kGaussReach = 5; // the smoothing of radius 5 reads 5 pixels either side
-constexpr int kBinomialReach = 2;
 
 FillPlan MakePlan(const DQSingleChannelFill& fill) {
     const int top = fill.topLevel;
@@ -363,7 +428,7 @@ void DivideKnownByWeight(DQImage& image, const DQImage& weights) {
 
 void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
     DQSingleChannelFill fill(1, image->width, image->height);
-    fill.LoadHoles(holes);
+    LoadWeights(fill, *holes);
     const FillPlan plan = MakePlan(fill);
     const int top = fill.topLevel;
     const int deepest = plan.deepest;
@@ -372,8 +437,6 @@ void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* 
     DQFilterKernel gauss;
     DQMakeGaussKernel(gauss, 5.0f);
     const Taps smoothing{gauss.w, gauss.n, gauss.n};
-    static constexpr float kBinomial[3] = {0.375f, 0.25f, 0.0625f};
-    const Taps binomial{kBinomial, 3, 3};
 
     // The resize taps between neighbouring levels, both ways.
     std::vector<ResizeAxis> downColumns, downRows, upColumns, upRows;
@@ -416,7 +479,7 @@ void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* 
             // Smoothed into the fill plane of level k, which is free until the fill reaches it.
             DQImage& smoothed = *fill.fillLevels[k];
             FilterRegion(*fill.valueLevels[k], *fill.scratchLevels[k], smoothed, plan.reduceRows[k],
-                         plan.reduceColumns[k], binomial);
+                         plan.reduceColumns[k], kBinomialTaps);
             DQImage& next = *fill.valueLevels[k + 1];
             ForRuns(plan.values[k + 1], [&](int y, Span s) {
                 float* out = next.Row<float>(y);
