@@ -1,7 +1,8 @@
 // Speed of the two hole fills on a 1920x1080 RGBA 8-bit frame with about 10% of its pixels in
 // holes, scattered discs of radius 2 to 24 placed with a fixed seed, as a forward warp leaves
 // them: DQVoronoiFill (nearest valid colour) and FillHoles (smooth coarse-to-fine fill of every
-// channel). Each benchmark takes the worker count as its argument. Both fills cost the same
+// channel), the latter also in its whole-frame form and on a frame with one hole of about 200
+// pixels. Each benchmark takes the worker count as its argument. Both fills cost the same
 // whatever the pixel values, so the frame is filled again in place on every iteration.
 // Beside the wall clock each reports cpu_ms, the processor time of all workers per fill: on a
 // shared machine the wall clock mostly measures the wait for a core.
@@ -109,8 +110,53 @@ void BM_FillHoles(benchmark::State& state) {
     RunFill(state, data, [&] { FillHoles(data.image.get(), data.holes.get(), nullptr); });
 }
 
+// The same fill computed over the whole frame at every level, for comparison.
+void BM_FillHolesFullFrame(benchmark::State& state) {
+    UseWorkers(static_cast<int>(state.range(0)));
+    FillData& data = Data();
+    RunFill(state, data, [&] { FillHolesFullFrame(data.image.get(), data.holes.get(), nullptr); });
+}
+
+// One hole of about 200 pixels (a disc of radius 8) in the middle of the frame, as an inverse
+// warp leaves where neither frame sees: both forms of FillHoles.
+FillData& OneHoleData() {
+    static FillData data = [] {
+        FillData d;
+        d.holes->Clear();
+        int64_t count = 0;
+        for (int y = -8; y <= 8; ++y)
+            for (int x = -8; x <= 8; ++x)
+                if (x * x + y * y <= 64) {
+                    d.holes->Row<uint8_t>(kFrameHeight / 2 + y)[kFrameWidth / 2 + x] = 255;
+                    ++count;
+                }
+        d.share = static_cast<double>(count) / (kFrameWidth * kFrameHeight);
+        return d;
+    }();
+    return data;
+}
+
+void BM_FillHolesOneHole(benchmark::State& state) {
+    UseWorkers(static_cast<int>(state.range(0)));
+    FillData& data = OneHoleData();
+    RunFill(state, data, [&] { FillHoles(data.image.get(), data.holes.get(), nullptr); });
+}
+
+void BM_FillHolesOneHoleFullFrame(benchmark::State& state) {
+    UseWorkers(static_cast<int>(state.range(0)));
+    FillData& data = OneHoleData();
+    RunFill(state, data, [&] { FillHolesFullFrame(data.image.get(), data.holes.get(), nullptr); });
+}
+
 BENCHMARK(BM_VoronoiFill)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FillHoles)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FillHolesFullFrame)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FillHolesOneHole)->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FillHolesOneHoleFullFrame)
+    ->Arg(1)
+    ->Arg(2)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 #ifdef QUELMOR_HAVE_OPENCV
 // Nearest valid pixel of every hole by OpenCV's two-pass labelled distance transform (the same

@@ -1,5 +1,6 @@
 #include "flow/HoleFill.h"
 
+#include "flow/HoleFillNear.h"
 #include "flow/PyramidSteps.h"
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
@@ -231,10 +232,14 @@ void DQSingleChannelFill::Fill(ZUIdleAndProgressClass* progress, int mode) {
     }
 }
 
-void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
-    if (!image || !holes) return;
-    if (image->width != holes->width || image->height != holes->height) return;
-    if (image->width < 1 || image->height < 1 || !image->data) return;
+namespace {
+
+// The checks common to both forms. False when there is nothing to do: sizes differ, the image is
+// empty, or nothing is a hole (every pixel would be replaced by its own value).
+bool FillIsNeeded(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
+    if (!image || !holes) return false;
+    if (image->width != holes->width || image->height != holes->height) return false;
+    if (image->width < 1 || image->height < 1 || !image->data) return false;
     if (!DQDispatchableType(image->dataType) || image->channels < 1 ||
         !HolesImageFits(*holes, image->width, image->height))
         DQThrow(kDQErrBadArgument);
@@ -242,10 +247,21 @@ void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress)
     bool anyHole = false;
     DQDispatchType(holes->dataType, [&]<class H>() { anyHole = AnyHoleRows<H>(*holes); });
     if (!anyHole) {
-        // Every pixel would be replaced by its own value.
         if (progress) progress->ReportProgress(1.0f);
-        return;
+        return false;
     }
+    return true;
+}
+
+} // namespace
+
+void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
+    if (!FillIsNeeded(image, holes, progress)) return;
+    FillHolesNearHoles(image, holes, progress);
+}
+
+void FillHolesFullFrame(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
+    if (!FillIsNeeded(image, holes, progress)) return;
 
     DQSingleChannelFill fill(1, image->width, image->height);
     // Channels are filled into a copy, so an interruption or failure part way leaves the image

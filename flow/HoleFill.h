@@ -70,3 +70,7 @@ private:
 // than one channel, DQErr 6 when `progress` (may be null) is interrupted, DQErr 1 when memory runs
 // out; in every such case the image is left as it was.
 void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress);
+// The same fill computed over the whole frame at every level. FillHoles computes only the pixels
+// that a hole can reach, through the filters' radii and the resizes' footprints, and gives the
+// same values; this form is the reference it is checked against.
+void FillHolesFullFrame(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress);

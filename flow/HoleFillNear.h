@@ -1,0 +1,15 @@
+#pragma once
+// FillHoles restricted to what the holes can reach. Every level of the coarse-to-fine fill is
+// computed only in the rows and columns that the next finer level reads: around the holes of level
+// 0 within the radius of the smoothing, at the coarser levels under the footprint of the expand
+// of the pixels that have no weight of their own, and the value pyramid only where those levels
+// read it. The arithmetic of each computed pixel is that of the whole-frame filters and resizes,
+// in the same order, so the values are the same.
+#include "image/DQImage.h"
+
+class ZUIdleAndProgressClass;
+
+// Fills `image` where `holes` is non-zero. The caller has checked the arguments (sizes, types,
+// one-channel holes) and that there is at least one hole. Errors as for FillHoles; the image is
+// written only once every channel has been filled.
+void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress);
