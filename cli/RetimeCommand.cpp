@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "cli/ChannelMix.h"
 #include "cli/Commands.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
@@ -40,6 +41,13 @@ std::vector<int> FramesToRender(const RetimeSettings& s, int from, int to) {
     return numbers;
 }
 
+std::string ChannelList(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list.append(list.empty() ? "" : ", ").append(name);
+    return list;
+}
+
 } // namespace
 
 int RunRetime(std::span<const std::string> args) {
@@ -70,6 +78,10 @@ int RunRetime(std::span<const std::string> args) {
     CheckEngineFrameSize(source->Format(), s.vectorQuality);
     OutputPlan plan{s.input, s.output, whole, {from, to}, s.overwrite, s.resume};
     plan.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
+    plan.sourceRate = source->FrameRate();
+    // The output shows moments of the source this many times a second of its time.
+    if (s.speed)
+        plan.captureRate = (plan.sourceRate > 0 ? plan.sourceRate : plan.frameRate) / *s.speed;
     if (s.printFrames) {
         CheckOutputIsNotInput(plan.input, plan.output);
         CheckOutput(s.output, from, to, plan.Options());
@@ -84,11 +96,21 @@ int RunRetime(std::span<const std::string> args) {
     if (rendered == 0) return 0;
 
     const MediaFormat& format = source->Format();
+    const std::vector<ChannelMix> mixes = MixOfChannels(format.extras, s.channelMix);
+    // The picture is mixed in the input's own alpha convention; the writer changes it where the
+    // output's format holds the other.
+    MediaFormat taken = format;
+    if (s.straightAlpha) taken.straightAlpha = *s.straightAlpha;
     StageClock clock;
-    OutputRun output(plan, format, &clock, s.threads);
+    OutputRun output(plan, taken, &clock, s.threads);
+    if (!format.extras.empty() && ExtensionOf(s.output) != "exr" && !s.quiet)
+        std::fprintf(stderr,
+                     "retime: %s keeps only the picture; the input's channels %s are left out\n",
+                     s.output.c_str(), ChannelList(format.extras).c_str());
 
     SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
+    engine.SetChannelMix(mixes);
     const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/ChannelMix.h"
 #include "cli/Media.h"
 #include "cli/ReadAhead.h"
 #include "cli/StageClock.h"
@@ -38,9 +39,12 @@ public:
                StageClock* clock = nullptr);
     ~CliQuelmor() override;
 
-    // Renders output frame `index` (counted from 0) into `out`, in the working format.
-    // Throws MediaError when a source frame cannot be read (with the reader's message) or the
-    // engine fails.
+    // How each extra channel of the source is mixed; by default as its name says.
+    void SetChannelMix(std::vector<ChannelMix> mixes);
+
+    // Renders output frame `index` (counted from 0) into `out`, in the working format, with the
+    // source's extra channels. Throws MediaError when a source frame cannot be read (with the
+    // reader's message) or the engine fails.
     void Render(int index, const EngineSettings& settings, MediaFrame& out);
 
     int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override;
@@ -52,6 +56,18 @@ public:
     int WhichScene(float time) override;
 
 private:
+    // What the engine is fed as the frames to warp: the picture; four extra channels to blend;
+    // or the positions of the pixels of the earlier (side 0) or later (side 1) source frame,
+    // from which the nearest source sample of every output pixel follows.
+    enum class Feed { Picture, Extras, Positions };
+
+    // One run of the engine for output frame `index` into `result`.
+    void RunEngine(int index, const EngineSettings& settings, long flowFromSequence,
+                   ZUImage* result);
+    void RenderExtras(int index, const EngineSettings& settings, MediaFrame& out);
+    // The image of the frames to warp for the extra passes, in the memory of `bytes`.
+    void FillFeed(const MediaFrame& source, int frame, std::vector<uint8_t>& bytes);
+
     // A source frame in the working format; the two most recent are kept, since
     // consecutive in-between frames ask for the same pair.
     const MediaFrame& WorkingFrame(int frame);
@@ -68,6 +84,13 @@ private:
     std::vector<std::vector<uint8_t>> spare_;
     // Why the source frame of the frame in hand could not be read: the message Render throws.
     std::string readFailure_;
+
+    std::vector<ChannelMix> mixes_; // one per extra channel
+    Feed feed_ = Feed::Picture;
+    std::vector<int> group_; // the extra channels of an Extras pass, up to four
+    int side_ = 0;           // the side of a Positions pass
+    float split_ = 0.0f;     // source frames up to this time are the earlier side
+    int sideFrame_ = -1;     // the source frame whose positions a Positions pass handed out
 };
 
 } // namespace quelmor::cli

@@ -8,11 +8,27 @@ namespace quelmor::cli {
 
 namespace {
 
+constexpr const char* kAlphaNames[] = {"premultiplied", "straight"};
+
 constexpr OptionSpec kRetimeOptions[] = {
-    kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
-    {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
-    kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
-    {"resume", false}, {"print-frames", false}, {"threads", true},
+    kSpeedOption,
+    {"speed-curve", true},
+    {"frame-curve", true},
+    {"scenes", true},
+    {"frames", true},
+    kInterpolationOption,
+    kQualityOption,
+    kMotionBlurOption,
+    kRateOption,
+    {"overwrite", false},
+    {"quiet", false},
+    {"timing", false},
+    {"resume", false},
+    {"print-frames", false},
+    {"threads", true},
+    // Files
+    {"channel-mix", true},
+    {.name = "alpha", .takesValue = true, .choices = kAlphaNames},
 };
 
 } // namespace
@@ -45,6 +61,8 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     s.resume = line.Has("resume");
     s.printFrames = line.Has("print-frames");
     s.threads = ThreadsOption(line);
+    if (auto v = line.Value("channel-mix")) s.channelMix = ParseChannelMix(*v);
+    if (auto v = line.Choice("alpha")) s.straightAlpha = *v == 1;
     if (s.resume && s.overwrite)
         throw UsageError("give only one of --resume (keep the frames there) and --overwrite");
     if (s.resume && !SequencePattern::Parse(s.output))

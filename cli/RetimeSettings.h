@@ -4,7 +4,9 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "ChannelMix.h"
 #include "CommandLine.h"
 
 namespace quelmor::cli {
@@ -26,7 +28,9 @@ struct RetimeSettings {
     bool printFrames = false; // print the output frame range and stop, writing nothing
     int threads = 1;          // workers of the engine and of the writers
     bool quiet = false;
-    bool timing = false; // print where the time went
+    bool timing = false;                      // print where the time went
+    std::vector<ChannelMixChoice> channelMix; // how named extra channels are mixed
+    std::optional<bool> straightAlpha;        // the input's alpha convention, when given
 };
 
 // Throws UsageError for anything missing, unknown, contradictory or out of range.

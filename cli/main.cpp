@@ -34,6 +34,19 @@ commands:
                             core this process may use)
       --quiet               no progress
       --timing              print where the time went (decoding, converting, engine, writing)
+      --channel-mix NAME=nearest|blend[,...]
+                            how extra channels (beyond R, G, B, A) are mixed between frames:
+                            nearest takes one source sample along the vectors, blend mixes like
+                            the picture; by default depth (Z, depth), ids (...id) and crypto
+                            mattes are nearest, the rest blend. NAME is a channel's whole name
+                            or the part after its last dot
+      --alpha premultiplied|straight
+                            how the input's colour relates to its alpha; by default as its
+                            format says: EXR premultiplied, PNG and TGA straight, TIFF as it is
+                            marked (straight when marked unassociated, else premultiplied).
+                            Colour is mixed in the input's convention and written in the
+                            output's (EXR premultiplied, PNG and TGA straight, TIFF and DPX as
+                            the input)
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
       --speed S  --interpolation NAME  --quality NAME  --motion-blur X
       --fields-in none|lower|upper  --fields-out none|lower|upper
