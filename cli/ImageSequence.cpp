@@ -355,7 +355,9 @@ public:
                        format_.straightAlpha != source.straightAlpha;
         // EXR holds every channel of the source under its name and in its type; other formats
         // hold the picture only.
-        everyChannel_ = ext == "exr" && !source.fileChannels.empty();
+        everyChannel_ =
+            ext == "exr" && !source.fileChannels.empty() &&
+            source.fileChannels.size() == std::size_t(source.channels) + source.extras.size();
         if (everyChannel_) {
             for (FileChannel& c : format_.fileChannels)
                 c.stored = int(ExrTypeOf(c, format_.channels).basetype);

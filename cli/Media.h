@@ -61,6 +61,8 @@ struct WriteOptions {
     // Moments per second of the source's time that the output shows (its rate over the speed);
     // 0 when the speed changes over the clip.
     double captureRate = 0.0;
+    // A video file whose sound a video output carries as it is, or "".
+    std::string audioFrom;
     // Frame numbers of the whole output of the run's timing, where known. A file of an image
     // sequence outside them belongs to no run of this timing: without `overwrite` it stops the
     // run, as the folder would hold a sequence that no run made; with it, a finished run removes

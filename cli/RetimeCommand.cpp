@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <optional>
 #include <vector>
 
 #include "cli/ChannelMix.h"
+#include "cli/CommandLine.h"
 #include "cli/Commands.h"
 #include "cli/Keyframes.h"
 #include "cli/Media.h"
@@ -15,6 +17,7 @@
 #include "cli/SequencePattern.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
+#include "cli/VideoFile.h"
 #include "image/Parallel.h"
 #include "sparkhost/DirectWorkers.h"
 
@@ -22,10 +25,26 @@ namespace quelmor::cli {
 
 namespace {
 
-Timing TimingOf(const RetimeSettings& s) {
+// Frames per second of the input: given, or as the file says; 0 when neither says.
+double InputRate(const RetimeSettings& s, const MediaReader& source) {
+    return s.inputFps ? *s.inputFps : source.FrameRate();
+}
+
+// Source frames per output frame: given, or from the output's rate at the input's pace.
+std::optional<double> ConstantSpeed(const RetimeSettings& s, const MediaReader& source) {
+    if (s.speed) return s.speed;
+    if (!s.fps) return std::nullopt;
+    const double input = InputRate(s, source);
+    if (!(input > 0))
+        throw UsageError("--fps needs the input's frame rate, which " + s.input +
+                         " does not hold: give it with --input-fps");
+    return input / *s.fps;
+}
+
+Timing TimingOf(const RetimeSettings& s, const MediaReader& source) {
     if (s.speedCurve) return Timing::SpeedCurve(Keyframes::Load(*s.speedCurve));
     if (s.frameCurve) return Timing::FrameCurve(Keyframes::Load(*s.frameCurve));
-    return Timing::Constant(*s.speed);
+    return Timing::Constant(*ConstantSpeed(s, source));
 }
 
 // The output frames from `from` to `to` still to render: all of them, or with `resume` those that
@@ -39,6 +58,26 @@ std::vector<int> FramesToRender(const RetimeSettings& s, int from, int to) {
     for (int number = from; number <= to; ++number)
         if (!there[std::size_t(number - from)]) numbers.push_back(number);
     return numbers;
+}
+
+// The input whose sound a video output carries: the input itself, when it has sound that the
+// output's container can hold and the output plays at the input's pace (the same length, only
+// another frame rate). Otherwise the sound is left out, with a note.
+std::string AudioToCarry(const RetimeSettings& s, const OutputPlan& plan,
+                         std::optional<double> speed) {
+    if (!IsVideoPath(s.input) || !IsVideoPath(s.output)) return "";
+    const std::string codec = AudioOf(s.input, s.output);
+    if (codec.empty()) return "";
+    const bool samePace = speed && plan.sourceRate > 0 &&
+                          std::fabs(*speed * plan.frameRate / plan.sourceRate - 1.0) < 1e-6;
+    const char* why = !samePace         ? "the output plays at another speed"
+                      : codec[0] == '!' ? "its codec cannot go into this container"
+                                        : nullptr;
+    if (!why) return s.input;
+    if (!s.quiet)
+        std::fprintf(stderr, "retime: the sound of %s (%s) is left out: %s\n", s.input.c_str(),
+                     codec.c_str() + (codec[0] == '!'), why);
+    return "";
 }
 
 std::string ChannelList(const std::vector<std::string>& names) {
@@ -56,7 +95,7 @@ int RunRetime(std::span<const std::string> args) {
     const RetimeSettings s = ParseRetimeSettings(args);
     SetCodecThreads(s.threads);
     auto source = OpenMedia(s.input);
-    const Timing timing = TimingOf(s);
+    const Timing timing = TimingOf(s, *source);
     std::optional<SparkCurve> scenes;
     if (s.scenes) scenes = SceneCurve(Keyframes::Load(*s.scenes));
 
@@ -77,17 +116,21 @@ int RunRetime(std::span<const std::string> args) {
     }
     CheckEngineFrameSize(source->Format(), s.vectorQuality);
     OutputPlan plan{s.input, s.output, whole, {from, to}, s.overwrite, s.resume};
-    plan.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
-    plan.sourceRate = source->FrameRate();
+    plan.sourceRate = InputRate(s, *source);
+    plan.frameRate = s.fps                 ? *s.fps
+                     : s.rate > 0          ? s.rate
+                     : plan.sourceRate > 0 ? plan.sourceRate
+                                           : 25.0;
     // The output shows moments of the source this many times a second of its time.
-    if (s.speed)
-        plan.captureRate = (plan.sourceRate > 0 ? plan.sourceRate : plan.frameRate) / *s.speed;
+    if (const auto speed = ConstantSpeed(s, *source))
+        plan.captureRate = (plan.sourceRate > 0 ? plan.sourceRate : plan.frameRate) / *speed;
     if (s.printFrames) {
         CheckOutputIsNotInput(plan.input, plan.output);
         CheckOutput(s.output, from, to, plan.Options());
         std::printf("%d-%d\n", from, to);
         return 0;
     }
+    plan.audioFrom = AudioToCarry(s, plan, ConstantSpeed(s, *source));
     const std::vector<int> numbers = FramesToRender(s, from, to);
     const int rendered = int(numbers.size());
     if (s.resume && !s.quiet)
@@ -103,7 +146,8 @@ int RunRetime(std::span<const std::string> args) {
     if (s.straightAlpha) taken.straightAlpha = *s.straightAlpha;
     StageClock clock;
     OutputRun output(plan, taken, &clock, s.threads);
-    if (!format.extras.empty() && ExtensionOf(s.output) != "exr" && !s.quiet)
+    const bool keepsExtras = ExtensionOf(s.output) == "exr";
+    if (!format.extras.empty() && !keepsExtras && !s.quiet)
         std::fprintf(stderr,
                      "retime: %s keeps only the picture; the input's channels %s are left out\n",
                      s.output.c_str(), ChannelList(format.extras).c_str());
@@ -111,6 +155,7 @@ int RunRetime(std::span<const std::string> args) {
     SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
     engine.SetChannelMix(mixes);
+    engine.KeepExtraChannels(keepsExtras);
     const EngineSettings settings{s.interpolation, s.vectorQuality, s.motionBlur};
 
     Progress progress("retime", rendered, Progress::StyleFor(stderr, s.quiet));

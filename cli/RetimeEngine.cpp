@@ -194,7 +194,7 @@ void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& o
     out.format = working_;
     out.pixels = std::move(result.pixels);
     out.extra.clear();
-    if (!working_.extras.empty()) RenderExtras(index, settings, out);
+    if (keepExtras_ && !working_.extras.empty()) RenderExtras(index, settings, out);
 }
 
 void CliQuelmor::FillFeed(const MediaFrame& source, int frame, std::vector<uint8_t>& bytes) {

@@ -41,6 +41,8 @@ public:
 
     // How each extra channel of the source is mixed; by default as its name says.
     void SetChannelMix(std::vector<ChannelMix> mixes);
+    // Whether Render makes the extra channels (on by default); off for outputs that hold none.
+    void KeepExtraChannels(bool keep) { keepExtras_ = keep; }
 
     // Renders output frame `index` (counted from 0) into `out`, in the working format, with the
     // source's extra channels. Throws MediaError when a source frame cannot be read (with the
@@ -86,6 +88,7 @@ private:
     std::string readFailure_;
 
     std::vector<ChannelMix> mixes_; // one per extra channel
+    bool keepExtras_ = true;
     Feed feed_ = Feed::Picture;
     std::vector<int> group_; // the extra channels of an Extras pass, up to four
     int side_ = 0;           // the side of a Positions pass

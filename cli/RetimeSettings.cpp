@@ -9,27 +9,22 @@ namespace quelmor::cli {
 namespace {
 
 constexpr const char* kAlphaNames[] = {"premultiplied", "straight"};
+constexpr OptionSpec kAlphaOption{.name = "alpha", .takesValue = true, .choices = kAlphaNames};
+// Frame rates as --rate takes them.
+constexpr OptionSpec kFpsOption{
+    .name = "fps", .takesValue = true, .min = 0, .minExcluded = true, .max = 1000};
+constexpr OptionSpec kInputFpsOption{
+    .name = "input-fps", .takesValue = true, .min = 0, .minExcluded = true, .max = 1000};
 
+// clang-format off
 constexpr OptionSpec kRetimeOptions[] = {
-    kSpeedOption,
-    {"speed-curve", true},
-    {"frame-curve", true},
-    {"scenes", true},
-    {"frames", true},
-    kInterpolationOption,
-    kQualityOption,
-    kMotionBlurOption,
-    kRateOption,
-    {"overwrite", false},
-    {"quiet", false},
-    {"timing", false},
-    {"resume", false},
-    {"print-frames", false},
-    {"threads", true},
-    // Files
-    {"channel-mix", true},
-    {.name = "alpha", .takesValue = true, .choices = kAlphaNames},
+    kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
+    {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
+    kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
+    {"resume", false}, {"print-frames", false}, {"threads", true},
+    {"channel-mix", true}, kAlphaOption, kFpsOption, kInputFpsOption,
 };
+// clang-format on
 
 } // namespace
 
@@ -45,11 +40,17 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     s.speedCurve = line.Value("speed-curve");
     s.frameCurve = line.Value("frame-curve");
     s.scenes = line.Value("scenes");
-    const int timings =
-        int(s.speed.has_value()) + int(s.speedCurve.has_value()) + int(s.frameCurve.has_value());
+    s.fps = line.Number("fps");
+    s.inputFps = line.Number("input-fps");
+    const int timings = int(s.speed.has_value()) + int(s.speedCurve.has_value()) +
+                        int(s.frameCurve.has_value()) + int(s.fps.has_value());
     if (timings == 0)
-        throw UsageError("quelmor retime needs --speed, --speed-curve or --frame-curve");
-    if (timings > 1) throw UsageError("give only one of --speed, --speed-curve and --frame-curve");
+        throw UsageError("quelmor retime needs --speed, --fps, --speed-curve or --frame-curve");
+    if (timings > 1)
+        throw UsageError("give only one of --speed, --fps, --speed-curve and --frame-curve");
+    if (s.fps && line.Has("rate"))
+        throw UsageError("give only one of --fps (the output's rate, at the input's pace) and "
+                         "--rate");
     if (auto v = line.Value("frames")) s.frames = ParseFrameRange(*v);
     s.interpolation = line.Choice("interpolation").value_or(s.interpolation);
     s.vectorQuality = line.Choice("quality").value_or(s.vectorQuality);

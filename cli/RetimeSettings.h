@@ -31,6 +31,8 @@ struct RetimeSettings {
     bool timing = false;                      // print where the time went
     std::vector<ChannelMixChoice> channelMix; // how named extra channels are mixed
     std::optional<bool> straightAlpha;        // the input's alpha convention, when given
+    std::optional<double> fps;                // output frames per second, the timing following
+    std::optional<double> inputFps;           // frames per second of the input, when given
 };
 
 // Throws UsageError for anything missing, unknown, contradictory or out of range.

@@ -17,6 +17,10 @@ constexpr const char* kUsage = R"(usage: quelmor COMMAND ARGUMENTS [options]
 commands:
   retime INPUT OUTPUT   retime a clip with the engine
       --speed S             source frames per output frame (0.25: four times slower)
+      --fps F               output frames per second at the input's pace (24 fps to --fps 60
+                            makes 2.5 times the frames); the input's rate comes from a video
+                            file, an image sequence's metadata or --input-fps
+      --input-fps F         frames per second of the input, over what it says
       --speed-curve FILE    keyed speed per output frame ("frame value" lines, linear between keys)
       --frame-curve FILE    keyed source frame per output frame
       --scenes FILE         keyed scene per source frame (held values: 0/1 cut A, 2 cut B, 3 cut C,
