@@ -110,11 +110,12 @@ bool StraightAlphaIn(const oiio::ImageSpec& header, const std::string& ext) {
 }
 
 // The convention of a file written with extension `ext` for a source of convention `source`:
-// PNG and TGA hold straight colour, EXR premultiplied; TIFF and DPX hold either, as the source.
-bool StraightAlphaOut(const std::string& ext, bool source) {
-    if (ext == "png" || ext == "tga") return true;
-    if (ext == "exr" || ext == "hdr") return false;
-    return source;
+// PNG and TGA hold straight colour, EXR premultiplied; TIFF and DPX hold either, as the source
+// (straight, marked so, when it does not say).
+AlphaConvention AlphaOut(const std::string& ext, AlphaConvention source) {
+    if (ext == "png" || ext == "tga") return AlphaConvention::Straight;
+    if (ext == "exr" || ext == "hdr") return AlphaConvention::Premultiplied;
+    return source == AlphaConvention::Unsaid ? AlphaConvention::Straight : source;
 }
 
 // Multiplies colour by alpha (`straighten` false) or divides it (true), on float samples;
@@ -165,7 +166,9 @@ MediaFormat ReadHeader(const std::string& path) {
         if (SampleBytes(f.fileChannels[size_t(c)].sample) > SampleBytes(f.sample))
             f.sample = f.fileChannels[size_t(c)].sample;
     f.attributes = CarriedAttributes(header);
-    f.straightAlpha = f.HasAlpha() && StraightAlphaIn(header, ExtensionOf(path));
+    if (f.HasAlpha())
+        f.alpha = StraightAlphaIn(header, ExtensionOf(path)) ? AlphaConvention::Straight
+                                                             : AlphaConvention::Premultiplied;
     return f;
 }
 
@@ -350,9 +353,9 @@ public:
         format_.sample = OutputSampleFor(source.sample, ExtensionOf(pattern.Text()));
         const std::string ext = ExtensionOf(pattern.Text());
         if (ext == "jpg" || ext == "jpeg") format_.channels = format_.channels >= 3 ? 3 : 1;
-        format_.straightAlpha = StraightAlphaOut(ext, source.straightAlpha);
+        format_.alpha = AlphaOut(ext, source.alpha);
         changeAlpha_ = format_.HasAlpha() && source.HasAlpha() &&
-                       format_.straightAlpha != source.straightAlpha;
+                       source.alpha != AlphaConvention::Unsaid && format_.alpha != source.alpha;
         // EXR holds every channel of the source under its name and in its type; other formats
         // hold the picture only.
         everyChannel_ =
@@ -398,7 +401,7 @@ public:
         }
         if (changeAlpha_) {
             if (source != &converted) converted = frame;
-            ChangeAlphaConvention(converted, format_.straightAlpha);
+            ChangeAlphaConvention(converted, format_.alpha == AlphaConvention::Straight);
             source = &converted;
         }
         const std::string final = pattern_.Path(number);
@@ -544,7 +547,8 @@ private:
             header.channelnames = {std::string("Y"), std::string("A")};
         if (format_.HasAlpha()) {
             header.alpha_channel = format_.channels - 1;
-            if (format_.straightAlpha) header.attribute("oiio:UnassociatedAlpha", 1);
+            if (format_.alpha == AlphaConvention::Straight)
+                header.attribute("oiio:UnassociatedAlpha", 1);
         }
         return header;
     }

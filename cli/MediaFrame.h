@@ -30,6 +30,8 @@ struct FileChannel {
 // here; the image files' side reads and writes them.
 struct FileAttributes;
 
+enum class AlphaConvention { Unsaid, Premultiplied, Straight };
+
 struct MediaFormat {
     MediaFormat() = default;
     // A frame of samples only: no windows, names or attributes of a file.
@@ -53,9 +55,10 @@ struct MediaFormat {
     // Channels beyond the picture's, in slot order: depth, mattes, ids, render passes.
     std::vector<std::string> extras;
     std::shared_ptr<const FileAttributes> attributes;
-    // Colour not multiplied by alpha (PNG, TGA, TIFF that says so); otherwise colour is
-    // premultiplied (EXR and the rest). Only meaningful with alpha.
-    bool straightAlpha = false;
+    // How colour relates to alpha, as the file says: multiplied by it (EXR and most formats) or
+    // straight (PNG, TGA, TIFF that says so); frames made in memory leave it unsaid, and are
+    // written as they are.
+    AlphaConvention alpha = AlphaConvention::Unsaid;
 
     bool HasAlpha() const { return channels == 2 || channels == 4; }
     bool HasDisplayWindow() const { return displayWidth > 0 && displayHeight > 0; }

@@ -143,7 +143,8 @@ int RunRetime(std::span<const std::string> args) {
     // The picture is mixed in the input's own alpha convention; the writer changes it where the
     // output's format holds the other.
     MediaFormat taken = format;
-    if (s.straightAlpha) taken.straightAlpha = *s.straightAlpha;
+    if (s.straightAlpha && taken.HasAlpha())
+        taken.alpha = *s.straightAlpha ? AlphaConvention::Straight : AlphaConvention::Premultiplied;
     StageClock clock;
     OutputRun output(plan, taken, &clock, s.threads);
     const bool keepsExtras = ExtensionOf(s.output) == "exr";

@@ -11,7 +11,9 @@
 #include "cli/ChannelMix.h"
 #include "cli/CommandLine.h"
 #include "cli/FileAttributes.h"
+#include "cli/RetimeEngine.h"
 #include "cli/SequencePattern.h"
+#include "engine/EngineInternal.h"
 
 namespace quelmor::cli::test {
 namespace {
@@ -374,6 +376,56 @@ TEST_F(FileLayout, ChannelMixNamingNoChannelIsRefused) {
     EXPECT_EQ(bad.status, 2);
     EXPECT_NE(bad.err.find("not an extra channel of the input (Z)"), std::string::npos) << bad.err;
     EXPECT_EQ(FolderState(dir_), state);
+}
+
+// Frames of 64x32 with a bright square moving right, and `extras` extra channels.
+std::vector<MediaFrame> MovingSquare(int frames, int extras) {
+    std::vector<MediaFrame> clip;
+    for (int i = 0; i < frames; ++i) {
+        MediaFormat format(64, 32, 3, SampleType::Float);
+        for (int k = 0; k < extras; ++k)
+            format.extras.push_back(std::string(1, char('a' + k)));
+        MediaFrame frame;
+        frame.Allocate(format);
+        for (int y = 0; y < 32; ++y)
+            for (int x = 0; x < 64; ++x) {
+                const bool square = x >= 10 + 4 * i && x < 22 + 4 * i && y >= 10 && y < 22;
+                float* p = frame.Row<float>(y) + x * 3;
+                for (int c = 0; c < 3; ++c)
+                    p[c] = square ? 0.9f : Texture(x, y, c);
+                for (int k = 0; k < extras; ++k)
+                    frame.extra[(std::size_t(y) * 64 + std::size_t(x)) * std::size_t(extras) +
+                                std::size_t(k)] = square ? 3.0f + float(k) : 10.0f;
+            }
+        clip.push_back(std::move(frame));
+    }
+    return clip;
+}
+
+TEST(ExtraChannelsTest, ReuseThePictureFlowsAndMatchAcrossMixes) {
+    // Six extra channels: two engine passes of blended channels and the two passes of positions
+    // for the nearest ones, with no flow computed beyond the picture's.
+    const Timing quarter = Timing::Constant(0.25);
+    FramesReader plain(MovingSquare(3, 0)), rich(MovingSquare(3, 6));
+    CliQuelmor a(plain, quarter, nullptr), b(rich, quarter, nullptr);
+    std::vector<ChannelMix> mixes(6, ChannelMix::Blend);
+    mixes[1] = mixes[4] = ChannelMix::Nearest;
+    b.SetChannelMix(mixes);
+    const EngineSettings settings{.interpolation = 1, .vectorQuality = 2};
+    for (int i = 0; i < 9; ++i) {
+        MediaFrame pa, pb;
+        a.Render(i, settings, pa);
+        b.Render(i, settings, pb);
+        EXPECT_EQ(pa.pixels, pb.pixels) << "the picture does not change with extras, frame " << i;
+        ASSERT_EQ(pb.extra.size(), std::size_t(64 * 32 * 6));
+        for (std::size_t p = 0; p < pb.extra.size(); p += 6)
+            for (int k : {1, 4})
+                ASSERT_TRUE(pb.extra[p + std::size_t(k)] == 10.0f ||
+                            pb.extra[p + std::size_t(k)] == 3.0f + float(k))
+                    << "a nearest channel holds a source value, frame " << i;
+    }
+    EXPECT_GT(a.internal->flowRuns, 0);
+    EXPECT_EQ(b.internal->flowRuns, a.internal->flowRuns);
 }
 
 TEST(ChannelMixTest, ChoosesByNameAndByOption) {
