@@ -1,6 +1,7 @@
 #include "ImageSequence.h"
 
 #include "ChannelCopy.h"
+#include "FileAttributes.h"
 #include "FrameIntegrity.h"
 
 #include <OpenImageIO/filesystem.h>
@@ -70,10 +71,11 @@ std::string Why(std::string text) {
     return text.empty() ? "the file is damaged" : text;
 }
 
-// Channels read from a file whose header is `header`: grey, grey and alpha, RGB or RGBA as they
-// come; of more, the leading R, G, B and A when they are named so. Anything else is refused,
-// since reading it as colour would make up a picture.
-int ChannelsToRead(const oiio::ImageSpec& header, const std::string& path) {
+// Channels of the picture in a file whose header is `header`: grey, grey and alpha, RGB or RGBA
+// as they come; of more, the leading R, G, B and A when they are named so. The channels after
+// the picture's are read too, as extra channels. Anything else is refused, since reading it as
+// colour would make up a picture.
+int PictureChannels(const oiio::ImageSpec& header, const std::string& path) {
     const int n = header.nchannels;
     auto refuse = [&](const char* what) {
         std::string text = "input frame " + path + " has " + std::to_string(n) + " channels (";
@@ -86,7 +88,8 @@ int ChannelsToRead(const oiio::ImageSpec& header, const std::string& path) {
     if (n == 2 && header.alpha_channel != 1) throw refuse(" that are not grey and alpha");
     if (n <= 3) return n;
     // Of four or more, colour first and alpha fourth when the file marks it so (a fourth channel
-    // such as depth is left out); of more than four, only channels named R, G and B are colour.
+    // such as depth is an extra channel); of more than four, only channels named R, G and B are
+    // colour.
     const int read = header.alpha_channel == 3 ? 4 : 3;
     auto named = [&](int i, const char* name) {
         return i < int(header.channelnames.size()) && header.channelnames[size_t(i)] == name;
@@ -96,6 +99,46 @@ int ChannelsToRead(const oiio::ImageSpec& header, const std::string& path) {
                  "(and A) of more");
 }
 
+// Whether a file's colour is straight (not multiplied by alpha): always in PNG, in TGA unless it
+// says premultiplied, in TIFF when it says unassociated; EXR and the others premultiply.
+bool StraightAlphaIn(const oiio::ImageSpec& header, const std::string& ext) {
+    if (ext == "png") return true;
+    if (ext == "tga") return header.get_int_attribute("targa:alpha_type", 3) != 4;
+    if (ext == "tif" || ext == "tiff")
+        return header.get_int_attribute("tiff:UnassociatedAlpha") != 0;
+    return false;
+}
+
+// The convention of a file written with extension `ext` for a source of convention `source`:
+// PNG and TGA hold straight colour, EXR premultiplied; TIFF and DPX hold either, as the source
+// (straight, marked so, when it does not say).
+AlphaConvention AlphaOut(const std::string& ext, AlphaConvention source) {
+    if (ext == "png" || ext == "tga") return AlphaConvention::Straight;
+    if (ext == "exr" || ext == "hdr") return AlphaConvention::Premultiplied;
+    return source == AlphaConvention::Unsaid ? AlphaConvention::Straight : source;
+}
+
+// Multiplies colour by alpha (`straighten` false) or divides it (true), on float samples;
+// colour under zero alpha becomes zero.
+void ChangeAlphaConvention(MediaFrame& frame, bool straighten) {
+    const MediaFormat f = frame.format;
+    MediaFormat asFloat(f.width, f.height, f.channels, SampleType::Float);
+    MediaFrame values;
+    ConvertFrame(frame, asFloat, values);
+    const int colours = f.channels - 1;
+    float* p = values.Row<float>(0);
+    const std::size_t pixels = std::size_t(f.width) * std::size_t(f.height);
+    for (std::size_t i = 0; i < pixels; ++i, p += f.channels) {
+        const float alpha = p[colours];
+        for (int c = 0; c < colours; ++c)
+            p[c] = straighten ? (alpha > 0.0f ? p[c] / alpha : 0.0f) : p[c] * alpha;
+    }
+    MediaFormat back(f.width, f.height, f.channels, f.sample);
+    MediaFrame converted;
+    ConvertFrame(values, back, converted);
+    frame.pixels = std::move(converted.pixels);
+}
+
 MediaFormat ReadHeader(const std::string& path) {
     auto in = oiio::ImageInput::open(path);
     if (!in) throw MediaError("cannot read " + path + ": " + Why(oiio::geterror()));
@@ -103,9 +146,53 @@ MediaFormat ReadHeader(const std::string& path) {
     MediaFormat f;
     f.width = header.width;
     f.height = header.height;
-    f.channels = ChannelsToRead(header, path);
-    f.sample = SampleOf(header.format);
+    f.x = header.x;
+    f.y = header.y;
+    f.displayX = header.full_x;
+    f.displayY = header.full_y;
+    f.displayWidth = header.full_width;
+    f.displayHeight = header.full_height;
+    f.channels = PictureChannels(header, path);
+    f.sample = SampleOf(header.channelformat(0));
+    for (int c = 0; c < header.nchannels; ++c) {
+        const oiio::TypeDesc type = header.channelformat(c);
+        const std::string name =
+            c < int(header.channelnames.size()) ? header.channelnames[size_t(c)] : std::string();
+        f.fileChannels.push_back({name, SampleOf(type), c, int(type.basetype)});
+        if (c >= f.channels) f.extras.push_back(name);
+    }
+    // The picture's channels take one type: the widest of theirs.
+    for (int c = 1; c < f.channels; ++c)
+        if (SampleBytes(f.fileChannels[size_t(c)].sample) > SampleBytes(f.sample))
+            f.sample = f.fileChannels[size_t(c)].sample;
+    f.attributes = CarriedAttributes(header);
+    if (f.HasAlpha())
+        f.alpha = StraightAlphaIn(header, ExtensionOf(path)) ? AlphaConvention::Straight
+                                                             : AlphaConvention::Premultiplied;
     return f;
+}
+
+bool SameDisplay(const MediaFormat& a, const MediaFormat& b) {
+    return a.displayX == b.displayX && a.displayY == b.displayY &&
+           a.displayWidth == b.displayWidth && a.displayHeight == b.displayHeight;
+}
+
+bool SameChannels(const MediaFormat& a, const MediaFormat& b) {
+    if (a.channels != b.channels || a.fileChannels.size() != b.fileChannels.size()) return false;
+    for (std::size_t c = 0; c < a.fileChannels.size(); ++c)
+        if (a.fileChannels[c].name != b.fileChannels[c].name) return false;
+    return true;
+}
+
+// Grows the data window of `into` to hold that of `f` too.
+void UniteWindows(MediaFormat& into, const MediaFormat& f) {
+    const int x0 = std::min(into.x, f.x), y0 = std::min(into.y, f.y);
+    const int x1 = std::max(into.x + into.width, f.x + f.width);
+    const int y1 = std::max(into.y + into.height, f.y + f.height);
+    into.x = x0;
+    into.y = y0;
+    into.width = x1 - x0;
+    into.height = y1 - y0;
 }
 
 // Refuses a frame whose damage shows without decoding it.
@@ -181,22 +268,32 @@ public:
         // Every header is read now, and every frame checked for damage that shows without
         // decoding, so that a frame of another size or a truncated one stops the run before any
         // output.
+        // Frames whose data window changes inside one display window (renders that crop to
+        // what they drew) are read into the union of their windows, zero outside their own.
         format_ = ReadHeader(pattern.Path(first_));
+        const MediaFormat firstFrame = format_;
         for (int i = 0; i < count_; ++i) {
             CheckVisibleDamage(pattern.Path(first_ + i));
             if (i == 0) continue;
             const MediaFormat f = ReadHeader(pattern.Path(first_ + i));
-            if (!f.SameSize(format_) || f.channels != format_.channels)
+            const bool windowed =
+                firstFrame.HasDisplayWindow() && SameDisplay(f, firstFrame) &&
+                (!f.SameSize(firstFrame) || f.x != firstFrame.x || f.y != firstFrame.y);
+            if ((!windowed &&
+                 (!f.SameSize(firstFrame) || f.x != firstFrame.x || f.y != firstFrame.y)) ||
+                !SameChannels(f, firstFrame))
                 throw MediaError("input frame " + pattern.Path(first_ + i) + " is " + Describe(f) +
-                                 " but the first frame is " + Describe(format_) +
+                                 " but the first frame is " + Describe(firstFrame) +
                                  ": all frames of a sequence must have one size");
+            UniteWindows(format_, f);
         }
+        rate_ = AttributeFrameRate(format_.attributes.get());
     }
 
     const MediaFormat& Format() const override { return format_; }
     int FrameCount() const override { return count_; }
     int FirstNumber() const override { return first_; }
-    double FrameRate() const override { return 0.0; }
+    double FrameRate() const override { return rate_; }
 
     void Read(int index, MediaFrame& frame) override {
         if (index < 0 || index >= count_)
@@ -208,15 +305,32 @@ public:
         auto in = oiio::ImageInput::open(path, &config);
         if (!in) throw MediaError("cannot read " + path + ": " + Why(oiio::geterror()));
         const oiio::ImageSpec& header = in->spec();
-        if (header.width != format_.width || header.height != format_.height ||
-            ChannelsToRead(header, path) != format_.channels)
+        const int left = header.x - format_.x, top = header.y - format_.y;
+        if (left < 0 || top < 0 || left + header.width > format_.width ||
+            top + header.height > format_.height ||
+            header.nchannels != int(format_.fileChannels.size()) ||
+            PictureChannels(header, path) != format_.channels)
             throw MediaError("input frame " + path + " changed its format while reading");
         CheckVisibleDamage(path);
         frame.Allocate(format_);
+        // The frame's own data window inside the sequence's: rows of the sequence's stride.
+        const std::size_t pixelBytes = std::size_t(format_.channels) * SampleBytes(format_.sample);
+        std::uint8_t* picture = frame.pixels.data() + std::size_t(top) * format_.RowBytes() +
+                                std::size_t(left) * pixelBytes;
         // Some readers report damage (a premature end of a JPEG, a short TIFF strip) only as an
         // error kept on the reader, with the missing rows zero and success returned.
-        const bool read =
-            in->read_image(0, 0, 0, format_.channels, TypeOf(format_.sample), frame.pixels.data());
+        bool read = in->read_image(0, 0, 0, format_.channels, TypeOf(format_.sample), picture,
+                                   oiio::stride_t(pixelBytes), oiio::stride_t(format_.RowBytes()));
+        const std::size_t extras = format_.extras.size();
+        if (read && extras > 0) {
+            float* extra =
+                frame.extra.data() +
+                (std::size_t(top) * std::size_t(format_.width) + std::size_t(left)) * extras;
+            read =
+                in->read_image(0, 0, format_.channels, header.nchannels, oiio::TypeDesc::FLOAT,
+                               extra, oiio::stride_t(extras * sizeof(float)),
+                               oiio::stride_t(std::size_t(format_.width) * extras * sizeof(float)));
+        }
         if (!read || in->has_error())
             throw MediaError("cannot read " + path + ": " + Why(in->geterror()));
     }
@@ -226,6 +340,7 @@ private:
     MediaFormat format_;
     int first_ = 0;
     int count_ = 0;
+    double rate_ = 0.0;
 };
 
 class SequenceWriter final : public MediaWriter {
@@ -238,6 +353,24 @@ public:
         format_.sample = OutputSampleFor(source.sample, ExtensionOf(pattern.Text()));
         const std::string ext = ExtensionOf(pattern.Text());
         if (ext == "jpg" || ext == "jpeg") format_.channels = format_.channels >= 3 ? 3 : 1;
+        format_.alpha = AlphaOut(ext, source.alpha);
+        changeAlpha_ = format_.HasAlpha() && source.HasAlpha() &&
+                       source.alpha != AlphaConvention::Unsaid && format_.alpha != source.alpha;
+        // EXR holds every channel of the source under its name and in its type; other formats
+        // hold the picture only.
+        everyChannel_ =
+            ext == "exr" && !source.fileChannels.empty() &&
+            source.fileChannels.size() == std::size_t(source.channels) + source.extras.size();
+        if (everyChannel_) {
+            for (FileChannel& c : format_.fileChannels)
+                c.stored = int(ExrTypeOf(c, format_.channels).basetype);
+            for (int c = 0; c < format_.channels; ++c)
+                if (format_.fileChannels[size_t(c)].stored == oiio::TypeDesc::FLOAT)
+                    format_.sample = SampleType::Float;
+        } else {
+            format_.fileChannels.clear();
+            format_.extras.clear();
+        }
     }
 
     // Frames not yet in place are removed; the ones of the same names stay as they were. A
@@ -266,6 +399,11 @@ public:
             ConvertFrame(frame, format_, converted);
             source = &converted;
         }
+        if (changeAlpha_) {
+            if (source != &converted) converted = frame;
+            ChangeAlphaConvention(converted, format_.alpha == AlphaConvention::Straight);
+            source = &converted;
+        }
         const std::string final = pattern_.Path(number);
         const std::string temp = pattern_.TempPath(number);
         auto out = oiio::ImageOutput::create(final);
@@ -274,8 +412,11 @@ public:
         // notice a short write; a full disk must fail the frame, not truncate it.
         std::vector<unsigned char> encoded;
         oiio::Filesystem::IOVecOutput memory(encoded);
-        bool ok = out->set_ioproxy(&memory) && out->open(final, Header()) &&
-                  out->write_image(TypeOf(format_.sample), source->pixels.data());
+        std::vector<float> all;
+        if (everyChannel_) Interleave(*source, frame, all);
+        bool ok = out->set_ioproxy(&memory) && out->open(final, Header(number)) &&
+                  (everyChannel_ ? out->write_image(oiio::TypeDesc::FLOAT, all.data())
+                                 : out->write_image(TypeOf(format_.sample), source->pixels.data()));
         ok = out->close() && ok;
         if (!ok) throw MediaError("cannot encode " + final + ": " + out->geterror());
         // The frame waits under its hidden name until the whole run has succeeded.
@@ -317,9 +458,76 @@ public:
     }
 
 private:
-    oiio::ImageSpec Header() const {
+    // The type an EXR channel is written in: halves and floats as they were, 32-bit integers
+    // (object ids) as such; other integers as halves in the picture and floats beside it.
+    static oiio::TypeDesc ExrTypeOf(const FileChannel& c, int pictureChannels) {
+        switch (c.stored) {
+        case oiio::TypeDesc::HALF:
+        case oiio::TypeDesc::FLOAT:
+            return oiio::TypeDesc(oiio::TypeDesc::BASETYPE(c.stored));
+        case oiio::TypeDesc::UINT:
+        case oiio::TypeDesc::INT:
+            return oiio::TypeDesc::UINT;
+        default:
+            return c.slot < pictureChannels ? oiio::TypeDesc::HALF : oiio::TypeDesc::FLOAT;
+        }
+    }
+
+    // Every channel of a frame as floats in the source file's order: the picture's from
+    // `picture` (in the writer's format), the extra ones from `frame`.
+    void Interleave(const MediaFrame& picture, const MediaFrame& frame,
+                    std::vector<float>& all) const {
+        const std::size_t pixels = std::size_t(format_.width) * std::size_t(format_.height);
+        const std::size_t n = format_.fileChannels.size(), extras = format_.extras.size();
+        const int colours = format_.channels;
+        std::vector<float> colour(pixels * std::size_t(colours));
+        oiio::convert_types(TypeOf(format_.sample), picture.pixels.data(), oiio::TypeDesc::FLOAT,
+                            colour.data(), int(colour.size()));
+        const bool haveExtras = frame.extra.size() == pixels * extras;
+        all.assign(pixels * n, 0.0f);
+        for (std::size_t c = 0; c < n; ++c) {
+            const int slot = format_.fileChannels[c].slot;
+            float* to = all.data() + c;
+            if (slot < colours) {
+                const float* from = colour.data() + slot;
+                for (std::size_t i = 0; i < pixels; ++i)
+                    to[i * n] = from[i * std::size_t(colours)];
+            } else if (haveExtras) {
+                const float* from = frame.extra.data() + (slot - colours);
+                for (std::size_t i = 0; i < pixels; ++i)
+                    to[i * n] = from[i * extras];
+            }
+        }
+    }
+
+    oiio::ImageSpec Header(int number) const {
         oiio::ImageSpec header(format_.width, format_.height, format_.channels,
                                TypeOf(format_.sample));
+        if (everyChannel_) {
+            header.nchannels = int(format_.fileChannels.size());
+            header.channelnames.clear();
+            header.channelformats.clear();
+            for (const FileChannel& c : format_.fileChannels) {
+                header.channelnames.push_back(c.name);
+                header.channelformats.push_back(oiio::TypeDesc(oiio::TypeDesc::BASETYPE(c.stored)));
+            }
+        }
+        // The picture keeps its place in the frame it belongs to.
+        header.x = format_.x;
+        header.y = format_.y;
+        if (format_.HasDisplayWindow()) {
+            header.full_x = format_.displayX;
+            header.full_y = format_.displayY;
+            header.full_width = format_.displayWidth;
+            header.full_height = format_.displayHeight;
+        }
+        StampAttributes(format_.attributes.get(),
+                        {.number = number,
+                         .firstNumber = options_.whole ? options_.whole->first : number,
+                         .rate = options_.frameRate,
+                         .sourceRate = options_.sourceRate,
+                         .captureRate = options_.captureRate},
+                        header);
         const std::string ext = ExtensionOf(pattern_.Text());
         // Lossless in every case. PIZ wavelets take a quarter of the time of ZIP on camera
         // frames for files half the size; zlib level 1 under the TIFF predictor takes two fifths
@@ -334,11 +542,13 @@ private:
             header.attribute("png:compressionLevel", 1);
         }
         // Grey is named Y, so that readers take one channel for grey and two for grey and alpha.
-        if (format_.channels == 1) header.channelnames = {std::string("Y")};
-        if (format_.channels == 2) header.channelnames = {std::string("Y"), std::string("A")};
-        if (format_.channels == 2 || format_.channels == 4) {
+        if (format_.channels == 1 && !everyChannel_) header.channelnames = {std::string("Y")};
+        if (format_.channels == 2 && !everyChannel_)
+            header.channelnames = {std::string("Y"), std::string("A")};
+        if (format_.HasAlpha()) {
             header.alpha_channel = format_.channels - 1;
-            header.attribute("oiio:UnassociatedAlpha", 1);
+            if (format_.alpha == AlphaConvention::Straight)
+                header.attribute("oiio:UnassociatedAlpha", 1);
         }
         return header;
     }
@@ -346,6 +556,8 @@ private:
     SequencePattern pattern_;
     WriteOptions options_;
     MediaFormat format_;
+    bool everyChannel_ = false; // every channel of the source, in its order and types
+    bool changeAlpha_ = false;  // the output holds colour in the other alpha convention
     std::mutex writtenMutex_;
     std::vector<int> written_; // numbers of the frames written under their hidden names
     std::size_t placed_ = 0;   // how many of them are in place, in order

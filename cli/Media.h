@@ -56,6 +56,13 @@ struct WriteOptions {
     // renamed into place only once written.
     bool resume = false;
     double frameRate = 25.0;
+    // Frames per second of the source, which its timecode counts; 0 when it does not say.
+    double sourceRate = 0.0;
+    // Moments per second of the source's time that the output shows (its rate over the speed);
+    // 0 when the speed changes over the clip.
+    double captureRate = 0.0;
+    // A video file whose sound a video output carries as it is, or "".
+    std::string audioFrom;
     // Frame numbers of the whole output of the run's timing, where known. A file of an image
     // sequence outside them belongs to no run of this timing: without `overwrite` it stops the
     // run, as the folder would hold a sequence that no run made; with it, a finished run removes

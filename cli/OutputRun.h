@@ -21,12 +21,18 @@ struct OutputPlan {
     bool overwrite = false;
     bool resume = false; // frames of `run` already there are kept, not in the way
     double frameRate = 25.0;
+    double sourceRate = 0.0;    // of the input, when it says
+    double captureRate = 0.0;   // source moments a second that the output shows; 0: not constant
+    std::string audioFrom = {}; // the video file whose sound the output carries, or ""
 
     WriteOptions Options() const {
         WriteOptions options;
         options.overwrite = overwrite;
         options.resume = resume;
         options.frameRate = frameRate;
+        options.sourceRate = sourceRate;
+        options.captureRate = captureRate;
+        options.audioFrom = audioFrom;
         options.whole = whole;
         return options;
     }

@@ -1,10 +1,13 @@
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <vector>
 
+#include "cli/ChannelMix.h"
+#include "cli/CommandLine.h"
 #include "cli/Commands.h"
 #include "cli/FrameResize.h"
 #include "cli/Keyframes.h"
@@ -17,6 +20,7 @@
 #include "cli/SequencePattern.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
+#include "cli/VideoFile.h"
 #include "image/Parallel.h"
 #include "sparkhost/DirectWorkers.h"
 
@@ -24,10 +28,26 @@ namespace quelmor::cli {
 
 namespace {
 
-Timing TimingOf(const RetimeSettings& s) {
+// Frames per second of the input: given, or as the file says; 0 when neither says.
+double InputRate(const RetimeSettings& s, const MediaReader& source) {
+    return s.inputFps ? *s.inputFps : source.FrameRate();
+}
+
+// Source frames per output frame: given, or from the output's rate at the input's pace.
+std::optional<double> ConstantSpeed(const RetimeSettings& s, const MediaReader& source) {
+    if (s.speed) return s.speed;
+    if (!s.fps) return std::nullopt;
+    const double input = InputRate(s, source);
+    if (!(input > 0))
+        throw UsageError("--fps needs the input's frame rate, which " + s.input +
+                         " does not hold: give it with --input-fps");
+    return input / *s.fps;
+}
+
+Timing TimingOf(const RetimeSettings& s, const MediaReader& source) {
     if (s.speedCurve) return Timing::SpeedCurve(Keyframes::Load(*s.speedCurve));
     if (s.frameCurve) return Timing::FrameCurve(Keyframes::Load(*s.frameCurve));
-    return Timing::Constant(*s.speed);
+    return Timing::Constant(*ConstantSpeed(s, source));
 }
 
 // The output frames from `from` to `to` still to render: all of them, or with `resume` those that
@@ -81,6 +101,33 @@ std::vector<std::unique_ptr<MediaReader>> OpenMattes(const RetimeSettings& s,
     return clips;
 }
 
+// The input whose sound a video output carries: the input itself, when it has sound that the
+// output's container can hold and the output plays at the input's pace (the same length, only
+// another frame rate). Otherwise the sound is left out, with a note.
+std::string AudioToCarry(const RetimeSettings& s, const OutputPlan& plan,
+                         std::optional<double> speed) {
+    if (!IsVideoPath(s.input) || !IsVideoPath(s.output)) return "";
+    const std::string codec = AudioOf(s.input, s.output);
+    if (codec.empty()) return "";
+    const bool samePace = speed && plan.sourceRate > 0 &&
+                          std::fabs(*speed * plan.frameRate / plan.sourceRate - 1.0) < 1e-6;
+    const char* why = !samePace         ? "the output plays at another speed"
+                      : codec[0] == '!' ? "its codec cannot go into this container"
+                                        : nullptr;
+    if (!why) return s.input;
+    if (!s.quiet)
+        std::fprintf(stderr, "retime: the sound of %s (%s) is left out: %s\n", s.input.c_str(),
+                     codec.c_str() + (codec[0] == '!'), why);
+    return "";
+}
+
+std::string ChannelList(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list.append(list.empty() ? "" : ", ").append(name);
+    return list;
+}
+
 } // namespace
 
 int RunRetime(std::span<const std::string> args) {
@@ -89,7 +136,7 @@ int RunRetime(std::span<const std::string> args) {
     const RetimeSettings s = ParseRetimeSettings(args);
     SetCodecThreads(s.threads);
     auto source = OpenMedia(s.input);
-    const Timing timing = TimingOf(s);
+    const Timing timing = TimingOf(s, *source);
     std::optional<SparkCurve> scenes;
     if (s.scenes) scenes = SceneCurve(Keyframes::Load(*s.scenes));
     const std::optional<PointTracks> points = LoadPoints(s, *source);
@@ -111,13 +158,21 @@ int RunRetime(std::span<const std::string> args) {
     }
     CheckEngineFrameSize(source->Format(), s.vectorQuality);
     OutputPlan plan{s.input, s.output, whole, {from, to}, s.overwrite, s.resume};
-    plan.frameRate = s.rate > 0 ? s.rate : source->FrameRate() > 0 ? source->FrameRate() : 25.0;
+    plan.sourceRate = InputRate(s, *source);
+    plan.frameRate = s.fps                 ? *s.fps
+                     : s.rate > 0          ? s.rate
+                     : plan.sourceRate > 0 ? plan.sourceRate
+                                           : 25.0;
+    // The output shows moments of the source this many times a second of its time.
+    if (const auto speed = ConstantSpeed(s, *source))
+        plan.captureRate = (plan.sourceRate > 0 ? plan.sourceRate : plan.frameRate) / *speed;
     if (s.printFrames) {
         CheckOutputIsNotInput(plan.input, plan.output);
         CheckOutput(s.output, from, to, plan.Options());
         std::printf("%d-%d\n", from, to);
         return 0;
     }
+    plan.audioFrom = AudioToCarry(s, plan, ConstantSpeed(s, *source));
     const std::vector<int> numbers = FramesToRender(s, from, to);
     const int rendered = int(numbers.size());
     if (s.resume && !s.quiet)
@@ -126,13 +181,28 @@ int RunRetime(std::span<const std::string> args) {
     if (rendered == 0) return 0;
 
     const MediaFormat& format = source->Format();
+    const std::vector<ChannelMix> mixes = MixOfChannels(format.extras, s.channelMix);
+    // The picture is mixed in the input's own alpha convention; the writer changes it where the
+    // output's format holds the other.
+    MediaFormat taken = format;
+    if (s.straightAlpha && taken.HasAlpha())
+        taken.alpha = *s.straightAlpha ? AlphaConvention::Straight : AlphaConvention::Premultiplied;
     std::optional<FrameResizer> resizer;
     if (s.resize) resizer.emplace(ZoomFilterNamed(s.filter, "--filter"), *s.resize);
     StageClock clock;
-    OutputRun output(plan, resizer ? resizer->Resized(format) : format, &clock, s.threads);
+    OutputRun output(plan, resizer ? resizer->Resized(taken) : taken, &clock, s.threads);
+    // Extra channels go only into EXR, and only at the input's size.
+    const bool keepsExtras = ExtensionOf(s.output) == "exr" && !resizer;
+    if (!format.extras.empty() && !keepsExtras && !s.quiet)
+        std::fprintf(stderr, "retime: the input's channels %s are left out: %s\n",
+                     ChannelList(format.extras).c_str(),
+                     resizer ? "--resize zooms the picture only"
+                             : "the output's format keeps only the picture");
 
     SparkHostUseWorkersDirect(s.threads, format.width, format.height);
     CliQuelmor engine(*source, timing, scenes ? &*scenes : nullptr, &clock);
+    engine.SetChannelMix(mixes);
+    engine.KeepExtraChannels(keepsExtras);
     if (points)
         engine.UseGeometry({.tracks = &*points,
                             .firstNumber = first,

@@ -55,6 +55,11 @@ public:
 
 } // namespace
 
+// Four float channels of the working size: extra channels or pixel positions.
+static MediaFormat ExtraFormat(const MediaFormat& working) {
+    return MediaFormat{working.width, working.height, 4, SampleType::Float};
+}
+
 MediaFormat WorkingFormat(const MediaFormat& source) {
     MediaFormat f = source;
     f.channels = 4;
@@ -81,8 +86,16 @@ CliQuelmor::CliQuelmor(MediaReader& source, const Timing& timing, const SparkCur
           source,
           [working = working_](MediaFrame&& decoded, MediaFrame& prepared) {
               ConvertFrame(decoded, working, prepared);
+              prepared.extra = std::move(decoded.extra);
           },
-          clock) {}
+          clock) {
+    for (const std::string& name : working_.extras)
+        mixes_.push_back(DefaultChannelMix(name));
+}
+
+void CliQuelmor::SetChannelMix(std::vector<ChannelMix> mixes) {
+    if (mixes.size() == mixes_.size()) mixes_ = std::move(mixes);
+}
 
 CliQuelmor::~CliQuelmor() = default;
 
@@ -114,8 +127,15 @@ int CliQuelmor::GetToBeWarpedSequenceImage(ZUImage** image, int frame) {
             copy = std::move(spare_.back());
             spare_.pop_back();
         }
-        copy.assign(pixels.pixels.begin(), pixels.pixels.end());
-        *image = new CliImage(working_, std::move(copy));
+        if (feed_ == Feed::Picture) {
+            copy.assign(pixels.pixels.begin(), pixels.pixels.end());
+            *image = new CliImage(working_, std::move(copy));
+            return 0;
+        }
+        if (feed_ == Feed::Positions && (float(frame) <= split_) == (side_ == 0))
+            sideFrame_ = clamped;
+        FillFeed(pixels, feed_ == Feed::Positions && sideFrame_ != clamped ? -1 : clamped, copy);
+        *image = new CliImage(ExtraFormat(working_), std::move(copy));
         return 0;
     } catch (const MediaError& e) {
         if (readFailure_.empty()) readFailure_ = e.what();
@@ -125,8 +145,13 @@ int CliQuelmor::GetToBeWarpedSequenceImage(ZUImage** image, int frame) {
     }
 }
 
+// Motion is measured on the picture, whatever is warped.
 int CliQuelmor::GetTrackingSequenceImage(ZUImage** image, int frame) {
-    return GetToBeWarpedSequenceImage(image, frame);
+    const Feed feed = feed_;
+    feed_ = Feed::Picture;
+    const int code = GetToBeWarpedSequenceImage(image, frame);
+    feed_ = feed;
+    return code;
 }
 
 int CliQuelmor::CleanUpCheckedOutImage(ZUImage* image) {
@@ -204,30 +229,133 @@ int CliQuelmor::UsesWhichWarping() {
     return warping_;
 }
 
-void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& out) {
-    if (Init() != 0) throw MediaError("out of memory");
-    readFailure_.clear();
+void CliQuelmor::RunEngine(int index, const EngineSettings& settings, long flowFromSequence,
+                           ZUImage* result) {
     warping_ = settings.warping;
     draw_ = settings.draw;
-    CliImage result(working_, std::vector<uint8_t>(working_.FrameBytes()));
     float shrink[10];
     float sensitivity[10];
     std::fill(std::begin(shrink), std::end(shrink), settings.matteShrink);
     std::fill(std::begin(sensitivity), std::end(sensitivity), settings.layerSensitivity);
     ZUIdleAndProgressClass progress;
-    const int code =
-        GetFrame(&result, nullptr, 0, 0, settings.vectorQuality, float(index), float(index + 1),
-                 kFrameRate, kFrameRate, settings.motionBlur, kMotionSensitivity,
-                 settings.interpolation, kHighQuality, kFlowFromSequence, kCacheLastMotion,
-                 int(mattes_.size()), shrink, sensitivity, &progress, false);
+    const int code = GetFrame(result, nullptr, 0, 0, settings.vectorQuality, float(index),
+                              float(index + 1), kFrameRate, kFrameRate, settings.motionBlur,
+                              kMotionSensitivity, settings.interpolation, kHighQuality,
+                              flowFromSequence, kCacheLastMotion, int(mattes_.size()), shrink,
+                              sensitivity, &progress, false);
     if (!readFailure_.empty()) throw MediaError(readFailure_);
     if (code != 0)
         throw MediaError("the engine failed on output frame " + std::to_string(index) +
                          " with error " + std::to_string(code));
+}
+
+void CliQuelmor::Render(int index, const EngineSettings& settings, MediaFrame& out) {
+    if (Init() != 0) throw MediaError("out of memory");
+    readFailure_.clear();
+    feed_ = Feed::Picture;
+    CliImage result(working_, std::vector<uint8_t>(working_.FrameBytes()));
+    RunEngine(index, settings, kFlowFromSequence, &result);
     out.format = working_;
     out.pixels = std::move(result.pixels);
+    out.extra.clear();
+    if (keepExtras_ && !working_.extras.empty()) RenderExtras(index, settings, out);
     if (geometry_.show && geometry_.tracks)
         DrawGeometry(*this, timing_.SourceTime(float(index)), out);
+}
+
+void CliQuelmor::FillFeed(const MediaFrame& source, int frame, std::vector<uint8_t>& bytes) {
+    const MediaFormat format = ExtraFormat(working_);
+    bytes.resize(format.FrameBytes());
+    float* to = reinterpret_cast<float*>(bytes.data());
+    const std::size_t pixels = std::size_t(format.width) * std::size_t(format.height);
+    if (feed_ == Feed::Extras) {
+        const std::size_t extras = working_.extras.size();
+        for (std::size_t i = 0; i < pixels; ++i)
+            for (std::size_t k = 0; k < 4; ++k)
+                to[i * 4 + k] =
+                    k < group_.size() ? source.extra[i * extras + std::size_t(group_[k])] : 0.0f;
+        return;
+    }
+    // Positions: x, y and a weight of one on the side asked for, nothing on the other.
+    const bool mine = frame >= 0;
+    for (int y = 0; y < format.height; ++y)
+        for (int x = 0; x < format.width; ++x, to += 4) {
+            to[0] = mine ? float(x) : 0.0f;
+            to[1] = mine ? float(y) : 0.0f;
+            to[2] = mine ? 1.0f : 0.0f;
+            to[3] = 0.0f;
+        }
+}
+
+// Extra channels to blend go through the engine four at a time in place of the picture. With
+// the settings and source frames of the picture's run the engine keeps the flows it computed
+// for the picture (it keeps the last motion), so a pass costs a warp and a mix, and its pixels
+// are exactly what the picture's channels would have been. Channels that must not be mixed take
+// the sample of one source frame at the place where the engine found the output pixel to come
+// from: two passes warp the pixel positions of the earlier and of the later frame, each weighted
+// by how much of its frame the engine took; the side with more weight gives the sample, at the
+// nearest pixel to its position.
+void CliQuelmor::RenderExtras(int index, const EngineSettings& settings, MediaFrame& out) {
+    const MediaFormat format = ExtraFormat(working_);
+    const std::size_t pixels = std::size_t(format.width) * std::size_t(format.height);
+    const std::size_t extras = working_.extras.size();
+    out.extra.assign(pixels * extras, 0.0f);
+    std::vector<int> blend, nearest;
+    for (std::size_t k = 0; k < extras; ++k)
+        (mixes_[k] == ChannelMix::Nearest ? nearest : blend).push_back(int(k));
+
+    CliImage result(format, std::vector<uint8_t>(format.FrameBytes()));
+    const float* values = reinterpret_cast<const float*>(result.pixels.data());
+    for (std::size_t first = 0; first < blend.size(); first += 4) {
+        feed_ = Feed::Extras;
+        group_.assign(blend.begin() + std::ptrdiff_t(first),
+                      blend.begin() + std::ptrdiff_t(std::min(first + 4, blend.size())));
+        RunEngine(index, settings, 0, &result);
+        for (std::size_t i = 0; i < pixels; ++i)
+            for (std::size_t k = 0; k < group_.size(); ++k)
+                out.extra[i * extras + std::size_t(group_[k])] = values[i * 4 + k];
+    }
+    if (!nearest.empty()) {
+        split_ = std::floor(timing_.SourceTime(float(index)));
+        std::vector<float> positions[2];
+        int frames[2];
+        for (int side = 0; side < 2; ++side) {
+            feed_ = Feed::Positions;
+            side_ = side;
+            sideFrame_ = -1;
+            RunEngine(index, settings, 0, &result);
+            positions[side].assign(values, values + pixels * 4);
+            frames[side] = sideFrame_;
+        }
+        // Which side each pixel takes: the one of more weight; where neither has any, the
+        // pixel's own place in the earlier frame.
+        std::vector<std::uint8_t> later(pixels, 0);
+        for (std::size_t i = 0; i < pixels; ++i)
+            later[i] = frames[1] >= 0 && positions[1][i * 4 + 2] > positions[0][i * 4 + 2];
+        for (int side = 0; side < 2; ++side) {
+            const int frame = frames[side] >= 0 ? frames[side] : frames[1 - side];
+            if (frame < 0) continue;
+            const MediaFrame& source = WorkingFrame(frame);
+            const float* at = positions[side].data();
+            for (int y = 0; y < format.height; ++y)
+                for (int x = 0; x < format.width; ++x, at += 4) {
+                    const std::size_t i =
+                        std::size_t(y) * std::size_t(format.width) + std::size_t(x);
+                    if (later[i] != side) continue;
+                    int sx = x, sy = y;
+                    if (at[2] > 0.0f) {
+                        sx = std::clamp(int(std::lround(at[0] / at[2])), 0, format.width - 1);
+                        sy = std::clamp(int(std::lround(at[1] / at[2])), 0, format.height - 1);
+                    }
+                    const float* from =
+                        source.extra.data() +
+                        (std::size_t(sy) * std::size_t(format.width) + std::size_t(sx)) * extras;
+                    for (int k : nearest)
+                        out.extra[i * extras + std::size_t(k)] = from[k];
+                }
+        }
+    }
+    feed_ = Feed::Picture;
 }
 
 std::vector<const PointTracks::Track*> CliQuelmor::TracksBetween(float timeA, float timeB) const {

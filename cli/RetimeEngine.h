@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/ChannelMix.h"
 #include "cli/Media.h"
 #include "cli/PointTracks.h"
 #include "cli/ReadAhead.h"
@@ -61,9 +62,15 @@ public:
     // the object and have the source's frame size.
     void SetMattes(std::vector<MediaReader*> mattes) { mattes_ = std::move(mattes); }
 
-    // Renders output frame `index` (counted from 0) into `out`, in the working format.
-    // Throws MediaError when a source frame cannot be read (with the reader's message) or the
-    // engine fails.
+
+    // How each extra channel of the source is mixed; by default as its name says.
+    void SetChannelMix(std::vector<ChannelMix> mixes);
+    // Whether Render makes the extra channels (on by default); off for outputs that hold none.
+    void KeepExtraChannels(bool keep) { keepExtras_ = keep; }
+
+    // Renders output frame `index` (counted from 0) into `out`, in the working format, with the
+    // source's extra channels. Throws MediaError when a source frame cannot be read (with the
+    // reader's message) or the engine fails.
     void Render(int index, const EngineSettings& settings, MediaFrame& out);
 
     int GetToBeWarpedSequenceImage(ZUImage** image, int frame) override;
@@ -88,6 +95,18 @@ public:
     void GetBackgroundLayerDoOpticalFlow(bool* doFlow, float time) override;
 
 private:
+    // What the engine is fed as the frames to warp: the picture; four extra channels to blend;
+    // or the positions of the pixels of the earlier (side 0) or later (side 1) source frame,
+    // from which the nearest source sample of every output pixel follows.
+    enum class Feed { Picture, Extras, Positions };
+
+    // One run of the engine for output frame `index` into `result`.
+    void RunEngine(int index, const EngineSettings& settings, long flowFromSequence,
+                   ZUImage* result);
+    void RenderExtras(int index, const EngineSettings& settings, MediaFrame& out);
+    // The image of the frames to warp for the extra passes, in the memory of `bytes`.
+    void FillFeed(const MediaFrame& source, int frame, std::vector<uint8_t>& bytes);
+
     // A source frame in the working format; the two most recent are kept, since
     // consecutive in-between frames ask for the same pair.
     const MediaFrame& WorkingFrame(int frame);
@@ -111,6 +130,14 @@ private:
     int warping_ = 0;
     std::vector<MediaReader*> mattes_;
     int draw_ = 0;
+
+    std::vector<ChannelMix> mixes_; // one per extra channel
+    bool keepExtras_ = true;
+    Feed feed_ = Feed::Picture;
+    std::vector<int> group_; // the extra channels of an Extras pass, up to four
+    int side_ = 0;           // the side of a Positions pass
+    float split_ = 0.0f;     // source frames up to this time are the earlier side
+    int sideFrame_ = -1;     // the source frame whose positions a Positions pass handed out
 };
 
 } // namespace quelmor::cli

@@ -11,16 +11,28 @@ namespace quelmor::cli {
 namespace {
 
 constexpr const char* kMotionNames[] = {"flow", "points"};
+constexpr const char* kAlphaNames[] = {"premultiplied", "straight"};
+constexpr OptionSpec kAlphaOption{.name = "alpha", .takesValue = true, .choices = kAlphaNames};
+// Frame rates as --rate takes them.
+constexpr OptionSpec kFpsOption{
+    .name = "fps", .takesValue = true, .min = 0, .minExcluded = true, .max = 1000};
+constexpr OptionSpec kInputFpsOption{
+    .name = "input-fps", .takesValue = true, .min = 0, .minExcluded = true, .max = 1000};
 
+// clang-format off
 constexpr OptionSpec kRetimeOptions[] = {
-    {"points", true},   {.name = "motion", .takesValue = true, .choices = kMotionNames},
-    {"show-geometry", false}, kSpeedOption, {"speed-curve", true}, {"frame-curve", true},
-    {"scenes", true},   {"frames", true},   kInterpolationOption, kQualityOption, kMotionBlurOption,
-    kRateOption,        {"overwrite", false}, {"quiet", false},   {"timing", false},
-    {"resume", false},  {"print-frames", false}, {"threads", true}, kWarpingOption,
-    {"matte", true},    kMatteShrinkOption, kLayerSensitivityOption, kDrawOption,
-    {"resize", true},   {"filter", true},
+    kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
+    {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
+    kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
+    {"resume", false}, {"print-frames", false}, {"threads", true},
+    {"channel-mix", true}, kAlphaOption, kFpsOption, kInputFpsOption,
+    kWarpingOption,
+    {"points", true}, {.name = "motion", .takesValue = true, .choices = kMotionNames},
+    {"show-geometry", false},
+    {"matte", true}, kMatteShrinkOption, kLayerSensitivityOption, kDrawOption,
+    {"resize", true}, {"filter", true},
 };
+// clang-format on
 
 } // namespace
 
@@ -36,11 +48,17 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
     s.speedCurve = line.Value("speed-curve");
     s.frameCurve = line.Value("frame-curve");
     s.scenes = line.Value("scenes");
-    const int timings =
-        int(s.speed.has_value()) + int(s.speedCurve.has_value()) + int(s.frameCurve.has_value());
+    s.fps = line.Number("fps");
+    s.inputFps = line.Number("input-fps");
+    const int timings = int(s.speed.has_value()) + int(s.speedCurve.has_value()) +
+                        int(s.frameCurve.has_value()) + int(s.fps.has_value());
     if (timings == 0)
-        throw UsageError("quelmor retime needs --speed, --speed-curve or --frame-curve");
-    if (timings > 1) throw UsageError("give only one of --speed, --speed-curve and --frame-curve");
+        throw UsageError("quelmor retime needs --speed, --fps, --speed-curve or --frame-curve");
+    if (timings > 1)
+        throw UsageError("give only one of --speed, --fps, --speed-curve and --frame-curve");
+    if (s.fps && line.Has("rate"))
+        throw UsageError("give only one of --fps (the output's rate, at the input's pace) and "
+                         "--rate");
     if (auto v = line.Value("frames")) s.frames = ParseFrameRange(*v);
     s.interpolation = line.Choice("interpolation").value_or(s.interpolation);
     s.vectorQuality = line.Choice("quality").value_or(s.vectorQuality);
@@ -72,6 +90,8 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
         throw UsageError("--motion points needs the points to move by: give --points FILE");
     if (!s.points && s.showGeometry)
         throw UsageError("--show-geometry draws the points of --points FILE: give that too");
+    if (auto v = line.Value("channel-mix")) s.channelMix = ParseChannelMix(*v);
+    if (auto v = line.Choice("alpha")) s.straightAlpha = *v == 1;
     if (s.resume && s.overwrite)
         throw UsageError("give only one of --resume (keep the frames there) and --overwrite");
     if (s.resume && !SequencePattern::Parse(s.output))

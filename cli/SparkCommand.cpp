@@ -244,6 +244,9 @@ int RunSpark(std::span<const std::string> args) {
     MediaFormat outputFormat = format;
     const bool dropsAlpha = outputFormat.channels == 2 || outputFormat.channels == 4;
     if (dropsAlpha) --outputFormat.channels;
+    // Nor do they carry channels beyond the picture.
+    outputFormat.fileChannels.clear();
+    outputFormat.extras.clear();
     OutputRun out(plan, outputFormat, &clock, threads);
     if (dropsAlpha)
         std::fprintf(stderr,

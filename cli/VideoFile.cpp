@@ -287,6 +287,7 @@ public:
         st->time_base = c->time_base;
         st->avg_frame_rate = rate;
         stream_ = st;
+        if (!options.audioFrom.empty()) OpenAudio(options.audioFrom);
         rc = avio_open(&output_->pb, temp_.c_str(), AVIO_FLAG_WRITE);
         if (rc < 0) throw MediaError("cannot write " + path + ": " + AvText(rc));
         rc = avformat_write_header(output_, nullptr);
@@ -340,6 +341,7 @@ public:
 
     void Finish() override {
         Encode(nullptr);
+        CopyAudioUntil(INT64_MAX);
         int rc = av_write_trailer(output_);
         if (rc >= 0) rc = avio_closep(&output_->pb);
         if (rc < 0) throw MediaError("cannot write " + path_ + ": " + AvText(rc));
@@ -359,8 +361,58 @@ private:
             if (rc < 0) throw MediaError("cannot encode " + path_ + ": " + AvText(rc));
             av_packet_rescale_ts(packet_.get(), encoder_->time_base, stream_->time_base);
             packet_->stream_index = stream_->index;
+            // The sound up to this picture goes first, so the file interleaves as it plays.
+            if (packet_->dts != AV_NOPTS_VALUE)
+                CopyAudioUntil(av_rescale_q(packet_->dts, stream_->time_base, AV_TIME_BASE_Q));
             rc = av_interleaved_write_frame(output_, packet_.get());
             if (rc >= 0 && output_->pb->error < 0) rc = output_->pb->error;
+            if (rc < 0) throw MediaError("cannot write " + path_ + ": " + AvText(rc));
+        }
+    }
+
+    // The source's sound, copied as it is coded, beside the pictures: the output lasts as long
+    // as the source.
+    void OpenAudio(const std::string& from) {
+        AVFormatContext* raw = nullptr;
+        if (avformat_open_input(&raw, from.c_str(), nullptr, nullptr) < 0) return;
+        audioIn_.reset(raw);
+        if (avformat_find_stream_info(raw, nullptr) < 0) return;
+        audioStream_ = av_find_best_stream(raw, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+        if (audioStream_ < 0) return;
+        const AVCodecParameters* in = raw->streams[audioStream_]->codecpar;
+        AVStream* out = avformat_new_stream(output_, nullptr);
+        if (!out || avcodec_parameters_copy(out->codecpar, in) < 0)
+            throw MediaError("cannot create " + path_);
+        out->codecpar->codec_tag = 0;
+        out->time_base = raw->streams[audioStream_]->time_base;
+        audioOut_ = out;
+        audioPacket_.reset(av_packet_alloc());
+    }
+
+    // Copies the source's sound packets that start before `until` (in AV_TIME_BASE units).
+    void CopyAudioUntil(int64_t until) {
+        if (!audioOut_ || audioDone_) return;
+        const AVRational from = audioIn_->streams[audioStream_]->time_base;
+        for (;;) {
+            if (!audioHeld_) {
+                if (av_read_frame(audioIn_.get(), audioPacket_.get()) < 0) {
+                    audioDone_ = true;
+                    return;
+                }
+                if (audioPacket_->stream_index != audioStream_) {
+                    av_packet_unref(audioPacket_.get());
+                    continue;
+                }
+                audioHeld_ = true;
+            }
+            const int64_t at =
+                audioPacket_->dts != AV_NOPTS_VALUE ? audioPacket_->dts : audioPacket_->pts;
+            if (at != AV_NOPTS_VALUE && av_rescale_q(at, from, AV_TIME_BASE_Q) > until) return;
+            av_packet_rescale_ts(audioPacket_.get(), from, audioOut_->time_base);
+            audioPacket_->stream_index = audioOut_->index;
+            audioPacket_->pos = -1;
+            audioHeld_ = false;
+            const int rc = av_interleaved_write_frame(output_, audioPacket_.get());
             if (rc < 0) throw MediaError("cannot write " + path_ + ": " + AvText(rc));
         }
     }
@@ -368,6 +420,12 @@ private:
     std::string path_;
     std::string temp_;
     MediaFormat format_;
+    InputPtr audioIn_;
+    int audioStream_ = -1;
+    AVStream* audioOut_ = nullptr;
+    PacketPtr audioPacket_;
+    bool audioHeld_ = false; // audioPacket_ holds the next packet to copy
+    bool audioDone_ = false;
     AVFormatContext* output_ = nullptr;
     AVStream* stream_ = nullptr;
     CodecPtr encoder_;
@@ -388,6 +446,22 @@ bool IsVideoExtension(const std::string& ext) {
 
 bool CanWriteVideo(const std::string& ext) {
     return ext == "mov" || ext == "mp4" || ext == "m4v" || ext == "mkv";
+}
+
+std::string AudioOf(const std::string& input, const std::string& output) {
+    QuietenLibraries();
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, input.c_str(), nullptr, nullptr) < 0) return "";
+    InputPtr in(raw);
+    if (avformat_find_stream_info(raw, nullptr) < 0) return "";
+    const int stream = av_find_best_stream(raw, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (stream < 0) return "";
+    const AVCodecID codec = raw->streams[stream]->codecpar->codec_id;
+    const AVOutputFormat* container = av_guess_format(nullptr, output.c_str(), nullptr);
+    const char* name = avcodec_get_name(codec);
+    if (!container || avformat_query_codec(container, codec, FF_COMPLIANCE_NORMAL) != 1)
+        return std::string("!") + name;
+    return name;
 }
 
 std::unique_ptr<MediaReader> OpenVideo(const std::string& path) {

@@ -17,6 +17,10 @@ constexpr const char* kUsage = R"(usage: quelmor COMMAND ARGUMENTS [options]
 commands:
   retime INPUT OUTPUT   retime a clip with the engine
       --speed S             source frames per output frame (0.25: four times slower)
+      --fps F               output frames per second at the input's pace (24 fps to --fps 60
+                            makes 2.5 times the frames); the input's rate comes from a video
+                            file, an image sequence's metadata or --input-fps
+      --input-fps F         frames per second of the input, over what it says
       --speed-curve FILE    keyed speed per output frame ("frame value" lines, linear between keys)
       --frame-curve FILE    keyed source frame per output frame
       --scenes FILE         keyed scene per source frame (held values: 0/1 cut A, 2 cut B, 3 cut C,
@@ -55,6 +59,19 @@ commands:
       --motion flow|points  flow (default): optical flow, steered by --points; points: motion
                             from the points alone, spread smoothly over the frame
       --show-geometry       draw the points (crosses) and curves of --points over the output
+      --channel-mix NAME=nearest|blend[,...]
+                            how extra channels (beyond R, G, B, A) are mixed between frames:
+                            nearest takes one source sample along the vectors, blend mixes like
+                            the picture; by default depth (Z, depth), ids (...id) and crypto
+                            mattes are nearest, the rest blend. NAME is a channel's whole name
+                            or the part after its last dot
+      --alpha premultiplied|straight
+                            how the input's colour relates to its alpha; by default as its
+                            format says: EXR premultiplied, PNG and TGA straight, TIFF as it is
+                            marked (straight when marked unassociated, else premultiplied).
+                            Colour is mixed in the input's convention and written in the
+                            output's (EXR premultiplied, PNG and TGA straight, TIFF and DPX as
+                            the input)
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
       --speed S  --interpolation NAME  --quality NAME  --motion-blur X
       --fields-in none|lower|upper  --fields-out none|lower|upper

@@ -85,7 +85,7 @@ TEST(OptionValueTest, RefusesBadValuesWithTheirMessage) {
         {"retime without output", [] { Retime("in.mov"); },
          "quelmor retime wants an input and an output"},
         {"retime without timing", [] { Retime("i o"); },
-         "quelmor retime needs --speed, --speed-curve or --frame-curve"},
+         "quelmor retime needs --speed, --fps, --speed-curve or --frame-curve"},
         {"retime timed twice", [] { Retime("i o --speed 1 --speed-curve s"); }, "give only one of"},
         {"retime into its input", [] { Retime("i i --speed 1"); },
          "the output must not be the input"},
