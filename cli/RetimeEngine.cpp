@@ -238,11 +238,11 @@ void CliQuelmor::RunEngine(int index, const EngineSettings& settings, long flowF
     std::fill(std::begin(shrink), std::end(shrink), settings.matteShrink);
     std::fill(std::begin(sensitivity), std::end(sensitivity), settings.layerSensitivity);
     ZUIdleAndProgressClass progress;
-    const int code = GetFrame(result, nullptr, 0, 0, settings.vectorQuality, float(index),
-                              float(index + 1), kFrameRate, kFrameRate, settings.motionBlur,
-                              kMotionSensitivity, settings.interpolation, kHighQuality,
-                              flowFromSequence, kCacheLastMotion, int(mattes_.size()), shrink,
-                              sensitivity, &progress, false);
+    const int code =
+        GetFrame(result, nullptr, 0, 0, settings.vectorQuality, float(index), float(index + 1),
+                 kFrameRate, kFrameRate, settings.motionBlur, kMotionSensitivity,
+                 settings.interpolation, kHighQuality, flowFromSequence, kCacheLastMotion,
+                 int(mattes_.size()), shrink, sensitivity, &progress, false);
     if (!readFailure_.empty()) throw MediaError(readFailure_);
     if (code != 0)
         throw MediaError("the engine failed on output frame " + std::to_string(index) +

@@ -62,7 +62,6 @@ public:
     // the object and have the source's frame size.
     void SetMattes(std::vector<MediaReader*> mattes) { mattes_ = std::move(mattes); }
 
-
     // How each extra channel of the source is mixed; by default as its name says.
     void SetChannelMix(std::vector<ChannelMix> mixes);
     // Whether Render makes the extra channels (on by default); off for outputs that hold none.

@@ -35,12 +35,12 @@ struct RetimeSettings {
     bool printFrames = false; // print the output frame range and stop, writing nothing
     int threads = 1;          // workers of the engine and of the writers
     bool quiet = false;
-    bool timing = false;                      // print where the time went
-    std::optional<std::string> points;        // correspondences given by hand (cli/PointTracks.h)
-    bool pointsOnly = false;                  // --motion points: the correspondences are all the motion
-    bool showGeometry = false;                // draw the correspondences over the output
-    std::optional<Size> resize;               // output frames zoomed to this size
-    std::string filter = "bspline-table";     // zoom kernel of --resize
+    bool timing = false;                  // print where the time went
+    std::optional<std::string> points;    // correspondences given by hand (cli/PointTracks.h)
+    bool pointsOnly = false;              // --motion points: the correspondences are all the motion
+    bool showGeometry = false;            // draw the correspondences over the output
+    std::optional<Size> resize;           // output frames zoomed to this size
+    std::string filter = "bspline-table"; // zoom kernel of --resize
     std::vector<ChannelMixChoice> channelMix; // how named extra channels are mixed
     std::optional<bool> straightAlpha;        // the input's alpha convention, when given
     std::optional<double> fps;                // output frames per second, the timing following

@@ -11,8 +11,8 @@
 #include "engine/SequenceFrames.h"
 #include "engine/SmartBlend.h"
 #include "flow/Flow.h"
-#include "flow/MorphFlow.h"
 #include "flow/HoleFill.h"
+#include "flow/MorphFlow.h"
 #include "warp/Warp.h"
 #include "warp/WarpForward.h"
 
