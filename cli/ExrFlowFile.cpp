@@ -12,9 +12,9 @@ namespace quelmor::cli {
 
 namespace {
 
-int FindChannel(const oiio::ImageSpec& spec, const std::string& name) {
-    for (int c = 0; c < spec.nchannels; ++c)
-        if (spec.channelnames[c] == name) return c;
+int FindChannel(const oiio::ImageSpec& header, const std::string& name) {
+    for (int c = 0; c < header.nchannels; ++c)
+        if (header.channelnames[c] == name) return c;
     return -1;
 }
 
@@ -32,11 +32,11 @@ int WriteExrFlow(const DQImage& flow, const std::string& path, FlowDirection dir
         return kDQErrBadArgument;
     }
     const std::string layer = direction == FlowDirection::Forward ? "forward" : "backward";
-    oiio::ImageSpec spec(flow.width, flow.height, 2, oiio::TypeDesc::FLOAT);
-    spec.channelnames = {layer + ".u", layer + ".v"};
-    spec.attribute("compression", "zip");
+    oiio::ImageSpec header(flow.width, flow.height, 2, oiio::TypeDesc::FLOAT);
+    header.channelnames = {layer + ".u", layer + ".v"};
+    header.attribute("compression", "zip");
     auto out = oiio::ImageOutput::create(path);
-    if (!out || !out->open(path, spec)) {
+    if (!out || !out->open(path, header)) {
         if (reason) *reason = "cannot open it for writing: " + oiio::geterror();
         return kDQErrFile;
     }
@@ -57,30 +57,30 @@ DQImagePtr ReadExrFlow(const std::string& path, std::string* reason) {
         if (reason) *reason = "cannot open it: " + oiio::geterror();
         return nullptr;
     }
-    const oiio::ImageSpec& spec = in->spec();
-    if (spec.nchannels < 2 || spec.width < 1 || spec.height < 1) {
+    const oiio::ImageSpec& header = in->spec();
+    if (header.nchannels < 2 || header.width < 1 || header.height < 1) {
         if (reason) *reason = "it has fewer than two channels";
         return nullptr;
     }
     int cu = -1, cv = -1;
     for (const char* layer : {"forward.", "backward.", ""}) {
-        cu = FindChannel(spec, std::string(layer) + "u");
-        cv = FindChannel(spec, std::string(layer) + "v");
+        cu = FindChannel(header, std::string(layer) + "u");
+        cv = FindChannel(header, std::string(layer) + "v");
         if (cu >= 0 && cv >= 0) break;
     }
     if (cu < 0 || cv < 0) cu = 0, cv = 1;
-    std::vector<float> pixels(size_t(spec.width) * spec.height * spec.nchannels);
-    if (!in->read_image(0, 0, 0, spec.nchannels, oiio::TypeDesc::FLOAT, pixels.data())) {
+    std::vector<float> pixels(size_t(header.width) * header.height * header.nchannels);
+    if (!in->read_image(0, 0, 0, header.nchannels, oiio::TypeDesc::FLOAT, pixels.data())) {
         if (reason) *reason = "the data could not be read: " + in->geterror();
         return nullptr;
     }
-    DQImagePtr flow = DQMakeImage(spec.width, spec.height, 2, DQ_FLOAT);
-    for (int y = 0; y < spec.height; ++y) {
+    DQImagePtr flow = DQMakeImage(header.width, header.height, 2, DQ_FLOAT);
+    for (int y = 0; y < header.height; ++y) {
         float* out = flow->Row<float>(y);
-        const float* row = pixels.data() + size_t(y) * spec.width * spec.nchannels;
-        for (int x = 0; x < spec.width; ++x) {
-            out[2 * x] = row[x * spec.nchannels + cu];
-            out[2 * x + 1] = row[x * spec.nchannels + cv];
+        const float* row = pixels.data() + size_t(y) * header.width * header.nchannels;
+        for (int x = 0; x < header.width; ++x) {
+            out[2 * x] = row[x * header.nchannels + cu];
+            out[2 * x + 1] = row[x * header.nchannels + cv];
         }
     }
     return flow;
