@@ -38,15 +38,15 @@ bool SameBits(const DQImage& a, const DQImage& b) {
 
 // Writes a float EXR with the given channels, channel c of pixel (x, y) being 100 c + x + y / 8.
 void WriteChannels(const std::string& path, const std::vector<std::string>& names) {
-    OIIO::ImageSpec spec(5, 3, int(names.size()), OIIO::TypeDesc::FLOAT);
-    spec.channelnames = names;
+    OIIO::ImageSpec header(5, 3, int(names.size()), OIIO::TypeDesc::FLOAT);
+    header.channelnames = names;
     std::vector<float> pixels(size_t(5 * 3) * names.size());
     for (int y = 0; y < 3; ++y)
         for (int x = 0; x < 5; ++x)
             for (size_t c = 0; c < names.size(); ++c)
                 pixels[(y * 5 + x) * names.size() + c] = 100.0f * c + x + y / 8.0f;
     auto out = OIIO::ImageOutput::create(path);
-    ASSERT_TRUE(out && out->open(path, spec));
+    ASSERT_TRUE(out && out->open(path, header));
     ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()));
     out->close();
 }

@@ -35,23 +35,23 @@ float Texture(int x, int y, int c) {
 
 void WriteRenderFrame(const std::string& path, const RenderFrame& r, int frame) {
     const int n = int(r.channels.size());
-    oiio::ImageSpec spec(r.width, r.height, n, oiio::TypeDesc::HALF);
-    spec.channelnames = r.channels;
-    spec.alpha_channel = 3;
-    spec.x = r.x;
-    spec.y = r.y;
-    spec.full_x = spec.full_y = 0;
-    spec.full_width = r.displayWidth;
-    spec.full_height = r.displayHeight;
-    spec.attribute("Artist", "Mara Quist");
-    spec.attribute("colorspace", "ACEScg");
+    oiio::ImageSpec header(r.width, r.height, n, oiio::TypeDesc::HALF);
+    header.channelnames = r.channels;
+    header.alpha_channel = 3;
+    header.x = r.x;
+    header.y = r.y;
+    header.full_x = header.full_y = 0;
+    header.full_width = r.displayWidth;
+    header.full_height = r.displayHeight;
+    header.attribute("Artist", "Mara Quist");
+    header.attribute("colorspace", "ACEScg");
     const float chroma[8] = {0.713f, 0.293f, 0.165f, 0.830f, 0.128f, 0.044f, 0.32168f, 0.33767f};
-    spec.attribute("chromaticities", oiio::TypeDesc(oiio::TypeDesc::FLOAT, 8), chroma);
+    header.attribute("chromaticities", oiio::TypeDesc(oiio::TypeDesc::FLOAT, 8), chroma);
     const int rate[2] = {24, 1};
-    spec.attribute("FramesPerSecond", oiio::TypeRational, rate);
-    spec.attribute("frame", 101 + frame);
+    header.attribute("FramesPerSecond", oiio::TypeRational, rate);
+    header.attribute("frame", 101 + frame);
     const unsigned timecode[2] = {PackTimecode({.hours = 1, .frames = frame}), 0};
-    spec.attribute("smpte:TimeCode", oiio::TypeTimeCode, timecode);
+    header.attribute("smpte:TimeCode", oiio::TypeTimeCode, timecode);
     std::vector<float> pixels(std::size_t(r.width) * r.height * n);
     const int left = 20 + frame * r.step, top = r.height / 3, side = r.height / 3;
     for (int y = 0; y < r.height; ++y)
@@ -67,13 +67,13 @@ void WriteRenderFrame(const std::string& path, const RenderFrame& r, int frame) 
             }
         }
     auto out = oiio::ImageOutput::create(path);
-    ASSERT_TRUE(out && out->open(path, spec)) << path;
+    ASSERT_TRUE(out && out->open(path, header)) << path;
     ASSERT_TRUE(out->write_image(oiio::TypeDesc::FLOAT, pixels.data()));
     out->close();
 }
 
 struct ReadBack {
-    oiio::ImageSpec spec;
+    oiio::ImageSpec header;
     std::vector<float> pixels; // every channel, as floats
 };
 
@@ -82,14 +82,15 @@ ReadBack ReadFile(const std::string& path) {
     auto in = oiio::ImageInput::open(path);
     EXPECT_TRUE(in) << path;
     if (!in) return r;
-    r.spec = in->spec();
-    r.pixels.resize(std::size_t(r.spec.width) * r.spec.height * r.spec.nchannels);
-    EXPECT_TRUE(in->read_image(0, 0, 0, r.spec.nchannels, oiio::TypeDesc::FLOAT, r.pixels.data()));
+    r.header = in->spec();
+    r.pixels.resize(std::size_t(r.header.width) * r.header.height * r.header.nchannels);
+    EXPECT_TRUE(
+        in->read_image(0, 0, 0, r.header.nchannels, oiio::TypeDesc::FLOAT, r.pixels.data()));
     return r;
 }
 
-std::string TimecodeOf(const oiio::ImageSpec& spec) {
-    const oiio::ParamValue* p = spec.find_attribute("smpte:TimeCode", oiio::TypeTimeCode);
+std::string TimecodeOf(const oiio::ImageSpec& header) {
+    const oiio::ParamValue* p = header.find_attribute("smpte:TimeCode", oiio::TypeTimeCode);
     if (!p) return "none";
     const Timecode t = UnpackTimecode(static_cast<const unsigned*>(p->data())[0]);
     char text[32];
@@ -98,16 +99,16 @@ std::string TimecodeOf(const oiio::ImageSpec& spec) {
     return text;
 }
 
-std::string RationalOf(const oiio::ImageSpec& spec, const char* name) {
-    const oiio::ParamValue* p = spec.find_attribute(name, oiio::TypeRational);
+std::string RationalOf(const oiio::ImageSpec& header, const char* name) {
+    const oiio::ParamValue* p = header.find_attribute(name, oiio::TypeRational);
     if (!p) return "none";
     const int* r = static_cast<const int*>(p->data());
     return std::to_string(r[0]) + "/" + std::to_string(r[1]);
 }
 
-int ChannelIndex(const oiio::ImageSpec& spec, const std::string& name) {
-    for (int c = 0; c < spec.nchannels; ++c)
-        if (spec.channelnames[size_t(c)] == name) return c;
+int ChannelIndex(const oiio::ImageSpec& header, const std::string& name) {
+    for (int c = 0; c < header.nchannels; ++c)
+        if (header.channelnames[size_t(c)] == name) return c;
     return -1;
 }
 
@@ -123,7 +124,7 @@ TEST_F(FileLayout, WindowedFiveChannelExrKeepsWindowsChannelsAndAttributes) {
         const std::string name = "out." + std::to_string(1001 + i) + ".exr";
         SCOPED_TRACE(name);
         const ReadBack out = ReadFile(In(name));
-        const oiio::ImageSpec& s = out.spec;
+        const oiio::ImageSpec& s = out.header;
         EXPECT_EQ(std::vector<int>({s.x, s.y, s.width, s.height}),
                   std::vector<int>({50, 40, 800, 400}));
         EXPECT_EQ(std::vector<int>({s.full_x, s.full_y, s.full_width, s.full_height}),
@@ -174,9 +175,9 @@ TEST_F(FileLayout, DepthTakesSourceValuesAndBlendedChannelsMatchThePicture) {
         bool allFromSource = true, copyIsRed = true;
         for (int i = 0; i < 9; ++i) {
             const ReadBack f = ReadFile(In(SequencePattern::Parse(out)->Path(i)));
-            ASSERT_EQ(f.spec.channelnames, r.channels);
-            const int z = ChannelIndex(f.spec, "Z"), copy = ChannelIndex(f.spec, "copyR");
-            const std::size_t channels = std::size_t(f.spec.nchannels);
+            ASSERT_EQ(f.header.channelnames, r.channels);
+            const int z = ChannelIndex(f.header, "Z"), copy = ChannelIndex(f.header, "copyR");
+            const std::size_t channels = std::size_t(f.header.nchannels);
             for (std::size_t p = 0; p < f.pixels.size() / channels; ++p) {
                 const float depth = f.pixels[p * channels + std::size_t(z)];
                 allFromSource = allFromSource && (depth == 3.0f || depth == 10.0f);
@@ -207,20 +208,22 @@ TEST_F(FileLayout, ChangingDataWindowsAreRetimedOnTheirUnion) {
     for (int i = 0; i < 5; ++i) {
         const ReadBack out = ReadFile(In("out." + std::to_string(i) + ".exr"));
         SCOPED_TRACE(i);
-        EXPECT_EQ(std::vector<int>({out.spec.x, out.spec.y, out.spec.width, out.spec.height}),
-                  std::vector<int>({8, 3, 70, 36}));
-        EXPECT_EQ(out.spec.full_width, 100);
+        EXPECT_EQ(
+            std::vector<int>({out.header.x, out.header.y, out.header.width, out.header.height}),
+            std::vector<int>({8, 3, 70, 36}));
+        EXPECT_EQ(out.header.full_width, 100);
         if (i % 2) continue;
         // At a source frame: the source inside its own window, zero around it.
         const ReadBack in = ReadFile(In("in." + std::to_string(i / 2) + ".exr"));
-        for (int y = 0; y < out.spec.height; ++y)
-            for (int x = 0; x < out.spec.width; ++x) {
-                const int sx = x + out.spec.x - in.spec.x, sy = y + out.spec.y - in.spec.y;
-                const bool inside = sx >= 0 && sy >= 0 && sx < in.spec.width && sy < in.spec.height;
+        for (int y = 0; y < out.header.height; ++y)
+            for (int x = 0; x < out.header.width; ++x) {
+                const int sx = x + out.header.x - in.header.x, sy = y + out.header.y - in.header.y;
+                const bool inside =
+                    sx >= 0 && sy >= 0 && sx < in.header.width && sy < in.header.height;
                 for (int c = 0; c < 4; ++c) {
                     const float want =
-                        inside ? in.pixels[(std::size_t(sy) * in.spec.width + sx) * 4 + c] : 0.0f;
-                    ASSERT_EQ(out.pixels[(std::size_t(y) * out.spec.width + x) * 4 + c], want)
+                        inside ? in.pixels[(std::size_t(sy) * in.header.width + sx) * 4 + c] : 0.0f;
+                    ASSERT_EQ(out.pixels[(std::size_t(y) * out.header.width + x) * 4 + c], want)
                         << x << "," << y << " channel " << c;
                 }
             }
@@ -247,16 +250,16 @@ TEST_F(FileLayout, GreyAndGreyAlphaRoundTripAtSourceFrames) {
         SCOPED_TRACE(c.name);
         const std::string stem = "c" + std::to_string(n++);
         for (int i = 0; i < 3; ++i) {
-            oiio::ImageSpec spec(40, 24, c.channels, c.type);
-            spec.channelnames = c.channels == 1 ? std::vector<std::string>{"Y"}
-                                                : std::vector<std::string>{"Y", "A"};
-            if (c.channels == 2) spec.alpha_channel = 1;
+            oiio::ImageSpec header(40, 24, c.channels, c.type);
+            header.channelnames = c.channels == 1 ? std::vector<std::string>{"Y"}
+                                                  : std::vector<std::string>{"Y", "A"};
+            if (c.channels == 2) header.alpha_channel = 1;
             std::vector<float> pixels(std::size_t(40 * 24 * c.channels));
             for (std::size_t p = 0; p < pixels.size(); ++p)
                 pixels[p] = float((p * 37 + std::size_t(i) * 11) % 251) / 250.0f;
             const std::string path = In(stem + "." + std::to_string(i) + "." + c.ext);
             auto out = oiio::ImageOutput::create(path);
-            ASSERT_TRUE(out && out->open(path, spec));
+            ASSERT_TRUE(out && out->open(path, header));
             ASSERT_TRUE(out->write_image(oiio::TypeDesc::FLOAT, pixels.data()));
             out->close();
         }
@@ -280,9 +283,9 @@ TEST_F(FileLayout, GreyAndGreyAlphaRoundTripAtSourceFrames) {
 // with or without the unassociated mark.
 void WriteAlphaFrames(const std::string& pattern, oiio::TypeDesc type, bool unassociated) {
     for (int i = 0; i < 2; ++i) {
-        oiio::ImageSpec spec(40, 24, 4, type);
-        spec.alpha_channel = 3;
-        if (unassociated) spec.attribute("oiio:UnassociatedAlpha", 1);
+        oiio::ImageSpec header(40, 24, 4, type);
+        header.alpha_channel = 3;
+        if (unassociated) header.attribute("oiio:UnassociatedAlpha", 1);
         std::vector<float> pixels(std::size_t(40 * 24 * 4));
         for (std::size_t p = 0; p < pixels.size() / 4; ++p) {
             const float alpha = 0.25f + float((p * 7 + std::size_t(i)) % 4) * 0.25f;
@@ -292,7 +295,7 @@ void WriteAlphaFrames(const std::string& pattern, oiio::TypeDesc type, bool unas
         }
         const std::string path = SequencePattern::Parse(pattern)->Path(i);
         auto out = oiio::ImageOutput::create(path);
-        ASSERT_TRUE(out && out->open(path, spec));
+        ASSERT_TRUE(out && out->open(path, header));
         ASSERT_TRUE(out->write_image(oiio::TypeDesc::FLOAT, pixels.data()));
         out->close();
     }
