@@ -401,9 +401,9 @@ BENCHMARK(BM_SlowMotion4x)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
 
-// The same slow motion with the stand-in host's workers spinning `spin` pause instructions
-// before they sleep (the fourth argument): 4000 is how long they spun before sleeping once, 64
-// the default now. Meant to be run with a competing busy process on one core and random
+// The same slow motion with the stand-in host's workers spinning `spin` microseconds before they
+// sleep (the fourth argument): 1000 a long spin, 1 about as short as the clock allows, beside the
+// default. Meant to be run with a competing busy process on one core and random
 // interleaving, so that both settings meet the same load (scripts/bench-workers.sh).
 void BM_SlowMotion4xWorkerSpin(benchmark::State& state) {
     const int saved = SparkHostWorkerSpin();
@@ -413,8 +413,9 @@ void BM_SlowMotion4xWorkerSpin(benchmark::State& state) {
     SparkHostSetWorkerSpin(saved);
 }
 BENCHMARK(BM_SlowMotion4xWorkerSpin)
-    ->Args({1920, 1080, 5, 4000})
-    ->Args({1920, 1080, 5, kSparkHostDefaultSpinRounds})
+    ->Args({1920, 1080, 5, 1000})
+    ->Args({1920, 1080, 5, kSparkHostDefaultSpinMicroseconds})
+    ->Args({1920, 1080, 5, 1})
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The stand-in host's waiting workers on a loaded machine: the 1080p 4x slow motion of the real
-# clip with the workers spinning long before they sleep (4000 pauses, as they once did) and
-# briefly (the default), in one run and randomly interleaved, so that both meet the same load,
+# clip with the workers spinning long before they sleep (1 ms), as long as the default and
+# hardly at all, in one run and randomly interleaved, so that both meet the same load,
 # while a busy loop holds core 0. The load average is printed before and after.
 #
 #   scripts/bench-workers.sh             busy loop on core 0, 3 repetitions of each setting

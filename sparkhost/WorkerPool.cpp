@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cassert>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <thread>
@@ -19,6 +20,22 @@ inline void Pause() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
 #endif
+}
+
+// Spins until `done` answers true or `microseconds` have passed; answers whether it was done.
+// The clock is read once every few pauses: reading it costs about as much as a pause.
+template <class Done>
+bool SpinUntil(Done done, int microseconds) {
+    if (microseconds <= 0) return done();
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::microseconds(microseconds);
+    for (;;) {
+        for (int i = 0; i < 16; ++i) {
+            if (done()) return true;
+            Pause();
+        }
+        if (Clock::now() >= end) return done();
+    }
 }
 
 class WorkerPool {
@@ -39,8 +56,8 @@ public:
 
     int Count() const { return count_; }
 
-    void SetSpin(int rounds) { spinRounds_.store(rounds < 0 ? 0 : rounds); }
-    int Spin() const { return spinRounds_.load(); }
+    void SetSpin(int microseconds) { spinMicroseconds_.store(microseconds < 0 ? 0 : microseconds); }
+    int Spin() const { return spinMicroseconds_.load(); }
 
     void SetFrame(int width, int height) {
         pixels_ = static_cast<uint64_t>(width < 0 ? 0 : width) * (height < 0 ? 0 : height);
@@ -59,15 +76,10 @@ public:
         generation_.notify_all();
         tWorkerIndex = 0;
         function(argument);
-        const int rounds = spinRounds_.load(std::memory_order_relaxed);
-        for (int spin = 0; remaining_.load(std::memory_order_acquire) != 0; ++spin) {
-            if (spin < rounds) {
-                Pause();
-            } else {
-                const int left = remaining_.load(std::memory_order_acquire);
-                if (left != 0) remaining_.wait(left, std::memory_order_acquire);
-            }
-        }
+        const auto finished = [this] { return remaining_.load(std::memory_order_acquire) == 0; };
+        if (SpinUntil(finished, spinMicroseconds_.load(std::memory_order_relaxed))) return 0;
+        for (int left; (left = remaining_.load(std::memory_order_acquire)) != 0;)
+            remaining_.wait(left, std::memory_order_acquire);
         return 0;
     }
 
@@ -82,12 +94,13 @@ private:
     void Loop(int index, uint32_t seen) {
         tWorkerIndex = index;
         for (;;) {
-            uint32_t now = generation_.load(std::memory_order_acquire);
-            const int rounds = spinRounds_.load(std::memory_order_relaxed);
-            for (int spin = 0; now == seen && spin < rounds; ++spin) {
-                Pause();
-                now = generation_.load(std::memory_order_acquire);
-            }
+            uint32_t now = seen;
+            SpinUntil(
+                [&] {
+                    now = generation_.load(std::memory_order_acquire);
+                    return now != seen;
+                },
+                spinMicroseconds_.load(std::memory_order_relaxed));
             while (now == seen) {
                 generation_.wait(seen, std::memory_order_acquire);
                 now = generation_.load(std::memory_order_acquire);
@@ -118,7 +131,7 @@ private:
     std::atomic<uint32_t> generation_{0};
     std::atomic<int> remaining_{0};
     std::atomic<bool> stopping_{false};
-    std::atomic<int> spinRounds_{kSparkHostDefaultSpinRounds};
+    std::atomic<int> spinMicroseconds_{kSparkHostDefaultSpinMicroseconds};
 };
 
 WorkerPool& Pool() {
@@ -135,8 +148,8 @@ int SparkHostWorkerCount() {
     return Pool().Count();
 }
 
-void SparkHostSetWorkerSpin(int rounds) {
-    Pool().SetSpin(rounds);
+void SparkHostSetWorkerSpin(int microseconds) {
+    Pool().SetSpin(microseconds);
 }
 
 int SparkHostWorkerSpin() {

@@ -8,12 +8,14 @@
 void SparkHostSetWorkerCount(int count);
 int SparkHostWorkerCount();
 
-// How long a waiting thread spins, in processor pause instructions, before it sleeps in the
-// kernel until woken: workers between forks, and the forking thread waiting for the others.
-// Forks come thousands of times per frame, back to back, so a short spin catches the next one
-// without a wake-up; a long one burns a core that, on a loaded machine, a late worker needs.
-inline constexpr int kSparkHostDefaultSpinRounds = 64;
-void SparkHostSetWorkerSpin(int rounds);
+// How long a waiting thread spins, in microseconds, before it sleeps in the kernel until woken:
+// workers between forks, and the forking thread waiting for the others. Forks come thousands of
+// times per frame, back to back, so a spin catches the next one without a wake-up, which costs
+// more than the work of a small fork; a spin bounded in time rather than in pause instructions
+// behaves alike on processors whose pause differs tenfold in length. On a loaded machine the
+// bound keeps a waiting thread from holding a core a late worker needs for long.
+inline constexpr int kSparkHostDefaultSpinMicroseconds = 80;
+void SparkHostSetWorkerSpin(int microseconds);
 int SparkHostWorkerSpin();
 // Frame size whose pixels are sliced among the workers.
 void SparkHostSetFrameSize(int width, int height);

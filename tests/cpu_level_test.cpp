@@ -228,6 +228,21 @@ TEST_F(CpuLevels, FiltersResizeAndMixes) {
             DQFlowBlur(out[0].get(), grey.get(), kind, plane);
             return out;
         });
+    // The separable blurs of every type and channel count, both axes and one.
+    for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
+        for (int channels = 1; channels <= 4; ++channels) {
+            DQImagePtr source = Shifted(kW, kH, channels, type, 0.0, 0.0);
+            ExpectSameBytes(Name("separable blurs", type, channels), [&] {
+                std::vector<DQImagePtr> out;
+                for (int i = 0; i < 4; ++i)
+                    out.push_back(Duplicate(*source));
+                BlurGauss(out[0].get(), 0, 4.5f);
+                BlurBox(out[1].get(), 2, 2.5f);
+                Blur5(out[2].get());
+                BlurGauss(out[3].get(), 3, 1.7f);
+                return out;
+            });
+        }
     for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT}) {
         DQImagePtr a = Shifted(kW, kH, 4, type, 0.0, 0.0);
         DQImagePtr b = Shifted(kW, kH, 4, type, 2.5, -1.5);

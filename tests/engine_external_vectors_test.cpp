@@ -259,7 +259,9 @@ TEST_F(ExternalVectors, EveryLentImageAndFrameIsGivenBackOnEveryPath) {
         EXPECT_EQ(engine.lent, c.lent);
         EXPECT_EQ(engine.released, engine.lent);
         EXPECT_EQ(engine.Outstanding(), 0);
-        if (c.expected != 0) EXPECT_TRUE(engine.KeepsNoFlow());
+        if (c.expected != 0) {
+            EXPECT_TRUE(engine.KeepsNoFlow());
+        }
     }
 }
 

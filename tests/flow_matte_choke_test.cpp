@@ -59,7 +59,9 @@ TEST(MatteChoke, ShrinksAndGrowsADiscByTheAmount) {
             // a pixel (the smoothing rounds a curved edge a little further in than a straight one).
             const double radius = std::sqrt(Area(*disc) / std::numbers::pi);
             EXPECT_NEAR(kRadius - radius, c.amount, 0.5) << c.name;
-            if (c.amount > 0.0f) EXPECT_GT(kRadius - radius, c.amount - 0.05f) << c.name;
+            if (c.amount > 0.0f) {
+                EXPECT_GT(kRadius - radius, c.amount - 0.05f) << c.name;
+            }
         }
     });
 }

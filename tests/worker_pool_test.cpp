@@ -16,8 +16,8 @@ void Count(void* counter) {
 
 // Restores the default spin when a case ends.
 struct SpinScope {
-    explicit SpinScope(int rounds) { SparkHostSetWorkerSpin(rounds); }
-    ~SpinScope() { SparkHostSetWorkerSpin(kSparkHostDefaultSpinRounds); }
+    explicit SpinScope(int microseconds) { SparkHostSetWorkerSpin(microseconds); }
+    ~SpinScope() { SparkHostSetWorkerSpin(kSparkHostDefaultSpinMicroseconds); }
 };
 
 TEST(WorkerPool, EveryWorkerRunsOncePerForkWhateverTheSpin) {
@@ -26,7 +26,7 @@ TEST(WorkerPool, EveryWorkerRunsOncePerForkWhateverTheSpin) {
     const struct {
         int workers;
         int spin;
-    } cases[] = {{4, 0}, {4, kSparkHostDefaultSpinRounds}, {3, 4000}, {127, 0}};
+    } cases[] = {{4, 0}, {4, kSparkHostDefaultSpinMicroseconds}, {3, 2000}, {127, 0}};
     for (const auto& c : cases) {
         WorkerScope scope(c.workers, 640, 480);
         SpinScope spin(c.spin);

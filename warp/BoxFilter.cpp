@@ -4,9 +4,6 @@
 
 #include <cmath>
 
-using warp_detail::FilterSeparable;
-using warp_detail::SymmetricFilter;
-
 void ConvolveTaps(DQImage* image, const float* taps, int count, int axes, float /*radius*/) {
     if (!image || !taps || count < 1 || count % 2 == 0) return;
     const bool rows = axes == 0 || axes == 2;
@@ -17,11 +14,8 @@ void ConvolveTaps(DQImage* image, const float* taps, int count, int axes, float 
     warp_detail::Scratch<float> half(static_cast<size_t>(n));
     for (int k = 0; k < n; ++k)
         half[k] = taps[count / 2 + k];
-    SymmetricFilter filter;
-    filter.w = half.get();
-    filter.n = n;
-    filter.edge = n - 1; // only where taps fall outside
-    FilterSeparable(image, image, filter, rows, columns);
+    // Renormalised only where taps fall outside.
+    FilterSeparableTaps(image, image, half.get(), n, n - 1, rows, columns);
 }
 
 void BlurBox(DQImage* image, int axes, float radius) {

@@ -4,9 +4,6 @@
 
 #include <cmath>
 
-using warp_detail::FilterSeparable;
-using warp_detail::SymmetricFilter;
-
 void DQMakeGaussKernel(DQFilterKernel& kernel, float radius) {
     const double r = radius;
     const double s = (r / 3.0) * (r / 3.0);
@@ -27,11 +24,8 @@ void DQMakeGaussKernel(DQFilterKernel& kernel, float radius) {
 }
 
 void Convolve(DQImage* dest, const DQImage* source, const DQFilterKernel& kernel, int direction) {
-    SymmetricFilter filter;
-    filter.w = kernel.w;
-    filter.n = kernel.n < DQFilterKernel::kMaxTaps ? kernel.n : DQFilterKernel::kMaxTaps;
-    filter.edge = filter.n;
-    FilterSeparable(dest, source, filter, direction != 2, direction != 1);
+    const int n = kernel.n < DQFilterKernel::kMaxTaps ? kernel.n : DQFilterKernel::kMaxTaps;
+    FilterSeparableTaps(dest, source, kernel.w, n, n, direction != 2, direction != 1);
 }
 
 void BlurGauss(DQImage* image, int axes, float radius) {

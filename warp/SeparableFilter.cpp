@@ -204,3 +204,14 @@ void FilterSeparable(DQImage* dest, const DQImage* source, const SymmetricFilter
 
 QUELMOR_KERNELS_END
 } // namespace warp_detail
+
+QUELMOR_KERNELS_BEGIN
+void FilterSeparableTaps(DQImage* dest, const DQImage* source, const float* w, int n, int edge,
+                         bool rows, bool columns) {
+    warp_detail::SymmetricFilter filter;
+    filter.w = w;
+    filter.n = n;
+    filter.edge = edge;
+    warp_detail::FilterSeparable(dest, source, filter, rows, columns);
+}
+QUELMOR_KERNELS_END

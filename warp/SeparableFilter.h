@@ -33,3 +33,8 @@ void FilterColumnRow(const float* rows, size_t stride, int height, int y, float*
 
 QUELMOR_KERNELS_END
 } // namespace warp_detail
+
+// FilterSeparable with the filter as plain values, the form every processor level's copy shares:
+// Convolve and the blurs call it to reach the copy of the level in force.
+void FilterSeparableTaps(DQImage* dest, const DQImage* source, const float* w, int n, int edge,
+                         bool rows, bool columns);

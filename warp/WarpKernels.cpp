@@ -1,6 +1,7 @@
 // The entry points of the warp's kernel units, each forwarding to the copy of the level in force.
 #include "image/KernelSpace.h"
 #include "warp/Filters.h"
+#include "warp/SeparableFilter.h"
 #include "warp/Warp.h"
 #include "warp/WarpForward.h"
 
@@ -35,3 +36,8 @@ QUELMOR_KERNEL_ENTRY(int, DQWarpForward,
                      (dest, source, flow, fixedOrder, samples, meshStep, columnsAscending,
                       rowsAscending, rowMajor, plainCells, progress, weight, enlarged, filterMode,
                       sourceMask, scale))
+
+QUELMOR_KERNEL_ENTRY(void, FilterSeparableTaps,
+                     (DQImage * dest, const DQImage* source, const float* w, int n, int edge,
+                      bool rows, bool columns),
+                     (dest, source, w, n, edge, rows, columns))

@@ -123,7 +123,9 @@ TEST_F(LayerRunTest, OneLayerDrawnAloneAtASourceFrame) {
                 ASSERT_EQ(fg.At(x, y)[c], object ? source.At(x, y)[c] : 0) << x << "," << y;
                 // All layers laid together again give the frame back.
                 ASSERT_EQ(all.At(x, y)[c], source.At(x, y)[c]) << x << "," << y;
-                if (!object) ASSERT_EQ(bg.At(x, y)[c], source.At(x, y)[c]) << x << "," << y;
+                if (!object) {
+                    ASSERT_EQ(bg.At(x, y)[c], source.At(x, y)[c]) << x << "," << y;
+                }
             }
             if (object) repaired += bg.At(x, y)[0] != source.At(x, y)[0];
         }
