@@ -1,14 +1,8 @@
 // quelmor: retimes clips on disk with motion vectors.
 #include <cstdio>
 #include <cstring>
-#include <exception>
-#include <string>
-#include <vector>
 
-#include "CommandLine.h"
-#include "Commands.h"
-#include "MediaFrame.h"
-#include "StopSignals.h"
+#include "CommandLibrary.h"
 
 namespace {
 
@@ -113,30 +107,6 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
     }
-    const std::string command = argv[1];
-    const std::vector<std::string> args(argv + 2, argv + argc);
-    try {
-        if (command == "retime") return RunRetime(args);
-        if (command == "spark") return RunSpark(args);
-        if (command == "synth") return RunSynth(args);
-        if (command == "score") return RunScore(args);
-        if (command == "dissolve") return RunDissolve(args);
-        throw UsageError("unknown command \"" + command + "\"");
-    } catch (const Interrupted& e) {
-        std::fprintf(stderr, "quelmor: %s\n", e.what());
-        return 128 + e.Signal();
-    } catch (const UsageError& e) {
-        std::fprintf(stderr, "quelmor: %s\n(quelmor --help lists the commands and options)\n",
-                     e.what());
-        return 2;
-    } catch (const MediaError& e) {
-        std::fprintf(stderr, "quelmor: %s\n", e.what());
-        return 1;
-    } catch (const std::bad_alloc&) {
-        std::fprintf(stderr, "quelmor: out of memory\n");
-        return 1;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "quelmor: %s\n", e.what());
-        return 1;
-    }
+    // Everything past the usage runs in the commands library, loaded only now.
+    return RunCommandFromLibrary(argc, argv);
 }
