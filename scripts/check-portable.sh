@@ -2,8 +2,8 @@
 # Checks that a build runs on any x86-64 processor: no AVX, AVX2, FMA, F16C, AVX-512 or BMI
 # instruction outside the AVX2 and AVX-512 copies of the kernel units, which run only when the
 # processor has them, and no AVX-512 instruction in the AVX2 copies. Looks at every object of the
-# core library and at every function of the plug-in and the command (a function copied from a
-# kernel copy into a shared name would show there).
+# core library and at every function of the plug-in, the command and its commands library (a
+# function copied from a kernel copy into a shared name would show there).
 #   scripts/check-portable.sh [BUILD_DIR]   (default build)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -89,6 +89,7 @@ check_binary() {
 }
 check_binary "$build/host/quelmor_spark.so"
 check_binary "$build/cli/quelmor"
+check_binary "$build/cli/libquelmor_commands.so"
 
 if ((status == 0)); then echo "check-portable: OK"; else echo "check-portable: FAILED"; fi
 exit $status
