@@ -130,17 +130,18 @@ const DQImage* VectorReader::Get(int number, FlowDirection direction) {
     for (const Frame& frame : kept_)
         if (frame.number == number) return pick(frame.motion);
     Frame frame{number, {}};
+    std::error_code ec;
     if (sequence_.IsExr()) {
+        // A frame without a file has vectors in neither direction; its neighbours' may do.
         const std::string path = sequence_.Path(number, direction);
         std::string reason;
-        if (!ReadExrMotion(path, &frame.motion, &reason))
+        if (fs::exists(path, ec) && !ReadExrMotion(path, &frame.motion, &reason))
             throw MediaError("cannot read the vector file " + path + ": " + reason);
         for (const DQImage* flow : {frame.motion.forward.get(), frame.motion.backward.get()})
             if (flow) Check(*flow, path);
     } else {
         for (FlowDirection d : kDirections) {
             const std::string path = sequence_.Path(number, d);
-            std::error_code ec;
             if (!fs::exists(path, ec)) continue;
             std::string reason;
             DQImagePtr flow = ReadFloFile(path, &reason);
