@@ -12,7 +12,7 @@
 
 namespace quelmor::bench {
 
-class ClipEngine final : public ZUQuelmor4 {
+class ClipEngine : public ZUQuelmor4 {
 public:
     ClipEngine() = default;
     explicit ClipEngine(std::vector<DQImage*> clip) : frames(std::move(clip)) {}

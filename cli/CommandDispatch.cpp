@@ -26,6 +26,7 @@ extern "C" int QuelmorRunCommand(int argc, char** argv) {
         if (command == "synth") return RunSynth(args);
         if (command == "score") return RunScore(args);
         if (command == "dissolve") return RunDissolve(args);
+        if (command == "vectors") return RunVectors(args);
         throw UsageError("unknown command \"" + command + "\"");
     } catch (const Interrupted& e) {
         std::fprintf(stderr, "quelmor: %s\n", e.what());

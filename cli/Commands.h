@@ -12,5 +12,6 @@ int RunScore(std::span<const std::string> args);
 int RunRetime(std::span<const std::string> args);
 int RunSpark(std::span<const std::string> args);
 int RunDissolve(std::span<const std::string> args);
+int RunVectors(std::span<const std::string> args);
 
 } // namespace quelmor::cli

@@ -20,6 +20,12 @@ inline constexpr OptionSpec kInterpolationOption{
     .name = "interpolation", .takesValue = true, .choices = kInterpolationNames};
 inline constexpr OptionSpec kQualityOption{
     .name = "quality", .takesValue = true, .choices = kQualityNames};
+// The commands that drive the engine directly also offer vectors at the frame's own size, which
+// the panel does not.
+inline constexpr const char* kDirectQualityNames[] = {"none", "sloppy", "medium",
+                                                      "high", "best",   "full"};
+inline constexpr OptionSpec kDirectQualityOption{
+    .name = "quality", .takesValue = true, .choices = kDirectQualityNames};
 inline constexpr OptionSpec kWarpingOption{
     .name = "warping", .takesValue = true, .choices = kWarpingNames};
 // Motion blur along the vectors, in frames of motion; the engine's panel stops at 5.

@@ -121,6 +121,26 @@ std::string AudioToCarry(const RetimeSettings& s, const OutputPlan& plan,
     return "";
 }
 
+// The vectors of --vectors, checked before anything is written: the files must cover every pair of
+// source frames that the output frames `numbers` show, at the input's size.
+std::optional<VectorReader> OpenVectors(const RetimeSettings& s, const MediaReader& source,
+                                        const Timing& timing, const std::vector<int>& numbers) {
+    if (!s.vectors) return std::nullopt;
+    VectorSequence files(*s.vectors, "--vectors");
+    const int first = source.FirstNumber(), last = source.FrameCount() - 1;
+    int low = last, high = 0;
+    for (const int number : numbers) {
+        const float t = timing.SourceTime(float(number - first));
+        const int a = std::clamp(int(std::floor(t)), 0, last);
+        low = std::min(low, a);
+        high = std::max(high, std::min(a + 1, last));
+    }
+    const MediaFormat& format = source.Format();
+    if (low <= high) files.CheckCovers(first + low, first + high, format.width, format.height);
+    return std::optional<VectorReader>(std::in_place, std::move(files), format.width,
+                                       format.height);
+}
+
 std::string ChannelList(const std::vector<std::string>& names) {
     std::string list;
     for (const std::string& name : names)
@@ -179,6 +199,7 @@ int RunRetime(std::span<const std::string> args) {
         std::fprintf(stderr, "retime: %d of the %d output frames %d-%d are there, %d to render\n",
                      to - from + 1 - rendered, to - from + 1, from, to, rendered);
     if (rendered == 0) return 0;
+    std::optional<VectorReader> vectors = OpenVectors(s, *source, timing, numbers);
 
     const MediaFormat& format = source->Format();
     const std::vector<ChannelMix> mixes = MixOfChannels(format.extras, s.channelMix);
@@ -213,6 +234,7 @@ int RunRetime(std::span<const std::string> args) {
     for (const auto& clip : matteClips)
         mattes.push_back(clip.get());
     engine.SetMattes(std::move(mattes));
+    if (vectors) engine.UseVectors(&*vectors, first, s.vectorScale[0], s.vectorScale[1]);
     const EngineSettings settings{.interpolation = s.interpolation,
                                   .vectorQuality = s.vectorQuality,
                                   .motionBlur = s.motionBlur,

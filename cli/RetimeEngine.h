@@ -15,6 +15,7 @@
 #include "cli/ReadAhead.h"
 #include "cli/StageClock.h"
 #include "cli/Timing.h"
+#include "cli/VectorFiles.h"
 #include "engine/Engine.h"
 
 namespace quelmor::cli {
@@ -67,6 +68,11 @@ public:
     // Whether Render makes the extra channels (on by default); off for outputs that hold none.
     void KeepExtraChannels(bool keep) { keepExtras_ = keep; }
 
+    // Motion read from vector files instead of computed: engine frame i is the file numbered
+    // firstNumber + i, and every vector is multiplied by scaleX, scaleY. The reader must outlive
+    // the object.
+    void UseVectors(VectorReader* vectors, int firstNumber, float scaleX, float scaleY);
+
     // Renders output frame `index` (counted from 0) into `out`, in the working format, with the
     // source's extra channels. Throws MediaError when a source frame cannot be read (with the
     // reader's message) or the engine fails.
@@ -93,7 +99,20 @@ public:
                           unsigned char* blue, float time) override;
     void GetBackgroundLayerDoOpticalFlow(bool* doFlow, float time) override;
 
+    // The vectors of UseVectors, as four float channels (x, y, 0, 1) of the frame's size. A frame
+    // whose neighbour lies beyond the clip, and so is the frame itself, has zero motion.
+    int UsesExternalVectors() override;
+    int GetPreviousFrameVectors(ZUImage** vectors, float* scale, int frame) override;
+    int GetNextFrameVectors(ZUImage** vectors, float* scale, int frame) override;
+    int ReleasePreviousFrameVectors(ZUImage* vectors) override;
+    int ReleaseNextFrameVectors(ZUImage* vectors) override;
+    int GetVectorScaleXY(float* scaleX, float* scaleY, int frame) override;
+
 private:
+    // Hands out the vectors of engine frame `frame` towards `step` (+1 or -1): 0, 5 when the
+    // files hold none, 7 when they cannot be read.
+    int LendVectors(ZUImage** vectors, float* scale, int frame, int step);
+
     // What the engine is fed as the frames to warp: the picture; four extra channels to blend;
     // or the positions of the pixels of the earlier (side 0) or later (side 1) source frame,
     // from which the nearest source sample of every output pixel follows.
@@ -137,6 +156,10 @@ private:
     int side_ = 0;           // the side of a Positions pass
     float split_ = 0.0f;     // source frames up to this time are the earlier side
     int sideFrame_ = -1;     // the source frame whose positions a Positions pass handed out
+
+    VectorReader* vectors_ = nullptr; // motion from files, or null: computed
+    int vectorFirst_ = 0;
+    float vectorScale_[2] = {1.0f, 1.0f};
 };
 
 } // namespace quelmor::cli

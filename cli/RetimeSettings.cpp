@@ -1,5 +1,8 @@
 #include "RetimeSettings.h"
 
+#include <cmath>
+#include <cstdlib>
+
 #include "EngineOptions.h"
 #include "FrameResize.h"
 #include "SequencePattern.h"
@@ -22,7 +25,7 @@ constexpr OptionSpec kInputFpsOption{
 // clang-format off
 constexpr OptionSpec kRetimeOptions[] = {
     kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
-    {"frames", true},  kInterpolationOption,    kQualityOption,        kMotionBlurOption,
+    {"frames", true},  kInterpolationOption,    kDirectQualityOption,        kMotionBlurOption,
     kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
     {"resume", false}, {"print-frames", false}, {"threads", true},
     {"channel-mix", true}, kAlphaOption, kFpsOption, kInputFpsOption,
@@ -31,12 +34,47 @@ constexpr OptionSpec kRetimeOptions[] = {
     {"show-geometry", false},
     {"matte", true}, kMatteShrinkOption, kLayerSensitivityOption, kDrawOption,
     {"resize", true}, {"filter", true},
+    {"vectors", true}, {"vector-scale", true},
 };
 // clang-format on
 
 } // namespace
 
-RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
+std::vector<std::string> JoinPairOption(std::span<const std::string> args,
+                                        const std::string& name) {
+    std::vector<std::string> out;
+    const std::string option = "--" + name;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--") {
+            out.insert(out.end(), args.begin() + std::ptrdiff_t(i), args.end());
+            break;
+        }
+        out.push_back(args[i]);
+        if (args[i] != option) continue;
+        if (i + 2 >= args.size()) throw UsageError(option + " needs two numbers, X and Y");
+        out.push_back(args[i + 1] + " " + args[i + 2]);
+        i += 2;
+    }
+    return out;
+}
+
+void ParseNumberPair(const std::string& text, const std::string& what, float pair[2]) {
+    const char* at = text.c_str();
+    for (int k = 0; k < 2; ++k) {
+        while (*at == ' ' || (k == 1 && *at == ','))
+            ++at;
+        char* end = nullptr;
+        const double v = std::strtod(at, &end);
+        if (end == at || !std::isfinite(v) || std::fabs(v) > 1e6)
+            throw UsageError(what + " wants two numbers X and Y, got \"" + text + "\"");
+        pair[k] = float(v);
+        at = end;
+    }
+    if (*at != '\0') throw UsageError(what + " wants two numbers X and Y, got \"" + text + "\"");
+}
+
+RetimeSettings ParseRetimeSettings(std::span<const std::string> given) {
+    const std::vector<std::string> args = JoinPairOption(given, "vector-scale");
     const CommandLine line = ParseCommandLine("retime", args, kRetimeOptions);
     if (line.files.size() != 2)
         throw UsageError(
@@ -103,6 +141,17 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> args) {
             throw UsageError("--filter chooses the kernel of --resize; give --resize too");
         s.filter = ZoomFilterNamed(*v, "--filter").name;
     }
+    s.vectors = line.Value("vectors");
+    if (auto v = line.Value("vector-scale")) {
+        if (!s.vectors)
+            throw UsageError(
+                "--vector-scale scales the vectors of --vectors PATTERN; give that too");
+        ParseNumberPair(*v, "--vector-scale", s.vectorScale);
+    }
+    if (s.vectors && s.points)
+        throw UsageError("give only one of --vectors (motion from files) and --points");
+    if (s.vectors && !s.mattes.empty())
+        throw UsageError("--vectors drives a retime of one layer; it does not take --matte");
     if (s.input == s.output) throw UsageError("the output must not be the input");
     return s;
 }

@@ -20,7 +20,7 @@ struct RetimeSettings {
     std::optional<std::string> scenes;     // key file of scene menu numbers per source frame
     std::optional<FrameRange> frames;      // output frames as numbered in the output
     int interpolation = 1;                 // 0 nearest, 1 blend, 2 weighted energy blend
-    int vectorQuality = 4;                 // 0 none to 4 best
+    int vectorQuality = 4;                 // 0 none to 4 best, 5 full
     int warping = 0; // 0 inverse, 1 inverse + smart blend, 2 forward, 3 forward alone
     float motionBlur = 0.0f;
     // Foreground layers, frontmost first: a matte sequence each, or "alpha" for the input's own
@@ -45,7 +45,15 @@ struct RetimeSettings {
     std::optional<bool> straightAlpha;        // the input's alpha convention, when given
     std::optional<double> fps;                // output frames per second, the timing following
     std::optional<double> inputFps;           // frames per second of the input, when given
+    std::optional<std::string> vectors;       // vector files to retime by (cli/VectorFiles.h)
+    float vectorScale[2] = {1.0f, 1.0f};      // x and y of every vector read multiplied by these
 };
+
+// The words of a command line with `--NAME A B` joined into the one value "A B", so that an
+// option of two numbers goes through the parser as one.
+std::vector<std::string> JoinPairOption(std::span<const std::string> args, const std::string& name);
+// The two numbers of such a value, "A B" or "A,B"; throws UsageError naming `what`.
+void ParseNumberPair(const std::string& text, const std::string& what, float pair[2]);
 
 // Throws UsageError for anything missing, unknown, contradictory or out of range.
 RetimeSettings ParseRetimeSettings(std::span<const std::string> args);

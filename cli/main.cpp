@@ -21,7 +21,8 @@ commands:
                             4 no motion nearest, 5 no motion blend)
       --frames A-B          render output frames A to B only (numbered as the output files)
       --interpolation NAME  nearest, blend (default), weighted
-      --quality NAME        none, sloppy, medium, high, best (default)
+      --quality NAME        none, sloppy, medium, high, best (default), full (vectors at the
+                            frame's own size: slowest)
       --warping NAME        inverse (default): both frames pulled along the vectors, edges
                             stretched where a frame has nothing; smart: inverse + smart blend,
                             each pixel mixed from the frames that see it, the rest filled in;
@@ -59,6 +60,13 @@ commands:
                             the picture; by default depth (Z, depth), ids (...id) and crypto
                             mattes are nearest, the rest blend. NAME is a channel's whole name
                             or the part after its last dot
+      --vectors PATTERN     motion read from vector files instead of computed: files that
+                            quelmor vectors writes, or a renderer's motion pass in EXR (see
+                            VECTOR FILES); each pair of source frames needs the forward vectors
+                            of the first or the backward vectors of the second, the other
+                            direction is derived. One layer only (no --matte, no --points)
+      --vector-scale SX SY  multiply every vector read by SX across and SY down (-1 -1 for a
+                            pass whose vectors point to the frame before, 1 -1 for y up)
       --alpha premultiplied|straight
                             how the input's colour relates to its alpha; by default as its
                             format says: EXR premultiplied, PNG and TGA straight, TIFF as it is
@@ -66,6 +74,13 @@ commands:
                             Colour is mixed in the input's convention and written in the
                             output's (EXR premultiplied, PNG and TGA straight, TIFF and DPX as
                             the input)
+  vectors INPUT OUTPUT  write the motion between every pair of neighbouring source frames as
+                        vector files (OUTPUT name.%04d.exr or name.%04d.flo, see VECTOR FILES),
+                        as the engine finds it with the settings of retime
+      --show                write colour-coded pictures of the forward vectors instead (hue:
+                            direction, saturation: length, white: still; black arrows every 16
+                            pixels), one per pair, in any image format of retime
+      --quality NAME  --overwrite  --threads N  --quiet
   spark INPUT OUTPUT    retime a clip by running the plug-in as its host does
       --speed S  --interpolation NAME  --quality NAME  --motion-blur X
       --fields-in none|lower|upper  --fields-out none|lower|upper
@@ -86,6 +101,18 @@ commands:
 
 INPUT and OUTPUT are image sequences (name.%04d.exr, name.####.dpx, PNG, TIFF, JPEG) or video
 files (any common container in; .mov ProRes or .mp4 H.264 out).
+
+VECTOR FILES (vectors OUTPUT, retime --vectors): one set per source frame, in pixels of the frame,
+x right, y down, at the frame's size. Forward vectors lead from the frame to the next one,
+backward vectors to the one before.
+  name.%04d.exr               float channels forward.u, forward.v, backward.u, backward.v (zero
+                              where the frame has no neighbour). Read also: one of the pairs
+                              alone, u/v, a layer named motion, vector(s) or velocity, or else the
+                              first two channels, taken as forward vectors
+  name.%04d.flo               Middlebury flow files: name.0001.forward.flo, name.0001.backward.flo
+With --quality full the vectors are the engine's own, and a retime by them makes the same frames
+as one that computes them with the same settings; at other qualities they are resampled from
+the smaller flow the engine computes, and the frames differ slightly.
 
 POINTS FILES (--points): lines of text, '#' starts a comment.
   frame N                     positions below are in source frame N (numbered as the input's

@@ -83,6 +83,8 @@ TEST(ExrFlowFile, ReadsTheMotionLayerOrTheFirstTwoChannels) {
         {"motion layer among others", {"R", "G", "B", "A", "forward.u", "forward.v"}, 4, 5},
         {"backward only", {"backward.v", "backward.u"}, 1, 0},
         {"plain u and v", {"Y", "u", "v"}, 1, 2},
+        {"renderer's motion layer", {"R", "G", "B", "motionvector.x", "motionvector.y"}, 3, 4},
+        {"both directions", {"backward.u", "backward.v", "forward.u", "forward.v"}, 2, 3},
         {"render pass in R and G", {"R", "G", "B", "A"}, 0, 1},
     };
     for (const auto& c : cases) {
