@@ -92,6 +92,7 @@ public:
     void GetGeometryColor(int layer, unsigned long index, unsigned char* red, unsigned char* green,
                           unsigned char* blue, float time) override;
     void GetBackgroundLayerDoOpticalFlow(bool* doFlow, float time) override;
+    void GetDoOpticalFlow(bool* doFlow, int layer, float time) override;
 
 private:
     // What the engine is fed as the frames to warp: the picture; four extra channels to blend;
@@ -111,6 +112,7 @@ private:
     const MediaFrame& WorkingFrame(int frame);
     // The tracks between the engine's frames at timeA and timeB.
     std::vector<const PointTracks::Track*> TracksBetween(float timeA, float timeB) const;
+    bool LayerTakesTracks(int layer) const;
 
     MediaReader& source_;
     const Timing& timing_;
