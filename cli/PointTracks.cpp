@@ -8,25 +8,13 @@
 #include <sstream>
 
 #include "cli/MediaFrame.h"
+#include "cli/ShakeTracks.h"
+#include "cli/TextWords.h"
 #include "flow/MorphFlow.h"
 
 namespace quelmor::cli {
 
 namespace {
-
-std::vector<std::string> Words(const std::string& line) {
-    std::istringstream in(line);
-    std::vector<std::string> words;
-    for (std::string word; in >> word;)
-        words.push_back(word);
-    return words;
-}
-
-bool ReadFloat(const std::string& text, float* value) {
-    const char* end = text.data() + text.size();
-    auto [at, error] = std::from_chars(text.data(), end, *value);
-    return error == std::errc() && at == end && std::isfinite(*value);
-}
 
 bool ReadFrame(const std::string& text, int* value) {
     const char* end = text.data() + text.size();
@@ -56,7 +44,9 @@ void Resample(const std::vector<float>& xy, int m, std::vector<float>& x, std::v
 
 } // namespace
 
-PointTracks PointTracks::Parse(const std::string& text, const std::string& origin) {
+PointTracks PointTracks::Parse(const std::string& text, const std::string& origin,
+                               const Placement& placement) {
+    if (LooksLikeShakeTracks(text)) return ParseShakeTracks(text, origin, placement);
     PointTracks out;
     std::map<std::string, size_t> byName;
     std::map<std::pair<std::string, int>, int> seenAt; // (name, frame) -> line
@@ -66,7 +56,7 @@ PointTracks PointTracks::Parse(const std::string& text, const std::string& origi
     int frame = 0;
     for (int number = 1; std::getline(lines, line); ++number) {
         if (const size_t hash = line.find('#'); hash != std::string::npos) line.resize(hash);
-        const std::vector<std::string> words = Words(line);
+        const std::vector<std::string> words = SplitWords(line);
         if (words.empty()) continue;
         const std::string where = origin + " line " + std::to_string(number) + ": ";
         const std::string& keyword = words[0];
@@ -102,7 +92,7 @@ PointTracks PointTracks::Parse(const std::string& text, const std::string& origi
         const std::string& name = words[1];
         std::vector<float> xy(numbers);
         for (size_t i = 0; i < numbers; ++i)
-            if (!ReadFloat(words[2 + i], &xy[i]))
+            if (!ReadFiniteNumber(words[2 + i], &xy[i]))
                 throw MediaError(where + "expected a number for " + (i % 2 ? "y" : "x") + " of " +
                                  name + ", got \"" + words[2 + i] + "\"");
         auto [entry, isNew] = byName.try_emplace(name, out.tracks_.size());
@@ -120,12 +110,12 @@ PointTracks PointTracks::Parse(const std::string& text, const std::string& origi
     return out;
 }
 
-PointTracks PointTracks::Load(const std::string& path) {
+PointTracks PointTracks::Load(const std::string& path, const Placement& placement) {
     std::ifstream in(path);
     if (!in) throw MediaError("cannot read the points file " + path);
     std::ostringstream text;
     text << in.rdbuf();
-    return Parse(text.str(), path);
+    return Parse(text.str(), path, placement);
 }
 
 std::vector<const PointTracks::Track*> PointTracks::Between(int frameA, int frameB) const {

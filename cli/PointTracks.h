@@ -13,6 +13,9 @@
 // the top-left pixel. A name is a point or a curve throughout, and appears at most once per
 // frame. A curve may have other vertex counts in other frames: the two polylines of a pair are
 // resampled evenly to one count, so a curve can slide along itself.
+//
+// The same tracks may come as a tracker's export in the Shake track file format (see
+// cli/ShakeTracks.cpp): a file whose first line starts with "TrackName" is read as that.
 #pragma once
 
 #include <map>
@@ -21,8 +24,18 @@
 
 namespace quelmor::cli {
 
+// Where a tracker export's positions land in the input: the export counts frames from 1 for the
+// input's first frame (numbered `firstNumber`), and its y axis runs up from the bottom edge of a
+// frame `height` pixels high.
+struct TrackPlacement {
+    int firstNumber = 0;
+    int height = 0;
+};
+
 class PointTracks {
 public:
+    using Placement = TrackPlacement;
+
     // The most vertices a curve may have on one line.
     static constexpr int kMostCurvePoints = 2048;
 
@@ -35,9 +48,13 @@ public:
     };
 
     // Throws MediaError naming the file (`origin`), the line and what was expected there; a text
-    // with no point or curve is refused too.
-    static PointTracks Parse(const std::string& text, const std::string& origin);
-    static PointTracks Load(const std::string& path);
+    // with no point or curve is refused too. `placement` is used only by a tracker export.
+    static PointTracks Parse(const std::string& text, const std::string& origin,
+                             const Placement& placement = {});
+    static PointTracks Load(const std::string& path, const Placement& placement = {});
+    // Reads a Shake track file: every track becomes a point. Throws as Parse does.
+    static PointTracks ParseShakeTracks(const std::string& text, const std::string& origin,
+                                        const Placement& placement);
 
     const std::vector<Track>& Tracks() const { return tracks_; }
     // The tracks with positions in both frames, in the order of the file.

@@ -66,8 +66,9 @@ std::vector<int> FramesToRender(const RetimeSettings& s, int from, int to) {
 // The points file of the run, refused when it names a frame the input does not have.
 std::optional<PointTracks> LoadPoints(const RetimeSettings& s, const MediaReader& source) {
     if (!s.points) return std::nullopt;
-    PointTracks tracks = PointTracks::Load(*s.points);
     const int first = source.FirstNumber(), last = first + source.FrameCount() - 1;
+    PointTracks tracks =
+        PointTracks::Load(*s.points, {.firstNumber = first, .height = source.Format().height});
     const auto refuse = [&](int frame, int line) {
         throw MediaError(*s.points + " line " + std::to_string(line) + ": frame " +
                          std::to_string(frame) + " lies outside the input's frames " +

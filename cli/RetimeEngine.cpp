@@ -366,8 +366,14 @@ std::vector<const PointTracks::Track*> CliQuelmor::TracksBetween(float timeA, fl
     return geometry_.tracks->Between(a, b);
 }
 
+// The tracks belong to no layer of their own: as seeds they steer the front layer's flow; as the
+// only motion every layer moves by them.
+bool CliQuelmor::LayerTakesTracks(int layer) const {
+    return layer == 0 || (geometry_.only && geometry_.tracks);
+}
+
 unsigned long CliQuelmor::GetNumGeometries(int layer, float timeA, float timeB) {
-    return layer == 0 ? TracksBetween(timeA, timeB).size() : 0;
+    return LayerTakesTracks(layer) ? TracksBetween(timeA, timeB).size() : 0;
 }
 
 int CliQuelmor::GetGeometryPoints(int layer, unsigned long index, float timeA, float timeB,
@@ -377,7 +383,7 @@ int CliQuelmor::GetGeometryPoints(int layer, unsigned long index, float timeA, f
     *count = 0;
     *xA = *yA = *xB = *yB = nullptr;
     const auto tracks = TracksBetween(timeA, timeB);
-    if (layer != 0 || index >= tracks.size()) return 5;
+    if (!LayerTakesTracks(layer) || index >= tracks.size()) return 5;
     try {
         std::vector<float> pairs[4];
         TrackPairs(*tracks[index], int(std::lround(timeA)) + geometry_.firstNumber,
@@ -419,6 +425,10 @@ void CliQuelmor::GetGeometryColor(int layer, unsigned long index, unsigned char*
 }
 
 void CliQuelmor::GetBackgroundLayerDoOpticalFlow(bool* doFlow, float) {
+    *doFlow = !(geometry_.only && geometry_.tracks);
+}
+
+void CliQuelmor::GetDoOpticalFlow(bool* doFlow, int, float) {
     *doFlow = !(geometry_.only && geometry_.tracks);
 }
 

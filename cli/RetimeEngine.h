@@ -98,6 +98,7 @@ public:
     void GetGeometryColor(int layer, unsigned long index, unsigned char* red, unsigned char* green,
                           unsigned char* blue, float time) override;
     void GetBackgroundLayerDoOpticalFlow(bool* doFlow, float time) override;
+    void GetDoOpticalFlow(bool* doFlow, int layer, float time) override;
 
     // The vectors of UseVectors, as four float channels (x, y, 0, 1) of the frame's size. A frame
     // whose neighbour lies beyond the clip, and so is the frame itself, has zero motion.
@@ -130,6 +131,7 @@ private:
     const MediaFrame& WorkingFrame(int frame);
     // The tracks between the engine's frames at timeA and timeB.
     std::vector<const PointTracks::Track*> TracksBetween(float timeA, float timeB) const;
+    bool LayerTakesTracks(int layer) const;
 
     MediaReader& source_;
     const Timing& timing_;

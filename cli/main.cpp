@@ -123,6 +123,10 @@ Positions are pixels of the source frame: x right, y down, (0, 0) the top-left p
 A name in two frames says where that point or curve moves from one to the other; a curve may
 slide along itself. A name is a point or a curve throughout, once per frame. A bad line is
 refused with its number and what was expected there.
+A tracker's export in the Shake track file format is read too (a file starting "TrackName"):
+  TrackName NAME              a track, a point named NAME, then one line per frame:
+  FRAME X Y [CORRELATION]     frame 1 is the input's first frame; (0, 0) is the lower-left
+                              corner of the frame and y runs up; the correlation is not used
 )";
 
 } // namespace

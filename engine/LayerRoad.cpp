@@ -8,29 +8,26 @@
 #include "engine/FlowObjects.h"
 #include "engine/LayerImages.h"
 #include "engine/Mix.h"
+#include "engine/RoadSteps.h"
 #include "engine/SequenceFrames.h"
 #include "engine/SingleLayerRoad.h"
 #include "engine/SmartBlend.h"
 #include "flow/Flow.h"
-#include "flow/HoleFill.h"
 #include "flow/MatteChoke.h"
-#include "warp/Warp.h"
-#include "warp/WarpForward.h"
+#include "flow/MorphFlow.h"
 
 #include <cmath>
 #include <cstdio>
 
 namespace {
 
-constexpr int kBandPass = 1;
-constexpr int kSmoothing = 1;
-constexpr int kSkipPropagation = 0;
-constexpr float kLeastSpan = 1e-06f;
-constexpr float kLeastMotionBlur = 0.005f;
-constexpr int kInverse = 0;
-constexpr int kInverseSmartBlend = 1;
-constexpr int kForward = 2;
-constexpr int kForwardAlone = 3;
+// "Nearest" on a layer moved by geometry alone runs its one flow from A to B when the nearer
+// frame is B and the warp is plain inverse, or when the nearer frame is A and the warp is any
+// other. This differs from the layers with optical flow for "Inverse + Smart Blend", which here
+// takes the flow that starts at the nearer frame.
+bool MorphNearestRunsAtoB(float weightA, int warping) {
+    return (weightA < 0.5f && warping == kInverse) || (weightA >= 0.5f && warping != kInverse);
+}
 
 // The rows of a field that are rebuilt from the other field's rows.
 int FieldRowsOf(int field, int fieldsIn) {
@@ -122,18 +119,18 @@ private:
     void RefuseRowsNotBuilt(const DQImage* dest) const;
     void CheckOut();
     void MakeWorkingImages(const DQImage* dest);
-    void EnsureFlowObject(int layer);
+    void EnsureFlowObjects(int layer);
     void VisibleMattes(int layer);
     void CutNearerLayers(DQImage* matte, DQImage* const* mattes, int layer);
     void ComputeLayerFlows(int layer);
     void ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high);
+    void BuildMorphDirection(int layer, DQImage* result, bool firstIsA, float low, float high);
+    DQImage* NearestFlow(int layer) const;
     DQImage* NearestPicture(int layer);
     DQImage* BothPictures(int layer);
     void CompleteFromOther(int layer);
     void RestoreShape(DQImage* picture, DQImage* const* mattes, int layer, const DQImage* frame);
     void Fill(DQImage* image, DQImage* holes);
-    void WarpInverse(DQImage* dest, DQImage* source, DQImage* flow, int extend, DQImage* mask,
-                     float scale);
     void WarpForward(DQImage* dest, DQImage* source, DQImage* flow, DQImage* mask, float scale);
     DQImage* MotionBlur(int layer, DQImage* picture);
     DQImage* FreePicture(const DQImage* used);
@@ -165,9 +162,6 @@ void LayerRoad::RefuseRowsNotBuilt(const DQImage* dest) const {
         DQThrow(kDQErrBadArgument);
     }
     if (!Moved()) return;
-    if (pass_.externalVectors) RoadNotAvailable("external-vector");
-    for (int layer = 0; layer < state_.layerCount; ++layer)
-        if (!state_.doOpticalFlow[layer]) RoadNotAvailable("geometry-only motion");
     if (state_.warping < kInverse || state_.warping > kForwardAlone) RoadNotAvailable("warping");
 }
 
@@ -214,7 +208,7 @@ void LayerRoad::Draw(DQImage* dest) {
     if (start < 0 || start >= state_.layerCount || end < 0 || end >= state_.layerCount)
         DQThrow(kDQErrBadArgument);
     for (int layer = start; layer >= end; --layer) {
-        if (Moved()) EnsureFlowObject(layer);
+        if (Moved() && !pass_.externalVectors) EnsureFlowObjects(layer);
         VisibleMattes(layer);
         if (Moved()) ComputeLayerFlows(layer);
         DQImage* picture =
@@ -228,14 +222,25 @@ void LayerRoad::Draw(DQImage* dest) {
     }
 }
 
-void LayerRoad::EnsureFlowObject(int layer) {
-    if (!state_.opticalFlow) {
-        state_.opticalFlow = MakeOpticalFlow(state_.width, state_.height, state_.flowLevel,
-                                             motion_.anyGeometry, true);
-        motion_.needMotion = true;
-        if (req_.alphaFirst) state_.opticalFlow->videoLevels = true;
+// The flow object of layer 0's kind, then the one of this layer's kind, which gets the layer's
+// sensitivity. Both kinds may live side by side: layer 0's flow may be kept in its object's own
+// output while the other layers have images of their own.
+void LayerRoad::EnsureFlowObjects(int layer) {
+    for (int kindOf : {0, layer}) {
+        if (state_.doOpticalFlow[kindOf]) {
+            if (state_.opticalFlow) continue;
+            state_.opticalFlow = MakeOpticalFlow(state_.width, state_.height, state_.flowLevel,
+                                                 motion_.anyGeometry, true);
+            motion_.needMotion = true;
+            if (req_.alphaFirst) state_.opticalFlow->videoLevels = true;
+        } else {
+            EnsureMorphFlow(state_, motion_, pass_.sensitivity[layer]);
+        }
     }
-    state_.opticalFlow->SetSensitivity(pass_.sensitivity[layer]);
+    if (state_.doOpticalFlow[layer])
+        state_.opticalFlow->SetSensitivity(pass_.sensitivity[layer]);
+    else
+        state_.morphFlow->SetSensitivity(pass_.sensitivity[layer]);
 }
 
 // One nearer layer's matte, grown by its shrink value so that a margin around it counts as
@@ -256,23 +261,54 @@ void LayerRoad::VisibleMattes(int layer) {
     CutNearerLayers(matteB_.get(), mattes_.B(), layer);
 }
 
-// The flows of the layer: "Nearest" one toward the nearer frame's partner, the blends both ways.
+// The flows of the layer: the engine's own vectors, limited to what is visible of the layer, or
+// flows measured on the layer's pictures or built from its geometry alone. "Nearest" needs one
+// toward the nearer frame's partner, the blends both ways.
 void LayerRoad::ComputeLayerFlows(int layer) {
-    state_.AllocLayerFlows(req_.cacheLastMotion);
     const float p = float(pass_.pass);
     const float layers = float(engine_.GetDrawStartLayer() - engine_.GetDrawEndLayer() + 1);
     const float share = 1.0f / (float(pass_.passes) * layers);
     const float low = (p * layers + float(engine_.GetDrawStartLayer() - layer)) * share;
+    if (pass_.externalVectors) {
+        LoadPassVectors(engine_, state_, motion_, matteA_.get(), matteB_.get(), low, low + share,
+                        progress_);
+        return;
+    }
+    state_.AllocLayerFlows(req_.cacheLastMotion);
+    const bool optical = state_.doOpticalFlow[layer];
+    const auto run = [&](DQImage* result, bool firstIsA, float from, float to) {
+        if (optical)
+            ComputeDirection(layer, result, firstIsA, from, to);
+        else
+            BuildMorphDirection(layer, result, firstIsA, from, to);
+    };
     if (state_.interpolation == kNearest) {
-        const bool nearerIsB = motion_.weightA < 0.5f;
-        const bool forward = state_.warping == kForward || state_.warping == kForwardAlone;
-        const bool useAtoB = forward ? !nearerIsB : nearerIsB;
-        ComputeDirection(layer, state_.FlowAtoB(layer), useAtoB, low, low + share);
+        const bool atoB = optical ? NearestUsesAtoB(motion_.weightA, state_.warping)
+                                  : MorphNearestRunsAtoB(motion_.weightA, state_.warping);
+        run(state_.FlowAtoB(layer), atoB, low, low + share);
     } else {
-        ComputeDirection(layer, state_.FlowBtoA(layer), false, low, low + 0.5f * share);
-        ComputeDirection(layer, state_.FlowAtoB(layer), true, low + 0.5f * share, low + share);
+        run(state_.FlowBtoA(layer), false, low, low + 0.5f * share);
+        run(state_.FlowAtoB(layer), true, low + 0.5f * share, low + share);
     }
     progress_.RepeatProgress();
+}
+
+// The morph flow of the layer from the geometry of (first, second) alone.
+void LayerRoad::BuildMorphDirection(int layer, DQImage* result, bool firstIsA, float low,
+                                    float high) {
+    const int first = firstIsA ? motion_.frameA : motion_.frameB;
+    const int second = firstIsA ? motion_.frameB : motion_.frameA;
+    BuildMorphInRange(engine_, state_, motion_, req_, layer, result, first, second, low, high,
+                      progress_);
+}
+
+// The flow that "Nearest" moves the layer with. A computed one was run in the direction needed
+// into the layer's A-to-B slot; the engine's own vectors come in both true directions, and the
+// one is taken as for the single layer.
+DQImage* LayerRoad::NearestFlow(int layer) const {
+    if (!pass_.externalVectors) return state_.FlowAtoB(layer);
+    return NearestUsesAtoB(motion_.weightA, state_.warping) ? state_.FlowAtoB(layer)
+                                                            : state_.FlowBtoA(layer);
 }
 
 // Loads the solver with the layer's pictures of (first, second) and masks out of it every pixel
@@ -312,21 +348,12 @@ void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, floa
 }
 
 void LayerRoad::Fill(DQImage* image, DQImage* holes) {
-    progress_.CollapseSubRange();
-    ZUIdleAndProgressClass child(&progress_);
-    FillHoles(image, holes, &child);
-}
-
-void LayerRoad::WarpInverse(DQImage* dest, DQImage* source, DQImage* flow, int extend,
-                            DQImage* mask, float scale) {
-    if (DQWarpInverse(dest, source, flow, extend, mask, 1, scale) == 0) DQThrow(kDQErrBadArgument);
+    FillHolesInRange(image, holes, progress_);
 }
 
 void LayerRoad::WarpForward(DQImage* dest, DQImage* source, DQImage* flow, DQImage* mask,
                             float scale) {
-    progress_.CollapseSubRange();
-    ZUIdleAndProgressClass child(&progress_);
-    if (DQWarpForward(dest, source, flow, &child, mask, scale) == 0) DQThrow(kDQErrBadArgument);
+    WarpForwardOrThrow(dest, source, flow, mask, scale, progress_);
 }
 
 // The layer's whole shape back as the alpha of an unpremultiplied picture, which is then
@@ -354,17 +381,17 @@ DQImage* LayerRoad::NearestPicture(int layer) {
     p->Premultiply();
     if (!Moved()) return p;
 
-    DQImage* flow = state_.FlowAtoB(layer);
+    DQImage* flow = NearestFlow(layer);
     const float s = useA ? 1.0f - motion_.weightA : motion_.weightA;
     DQImage* out = workA_.get();
     switch (state_.warping) {
     case kInverse:
-        WarpInverse(out, p, flow, 1, nullptr, s);
+        WarpInverseOrThrow(out, p, flow, 1, nullptr, s);
         break;
     case kInverseSmartBlend:
     case kForward:
         if (state_.warping == kInverseSmartBlend)
-            WarpInverse(out, p, flow, 0, maskA_.get(), s);
+            WarpInverseOrThrow(out, p, flow, 0, maskA_.get(), s);
         else
             WarpForward(out, p, flow, maskA_.get(), s);
         maskA_->InvertBytes();
@@ -386,11 +413,11 @@ void LayerRoad::CompleteFromOther(int layer) {
     const bool inverse = state_.warping < kForward;
     if (Moved()) {
         if (inverse)
-            WarpInverse(workB_.get(), pa, state_.FlowBtoA(layer), 1, nullptr, 1.0f);
+            WarpInverseOrThrow(workB_.get(), pa, state_.FlowBtoA(layer), 1, nullptr, 1.0f);
         else
             WarpForward(workB_.get(), pa, state_.FlowAtoB(layer), nullptr, 1.0f);
         if (inverse)
-            WarpInverse(workA_.get(), pb, state_.FlowAtoB(layer), 1, nullptr, 1.0f);
+            WarpInverseOrThrow(workA_.get(), pb, state_.FlowAtoB(layer), 1, nullptr, 1.0f);
         else
             WarpForward(workA_.get(), pb, state_.FlowBtoA(layer), nullptr, 1.0f);
     } else {
@@ -432,15 +459,15 @@ DQImage* LayerRoad::BothPictures(int layer) {
         wB->Premultiply();
         switch (state_.warping) {
         case kInverse:
-            WarpInverse(pA, wA, state_.FlowBtoA(layer), 1, nullptr, b);
-            WarpInverse(pB, wB, state_.FlowAtoB(layer), 1, nullptr, a);
+            WarpInverseOrThrow(pA, wA, state_.FlowBtoA(layer), 1, nullptr, b);
+            WarpInverseOrThrow(pB, wB, state_.FlowAtoB(layer), 1, nullptr, a);
             Dissolve(wA, pA, pB, b);
             return wA;
         case kInverseSmartBlend:
         case kForward:
             if (state_.warping == kInverseSmartBlend) {
-                WarpInverse(pA, wA, state_.FlowBtoA(layer), 0, maskA_.get(), b);
-                WarpInverse(pB, wB, state_.FlowAtoB(layer), 0, maskB_.get(), a);
+                WarpInverseOrThrow(pA, wA, state_.FlowBtoA(layer), 0, maskA_.get(), b);
+                WarpInverseOrThrow(pB, wB, state_.FlowAtoB(layer), 0, maskB_.get(), a);
             } else {
                 WarpForward(pA, wA, state_.FlowAtoB(layer), maskA_.get(), b);
                 WarpForward(pB, wB, state_.FlowBtoA(layer), maskB_.get(), a);
@@ -491,10 +518,9 @@ DQImage* LayerRoad::FreePicture(const DQImage* used) {
 }
 
 DQImage* LayerRoad::MotionBlur(int layer, DQImage* picture) {
-    const float span = std::fabs(pass_.t0 - pass_.t1);
     DQImage* flow = Moved() ? state_.FlowAtoB(layer) : nullptr;
-    if (!(span > kLeastSpan) || !(engine_.motionBlur > kLeastMotionBlur) || !flow) return picture;
-    const float amount = (span - 1.0f) * engine_.motionBlur;
+    float amount = 0.0f;
+    if (!flow || !MotionBlurAmount(pass_.t0, pass_.t1, engine_.motionBlur, &amount)) return picture;
     DQImage* blurred = FreePicture(picture);
     progress_.CollapseSubRange();
     ZUIdleAndProgressClass child(&progress_);

@@ -5,18 +5,14 @@
 #include "engine/SingleLayerRoad.h"
 
 #include "engine/EnergyBlend.h"
-#include "engine/ExternalVectors.h"
 #include "engine/FlowObjects.h"
 #include "engine/Mix.h"
+#include "engine/RoadSteps.h"
 #include "engine/SequenceFrames.h"
 #include "engine/SmartBlend.h"
 #include "flow/Flow.h"
-#include "flow/HoleFill.h"
 #include "flow/MorphFlow.h"
-#include "warp/Warp.h"
-#include "warp/WarpForward.h"
 
-#include <cmath>
 #include <cstdio>
 
 void RoadNotAvailable(const char* road) {
@@ -25,18 +21,6 @@ void RoadNotAvailable(const char* road) {
 }
 
 namespace {
-
-constexpr int kBandPass = 1;
-constexpr int kSmoothing = 1;
-constexpr int kSkipPropagation = 0;
-// Motion blur needs a time span and an amount above these.
-constexpr float kLeastSpan = 1e-06f;
-constexpr float kLeastMotionBlur = 0.005f;
-// Warping modes of UsesWhichWarping.
-constexpr int kInverse = 0;
-constexpr int kInverseSmartBlend = 1;
-constexpr int kForward = 2;
-constexpr int kForwardAlone = 3;
 
 class SingleLayerRoad {
 public:
@@ -128,29 +112,20 @@ void SingleLayerRoad::ComputeFlowInRange(DQImage* result, DQImage* first, DQImag
 // the geometry of the pair alone.
 void SingleLayerRoad::ComputeMorphInRange(DQImage* result, int firstFrame, int secondFrame,
                                           float low, float high) {
-    progress_.SetSubRange(low, high);
-    if (!motion_.needMotion) return;
-    DQMorphFlow* morph = state_.morphFlow;
-    state_.FeedGeometryToMorph(engine_, morph, 0, firstFrame, secondFrame, req_.fieldsIn);
-    ZUIdleAndProgressClass child(&progress_);
-    ++state_.flowRuns;
-    morph->ComputeMorph(result, &child, true);
+    BuildMorphInRange(engine_, state_, motion_, req_, 0, result, firstFrame, secondFrame, low, high,
+                      progress_);
 }
 
 // Motion from geometry alone: the morph flow object takes the place of the optical one, and no
 // frame is checked out until the frames to warp. Returns the flow that "Nearest" warps with.
 DQImage* SingleLayerRoad::GetMorphFlow() {
     DestroyFlow(state_.opticalFlow);
-    if (!state_.morphFlow) {
-        state_.morphFlow = MakeMorphFlow(state_.width, state_.height, state_.flowLevel);
-        motion_.needMotion = true;
-    }
-    state_.morphFlow->SetSensitivity(pass_.sensitivity);
+    EnsureMorphFlow(state_, motion_, pass_.sensitivity);
     const float p = float(pass_.pass);
     const float passes = float(pass_.passes);
     DQImage* nearestFlow = nullptr;
     if (state_.interpolation == kNearest) {
-        if (motion_.weightA < 0.5f)
+        if (NearestUsesAtoB(motion_.weightA, state_.warping))
             ComputeMorphInRange(nullptr, motion_.frameA, motion_.frameB, p / passes,
                                 (p + 1.0f) / passes);
         else
@@ -195,12 +170,7 @@ DQImage* SingleLayerRoad::GetFlow() {
 
     DQImage* nearestFlow = nullptr;
     if (state_.interpolation == kNearest) {
-        // The nearer frame is moved: an inverse warp pulls it with the flow that starts at the
-        // other frame, a forward warp pushes it with its own.
-        const bool nearerIsB = motion_.weightA < 0.5f;
-        const bool forward = state_.warping == kForward || state_.warping == kForwardAlone;
-        const bool useAtoB = forward ? !nearerIsB : nearerIsB;
-        if (useAtoB)
+        if (NearestUsesAtoB(motion_.weightA, state_.warping))
             ComputeFlowInRange(nullptr, a, b, motion_.frameA, motion_.frameB, p / passes,
                                (p + 1.0f) / passes);
         else
@@ -228,21 +198,11 @@ DQImage* SingleLayerRoad::GetFlow() {
 // loaded afresh for every pass. Returns the flow that "Nearest" warps with, chosen as GetFlow
 // chooses it.
 DQImage* SingleLayerRoad::LoadVectors() {
-    // The pair is made before the flow objects go, so that a flow still borrowed from one of
-    // them is told from an owned one.
-    state_.AllocVectorImages();
-    DestroyFlow(state_.opticalFlow);
-    DestroyFlow(state_.morphFlow);
     const float p = float(pass_.pass);
-    progress_.SetSubRange(p / float(pass_.passes), (p + 1.0f) / float(pass_.passes));
-    ZUIdleAndProgressClass child(&progress_);
-    LoadExternalVectors(engine_, state_.flowBtoA, motion_.frameB, nullptr, state_.flowAtoB,
-                        motion_.frameA, nullptr, &child);
-    progress_.RepeatProgress();
+    LoadPassVectors(engine_, state_, motion_, nullptr, nullptr, p / float(pass_.passes),
+                    (p + 1.0f) / float(pass_.passes), progress_);
     if (state_.interpolation != kNearest) return nullptr;
-    const bool nearerIsB = motion_.weightA < 0.5f;
-    const bool forward = state_.warping == kForward || state_.warping == kForwardAlone;
-    return (forward ? !nearerIsB : nearerIsB) ? state_.flowAtoB : state_.flowBtoA;
+    return NearestUsesAtoB(motion_.weightA, state_.warping) ? state_.flowAtoB : state_.flowBtoA;
 }
 
 // With motion measured on the frames themselves the tracking frames are warped; otherwise they
@@ -254,7 +214,7 @@ void SingleLayerRoad::CheckOutFramesToWarp() {
 }
 
 void SingleLayerRoad::Warp(DQImage* dest, DQImage* source, DQImage* flow, float scale) {
-    if (DQWarpInverse(dest, source, flow, 1, nullptr, 1, scale) == 0) DQThrow(kDQErrBadArgument);
+    WarpInverseOrThrow(dest, source, flow, 1, nullptr, scale);
 }
 
 // Inverse warps pull a frame with the flow that starts at the other frame, so the flows cross:
@@ -288,14 +248,12 @@ void SingleLayerRoad::WarpAndMix(DQImage* dest, DQImage* nearestFlow) {
 
 void SingleLayerRoad::WarpCovered(DQImage* dest, DQImage* coverage, DQImage* source, DQImage* flow,
                                   float scale) {
-    if (DQWarpInverse(dest, source, flow, 0, coverage, 1, scale) == 0) DQThrow(kDQErrBadArgument);
+    WarpInverseOrThrow(dest, source, flow, 0, coverage, scale);
 }
 
 // Fills the pixels where `holes` is not 0 from the rest of the picture.
 void SingleLayerRoad::FillUncovered(DQImage* dest, DQImage* holes) {
-    progress_.CollapseSubRange();
-    ZUIdleAndProgressClass child(&progress_);
-    FillHoles(dest, holes, &child);
+    FillHolesInRange(dest, holes, progress_);
 }
 
 // "Inverse + Smart Blend": the warps fade what they pull from outside the picture and say how
@@ -340,9 +298,7 @@ void SingleLayerRoad::WarpAndMixCovered(DQImage* dest, DQImage* nearestFlow) {
 
 void SingleLayerRoad::Push(DQImage* dest, DQImage* landed, DQImage* source, DQImage* flow,
                            float scale) {
-    progress_.CollapseSubRange();
-    ZUIdleAndProgressClass child(&progress_);
-    if (DQWarpForward(dest, source, flow, &child, landed, scale) == 0) DQThrow(kDQErrBadArgument);
+    WarpForwardOrThrow(dest, source, flow, landed, scale, progress_);
 }
 
 // "Forward": each frame is pushed along the flow that starts at it, so the flows do not cross as
@@ -398,10 +354,9 @@ void SingleLayerRoad::WarpAndMixForward(DQImage* dest, DQImage* nearestFlow, boo
 // Blurs along the flow when the output spans more than a source frame, sharpens when it spans
 // less, and leaves the picture as it is at a span of one.
 void SingleLayerRoad::MotionBlur(DQImage* dest) {
-    const float span = std::fabs(pass_.t0 - pass_.t1);
     DQImage* flow = state_.AnyFlowAtoB();
-    if (!(span > kLeastSpan) || !(engine_.motionBlur > kLeastMotionBlur) || !flow) return;
-    const float amount = (span - 1.0f) * engine_.motionBlur;
+    float amount = 0.0f;
+    if (!flow || !MotionBlurAmount(pass_.t0, pass_.t1, engine_.motionBlur, &amount)) return;
     DQImage* blurred = Working(state_.workingA, dest);
     progress_.CollapseSubRange();
     ZUIdleAndProgressClass child(&progress_);

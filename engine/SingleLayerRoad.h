@@ -16,8 +16,8 @@ struct RoadPass {
 };
 
 // Draws the pass into `dest`. Every frame it checks out is given back before it returns or
-// throws. Rows that this build does not draw (geometry-only motion, external vectors, a warping
-// mode beyond forward alone) fail with DQErr 5 and a message before any frame is fetched.
+// throws. A warping mode beyond forward alone fails with DQErr 5 and a message before any frame
+// is fetched.
 void DrawSingleLayer(ZUQuelmor4& engine, ZUQuelmor4Internal& state, const RenderRequest& request,
                      PassMotion& motion, const RoadPass& pass, ZUIdleAndProgressClass& progress,
                      DQImage* dest);

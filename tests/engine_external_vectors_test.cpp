@@ -4,6 +4,7 @@
 #include "ImagePatterns.h"
 #include "MemoryClipEngine.h"
 #include "TestSupport.h"
+#include "VectorLoans.h"
 #include "WarpTestImages.h"
 #include "engine/ExternalVectors.h"
 
@@ -45,7 +46,7 @@ public:
     int scaleFailCode = 0;
     int previousCode = 0, nextCode = 0; // answers of the two slots; 5 means none
     int vectorWidth = kW, vectorHeight = kH;
-    int lent = 0, released = 0;
+    VectorLoans loans;
     std::vector<int> nextFrames, previousFrames;
 
     int GetNextFrameVectors(ZUImage** vectors, float* scale, int frame) override {
@@ -56,8 +57,8 @@ public:
         previousFrames.push_back(frame);
         return Lend(vectors, scale, previousCode, -1.0f);
     }
-    int ReleaseNextFrameVectors(ZUImage* vectors) override { return Release(vectors); }
-    int ReleasePreviousFrameVectors(ZUImage* vectors) override { return Release(vectors); }
+    int ReleaseNextFrameVectors(ZUImage* vectors) override { return loans.Release(vectors); }
+    int ReleasePreviousFrameVectors(ZUImage* vectors) override { return loans.Release(vectors); }
     int GetVectorScaleXY(float* sx, float* sy, int) override {
         *sx = scaleX;
         *sy = scaleY;
@@ -84,17 +85,9 @@ private:
             });
             *scale = 127.0f;
         }
-        auto frame = std::make_unique<OwnedFrame>(*pixels, std::array<int, 4>{0, 1, 2, 3});
-        *vectors = frame->Image();
-        lentImages_[*vectors] = std::move(frame);
-        ++lent;
+        loans.Lend(vectors, *pixels);
         return 0;
     }
-    int Release(ZUImage* vectors) {
-        if (lentImages_.erase(vectors) == 1) ++released;
-        return 0;
-    }
-    std::map<ZUImage*, std::unique_ptr<OwnedFrame>> lentImages_;
 };
 
 struct ExternalVectors : ::testing::Test {
@@ -215,7 +208,7 @@ TEST_F(ExternalVectors, ADirectionWithoutVectorsIsDerivedFromTheOther) {
         }
         ASSERT_EQ(Render(2.5f), 0);
         EXPECT_LT(InteriorError(2.5f), 2.0);
-        EXPECT_EQ(engine.lent, engine.released);
+        EXPECT_EQ(engine.loans.lent, engine.loans.released);
     }
 }
 
@@ -248,7 +241,7 @@ TEST_F(ExternalVectors, EveryLentImageAndFrameIsGivenBackOnEveryPath) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        engine.lent = engine.released = 0;
+        engine.loans.lent = engine.loans.released = 0;
         engine.vectorWidth = c.vectorWidth;
         engine.previousCode = c.previousCode;
         engine.nextCode = c.nextCode;
@@ -256,8 +249,8 @@ TEST_F(ExternalVectors, EveryLentImageAndFrameIsGivenBackOnEveryPath) {
         ZUIdleAndProgressClass progress;
         progress.SetInterrupted(c.interrupt);
         EXPECT_EQ(Render(2.5f, 1, &progress), c.expected);
-        EXPECT_EQ(engine.lent, c.lent);
-        EXPECT_EQ(engine.released, engine.lent);
+        EXPECT_EQ(engine.loans.lent, c.lent);
+        EXPECT_EQ(engine.loans.released, engine.loans.lent);
         EXPECT_EQ(engine.Outstanding(), 0);
         if (c.expected != 0) {
             EXPECT_TRUE(engine.KeepsNoFlow());
@@ -268,8 +261,8 @@ TEST_F(ExternalVectors, EveryLentImageAndFrameIsGivenBackOnEveryPath) {
 TEST_F(ExternalVectors, MotionIsNeverKeptFromRenderToRender) {
     ASSERT_EQ(Render(2.25f), 0);
     ASSERT_EQ(Render(2.75f), 0);
-    EXPECT_EQ(engine.lent, 4);
-    EXPECT_EQ(engine.released, 4);
+    EXPECT_EQ(engine.loans.lent, 4);
+    EXPECT_EQ(engine.loans.released, 4);
 }
 
 TEST(LimitAlphaByMatte, TakesTheSmallerOnTheVectorImagesScale) {

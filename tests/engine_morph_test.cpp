@@ -112,10 +112,16 @@ TEST_F(MorphClip, PointsThatFollowTheClipPlaceItWhereItIsAtTheMoment) {
     struct Case {
         long interpolation;
         float time;
+        int warping = 0;
     };
-    const Case cases[] = {{0, 2.25f}, {0, 2.75f}, {1, 2.5f}, {2, 3.25f}};
+    // "Nearest" moves the nearer frame: inverse warps pull it with the flow from the other frame,
+    // forward warps push it with its own.
+    const Case cases[] = {{0, 2.25f},    {0, 2.75f},    {1, 2.5f},     {2, 3.25f},   {0, 2.25f, 2},
+                          {0, 2.75f, 2}, {0, 2.25f, 3}, {0, 2.75f, 1}, {1, 2.5f, 2}, {2, 3.25f, 1}};
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "interpolation " << c.interpolation << " at " << c.time);
+        SCOPED_TRACE(testing::Message() << "interpolation " << c.interpolation << " at " << c.time
+                                        << " warping " << c.warping);
+        engine.warpingMode = c.warping;
         engine.ResetMotion();
         engine.fetches.clear();
         ASSERT_EQ(Render(c.time, {.interpolation = c.interpolation}), 0);
