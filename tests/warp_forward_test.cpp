@@ -548,6 +548,12 @@ TEST(WarpForward, MeshWalkDrawsWhatTheTrianglesDraw) {
         px = 1.0f + 0.9f * static_cast<float>(x) + 0.01f * next();
         py = 0.3f + 2.5f * static_cast<float>(y) + 0.01f * next();
     };
+    // The last row of vertices lies exactly on the last row of the image, 20, so that the flat
+    // lower edges there, wide enough to hold pixels, get spans of their own.
+    auto onLastRow = [](int x, int y, auto& next, float& px, float& py) {
+        px = 0.3f + 2.1f * static_cast<float>(x) + 0.01f * next();
+        py = 20.0f - 0.875f * static_cast<float>(15 - y);
+    };
     // Few cells, each spread over many lines.
     auto spread = [](int x, int y, auto& next, float& px, float& py) {
         px = 2.0f + 7.0f * static_cast<float>(x) + next();
@@ -562,6 +568,7 @@ TEST(WarpForward, MeshWalkDrawsWhatTheTrianglesDraw) {
                     {"smooth", 30, 24, RandomMesh(30, 24, 777, smooth)},
                     {"shrunk", 41, 30, RandomMesh(41, 30, 99, shrunk)},
                     {"stretched", 25, 9, RandomMesh(25, 9, 31, stretched)},
+                    {"on the last row", 14, 16, RandomMesh(14, 16, 3, onLastRow)},
                     {"spread", 3, 4, RandomMesh(3, 4, 5, spread)}};
     // One row of corners far away, to take the general way for its cells.
     cases[0].mesh[static_cast<size_t>(7 * cases[0].columns + 4)].x = 3e15f;

@@ -3,12 +3,13 @@
 //
 // A cell of the mesh has the upper corners a = (x, r), b = (x + 1, r) and the lower corners
 // c = (x, r + 1), d = (x + 1, r + 1), drawn as the triangle a, b, c and then d, b, c. In a smooth
-// warp c lies below both a and b, and b above both c and d, and no whole scanline passes between
-// the two upper or the two lower corners; then every line of a, b, c crosses the vertical edge
-// a-c and the diagonal b-c, and every line of d, b, c the diagonal and the vertical edge b-d. Such
-// a cell with at most two lines in each triangle is "plain": its four possible spans are worked
-// out here, in lanes, with the same arithmetic as the scan conversion line by line, and only the
-// spans that hold a pixel are handed on. Every other cell is marked for the general way.
+// warp c lies below both a and b, and b above both c and d; then the lines of a, b, c below both
+// a and b cross the vertical edge a-c and the diagonal b-c, and the lines of d, b, c above both c
+// and d the diagonal and the vertical edge b-d. Such a cell with at most two of those lines in
+// each triangle, and at most one line between a and b and one between c and d, is "plain": its
+// six possible spans are worked out here, in lanes, with the same arithmetic as the scan
+// conversion of its triangles line by line, and only the spans that hold a pixel are handed on.
+// Every other cell is marked for the general way.
 #include "image/KernelSpace.h"
 #include "warp/SampleRow.h"
 
@@ -19,20 +20,22 @@ namespace warp_detail {
 QUELMOR_KERNELS_BEGIN
 
 constexpr int kCellLanes = 8;
-// The spans of a plain cell: the first and the second line of a, b, c, then those of d, b, c.
-constexpr int kCellSlots = 4;
+// The spans of a plain cell, in drawing order: a, b, c on a line above its lower upper corner, on
+// its first and its second line below it; d, b, c on its first and its second line above its
+// higher lower corner, and on a line below it.
+enum CellSlot { kAboveSlot, kUpperSlot, kLowerSlot = 3, kBelowSlot = 5, kCellSlots };
 // The bit of a lane's byte in CellSpans::todo that marks a cell for the general way.
-constexpr int kGeneralCell = 4;
+constexpr int kGeneralCell = kCellSlots;
 // Floats past the last column that the arrays of CellRows hold, so that a block of lanes may be
 // read whole.
 constexpr int kCellPadding = kCellLanes + 1;
 
-// Positions of two rows of vertices, one array per coordinate (the lower row's x is not needed),
-// and for each column x the change of x per row along the vertical edge upper[x]-lower[x] and
-// along the diagonal upper[x + 1]-lower[x].
+// Positions of two rows of vertices, one array per coordinate, and for each column x the change of
+// x per row along the vertical edge upper[x]-lower[x] and along the diagonal upper[x + 1]-lower[x].
 struct CellRows {
     const float* upperX;
     const float* upperY;
+    const float* lowerX;
     const float* lowerY;
     const float* verticalDx;
     const float* diagonalDx;
@@ -122,8 +125,8 @@ template <class V>
     using namespace cell_detail;
     const Float8 ax = Load8(rows.upperX + x), ay = Load8(rows.upperY + x);
     const Float8 bx = Load8(rows.upperX + x + 1), by = Load8(rows.upperY + x + 1);
-    const Float8 cy = Load8(rows.lowerY + x);
-    const Float8 dy = Load8(rows.lowerY + x + 1);
+    const Float8 cx = Load8(rows.lowerX + x), cy = Load8(rows.lowerY + x);
+    const Float8 dx = Load8(rows.lowerX + x + 1), dy = Load8(rows.lowerY + x + 1);
     const Float8 vertical = Load8(rows.verticalDx + x);
     const Float8 nextVertical = Load8(rows.verticalDx + x + 1);
     const Float8 diagonal = Load8(rows.diagonalDx + x);
@@ -142,33 +145,49 @@ template <class V>
         return line + (ToFloat8(line) == below);
     };
 
-    // a, b, c: the lines from the lower of a and b down to c. A whole line between a and b would
-    // cross the upper edge.
+    // a, b, c: the lines from the lower of a and b down to c cross the vertical edge and the
+    // diagonal. A line above them, between a and b, crosses the upper edge and the edge from the
+    // higher of a and b (a on a tie) down to c.
     const Float8 upperEnd = Larger8(ay, by);
     const Int8 split = firstLine(upperEnd);
-    const Int8 lastOfUpper = lastLineAbove(cy);
-    const Int8 upperLines = lastOfUpper - split + 1;
-    Int8 general = ~(cy > upperEnd) | (Smaller8(ay, by) <= ToFloat8(split - 1)) | (upperLines > 2);
+    const Int8 upperLines = lastLineAbove(cy) - split + 1;
+    const Int8 bHigher = by < ay;
+    const Float8 highX = bHigher ? bx : ax, highY = bHigher ? by : ay;
+    const Float8 lowX = bHigher ? ax : bx;
+    const Int8 aboveLines = split - Ceil8(Larger8(highY, firstOwned));
+    Int8 general = ~(cy > upperEnd) | (aboveLines > 1) | (upperLines > 2);
 
-    // d, b, c: the lines from b down to the higher of c and d. A whole line between c and d would
-    // cross the lower edge.
+    // d, b, c: the lines from b down to the higher of c and d cross the diagonal and the vertical
+    // edge b-d. A line below them, between c and d, crosses the lower edge and the edge from b to
+    // the lower of c and d (c on a tie). Both on one row would need a span of the flat bottom.
     const Float8 lowerEnd = Smaller8(cy, dy);
     const Int8 top = firstLine(by);
     const Int8 lastOfLower = lastLineAbove(lowerEnd);
     const Int8 lowerLines = lastOfLower - top + 1;
     const Int8 next = lastOfLower + 1;
     const Int8 below = next > top ? next : top;
-    general |=
-        ~(by < lowerEnd) | (lowerLines > 2) |
-        ((below <= static_cast<int32_t>(bounds.lastOwned)) & (Larger8(cy, dy) >= ToFloat8(below)));
+    const Int8 dDeeper = ~(dy <= cy);
+    const Float8 deepX = dDeeper ? dx : cx, deepY = dDeeper ? dy : cy;
+    const Float8 shallowX = dDeeper ? cx : dx, shallowY = dDeeper ? cy : dy;
+    const Int8 belowLines = lastLineAbove(deepY) - below + 1;
+    general |= ~(by < lowerEnd) | (lowerLines > 2) | (belowLines > 1) | (cy == dy);
 
     Int8 code = {};
+    {
+        const Int8 line = split - 1;
+        const Float8 s = ToFloat8(line);
+        const Float8 fromHigh = s - highY;
+        const Float8 p = highX + fromHigh * (bHigher ? diagonal : vertical);
+        const Float8 q = highX + fromHigh * ((lowX - highX) * (1.0f / (upperEnd - highY)));
+        code |= SlotSpan(out, kAboveSlot, line, p, q, aboveLines > 0, bounds) & (1 << kAboveSlot);
+    }
     for (int k = 0; k < 2; ++k) {
         const Int8 line = split + k;
         const Float8 s = ToFloat8(line);
         const Float8 p = ax + (s - ay) * vertical;
         const Float8 q = bx + (s - by) * diagonal;
-        code |= SlotSpan(out, k, line, p, q, upperLines > k, bounds) & (1 << k);
+        code |= SlotSpan(out, kUpperSlot + k, line, p, q, upperLines > k, bounds) &
+                (1 << (kUpperSlot + k));
     }
     for (int k = 0; k < 2; ++k) {
         const Int8 line = top + k;
@@ -176,7 +195,16 @@ template <class V>
         const Float8 fromB = s - by;
         const Float8 p = bx + fromB * diagonal;
         const Float8 q = bx + fromB * nextVertical;
-        code |= SlotSpan(out, 2 + k, line, p, q, lowerLines > k, bounds) & (4 << k);
+        code |= SlotSpan(out, kLowerSlot + k, line, p, q, lowerLines > k, bounds) &
+                (1 << (kLowerSlot + k));
+    }
+    {
+        const Int8 line = below;
+        const Float8 s = ToFloat8(line);
+        const Float8 p = bx + (s - by) * (dDeeper ? nextVertical : diagonal);
+        const Float8 q =
+            shallowX + (s - shallowY) * ((deepX - shallowX) * (1.0f / (deepY - shallowY)));
+        code |= SlotSpan(out, kBelowSlot, line, p, q, belowLines > 0, bounds) & (1 << kBelowSlot);
     }
     code = general ? 1 << kGeneralCell : code;
     const Int8 lane = {0, 1, 2, 3, 4, 5, 6, 7};

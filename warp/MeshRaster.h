@@ -468,20 +468,38 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
             }
         };
 
-        // A span of a plain cell, found by FindCellSpans.
+        // A span of a plain cell, found by FindCellSpans: the colours of its two edges, the edge
+        // that FindCellSpans crossed first being the one the scan conversion takes as the long
+        // edge of the triangle.
         auto drawSpan = [&](const CellSpans& spans, int base, int lane, int slot) {
             const int x = base + lane;
             const int line = spans.line[slot][lane];
             const float s = static_cast<float>(line);
+            const MeshVertex& a = upper[x];
             const MeshVertex& b = upper[x + 1];
             const MeshVertex& c = lower[x];
+            const MeshVertex& d = lower[x + 1];
             Float4 p, q;
-            if (slot < 2) {
-                p = EdgeColour(upper[x], c, space.verticalPerRow[x], s);
+            if (slot == kAboveSlot) {
+                const bool bHigher = b.y < a.y;
+                const MeshVertex& high = bHigher ? b : a;
+                const MeshVertex& low = bHigher ? a : b;
+                p = EdgeColour(high, c, bHigher ? space.diagonalPerRow[x] : space.verticalPerRow[x],
+                               s);
+                q = EdgeColour(high, low, 1.0f / (low.y - high.y), s);
+            } else if (slot < kLowerSlot) {
+                p = EdgeColour(a, c, space.verticalPerRow[x], s);
                 q = EdgeColour(b, c, space.diagonalPerRow[x], s);
-            } else {
+            } else if (slot < kBelowSlot) {
                 p = EdgeColour(b, c, space.diagonalPerRow[x], s);
-                q = EdgeColour(b, lower[x + 1], space.verticalPerRow[x + 1], s);
+                q = EdgeColour(b, d, space.verticalPerRow[x + 1], s);
+            } else {
+                const bool dDeeper = !(d.y <= c.y);
+                const MeshVertex& deep = dDeeper ? d : c;
+                const MeshVertex& shallow = dDeeper ? c : d;
+                p = EdgeColour(b, deep,
+                               dDeeper ? space.verticalPerRow[x + 1] : space.diagonalPerRow[x], s);
+                q = EdgeColour(shallow, deep, 1.0f / (deep.y - shallow.y), s);
             }
             const bool firstEdgeLeft = spans.firstEdgeLeft[slot][lane] != 0;
             const Float4 lc = firstEdgeLeft ? p : q;
@@ -494,7 +512,7 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
             for (int x = x0; x < x1; ++x)
                 drawCell(x);
         } else {
-            const CellRows rows{upperX, upperY, lowerY, space.verticalDx, space.diagonalDx};
+            const CellRows rows{upperX, upperY, lowerX, lowerY, space.verticalDx, space.diagonalDx};
             CellSpans spans;
             for (int base = x0; base < x1; base += kCellLanes) {
                 const int cells = x1 - base < kCellLanes ? x1 - base : kCellLanes;
