@@ -346,7 +346,7 @@ inline void EdgeSlopes(const MeshSpace& space, const float* __restrict upperX,
 // In the common case a scanline passes below both upper corners of a triangle and above its
 // lower ones, and crosses exactly the vertical and the diagonal edge of the cell. The slopes of
 // those edges are made once per row of cells and shared by neighbouring triangles. The cells are
-// taken eight at a time: the spans of the plain ones (see FindCellSpans) are found in lanes, and
+// taken several at a time: the spans of the plain ones (see FindCellSpans) are found in lanes, and
 // then, cell by cell in order, the spans that hold pixels are written and the other cells drawn
 // the general way, where only the lines of a triangle beside a flat or tilted upper or lower edge
 // take DrawTriangle, limited to those lines. Per pixel the colours thus arrive in the order of
@@ -517,14 +517,15 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
             for (int base = x0; base < x1; base += kCellLanes) {
                 const int cells = x1 - base < kCellLanes ? x1 - base : kCellLanes;
                 FindCellSpans(rows, base, cells, bounds, spans);
-                for (uint64_t todo = spans.todo; todo != 0; todo &= todo - 1) {
-                    const int bit = __builtin_ctzll(todo);
-                    const int lane = bit >> 3, slot = bit & 7;
-                    if (slot == kGeneralCell)
-                        drawCell(base + lane);
-                    else
-                        drawSpan(spans, base, lane, slot);
-                }
+                for (int word = 0; word < kCellLanes / 8; ++word)
+                    for (uint64_t todo = spans.todo[word]; todo != 0; todo &= todo - 1) {
+                        const int bit = __builtin_ctzll(todo);
+                        const int lane = 8 * word + (bit >> 3), slot = bit & 7;
+                        if (slot == kGeneralCell)
+                            drawCell(base + lane);
+                        else
+                            drawSpan(spans, base, lane, slot);
+                    }
             }
         }
 
