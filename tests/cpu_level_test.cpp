@@ -9,9 +9,11 @@
 #include "engine/Mix.h"
 #include "flow/Flow.h"
 #include "flow/FlowFilter.h"
+#include "flow/InvertFlow.h"
 #include "image/CpuLevel.h"
 #include "warp/Filters.h"
 #include "warp/Warp.h"
+#include "warp/WarpForward.h"
 
 #include <algorithm>
 #include <cmath>
@@ -196,6 +198,48 @@ TEST_F(CpuLevels, InverseWarpOfEveryElementType) {
                                     return out;
                                 });
         }
+}
+
+// The forward warp draws the cells of a mesh row in blocks as wide as the level's vectors; rows
+// that are not whole blocks, folds, overlaps and stretches must give the same pixels on every
+// level, and so must the flow inversion, which draws the same mesh.
+TEST_F(CpuLevels, ForwardWarpAndFlowInversion) {
+    constexpr int kW = 67, kH = 45;
+    const struct {
+        const char* name;
+        DQImagePtr flow;
+        float scale;
+    } flows[] = {{"swirl", Swirl(34, 23, 0.09f), 1.7f},
+                 {"zoom",
+                  MakeFlow(34, 23,
+                           [](int x, int y, float& u, float& v) {
+                               u = 0.45f * (x - 17.0f) + 0.3f * std::sin(0.5f * y);
+                               v = -0.35f * (y - 11.0f);
+                           }),
+                  1.0f}};
+    for (const auto& f : flows)
+        for (int type : {DQ_UCHAR, DQ_USHORT, DQ_FLOAT})
+            for (bool withWeight : {false, true}) {
+                DQImagePtr source = Shifted(kW, kH, 4, type, 0.0, 0.0);
+                ExpectSameBytes(
+                    Name("forward", type, 4) + " " + f.name + (withWeight ? " weight" : ""), [&] {
+                        std::vector<DQImagePtr> out;
+                        out.push_back(DQMakeImage(kW, kH, 4, type));
+                        if (withWeight) out.push_back(DQMakeImage(kW, kH, 1, DQ_UCHAR));
+                        EXPECT_EQ(DQWarpForward(out[0].get(), source.get(), f.flow.get(), nullptr,
+                                                withWeight ? out[1].get() : nullptr, f.scale),
+                                  1);
+                        return out;
+                    });
+            }
+    for (const auto& f : flows)
+        ExpectSameBytes(std::string("inverse of ") + f.name, [&] {
+            std::vector<DQImagePtr> out;
+            out.push_back(DQMakeImage(f.flow->width, f.flow->height, 2, DQ_FLOAT));
+            out.push_back(DQMakeImage(f.flow->width, f.flow->height, 1, DQ_UCHAR));
+            DQInvertFlow(out[0].get(), f.flow.get(), out[1].get(), nullptr);
+            return out;
+        });
 }
 
 TEST_F(CpuLevels, BlurAlongVectors) {

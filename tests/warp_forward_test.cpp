@@ -483,75 +483,130 @@ struct RecordingWriter {
                 (*writes)[static_cast<size_t>(y * width + x)].push_back(c[ch]);
     }
 };
-} // namespace
 
-// The walk over a mesh takes shortcuts through the common shapes of cells; what it writes, and in
-// which order per pixel, must be what drawing the triangles one by one writes. The corners mix
-// whole-number positions (flat edges, corners on scanlines), small jitter, folds, corners far out
-// and outside the image, and the drawing is limited to all rows and to a band of them.
-TEST(WarpForward, MeshWalkDrawsWhatTheTrianglesDraw) {
-    using namespace warp_detail;
-    const int columns = 23, rows = 19, width = 26, height = 21;
-    uint32_t seed = 12345;
+// A mesh of `columns` x `rows` vertices with random colours, its corners placed by `place`.
+template <class Place>
+std::vector<warp_detail::MeshVertex> RandomMesh(int columns, int rows, uint32_t seed,
+                                                Place&& place) {
     auto next = [&seed] {
         seed = seed * 1664525u + 1013904223u;
         return static_cast<float>(seed >> 8) / 16777216.0f;
     };
-    std::vector<MeshVertex> mesh(static_cast<size_t>(columns * rows));
+    std::vector<warp_detail::MeshVertex> mesh(static_cast<size_t>(columns * rows));
     for (int y = 0; y < rows; ++y)
         for (int x = 0; x < columns; ++x) {
-            MeshVertex& v = mesh[static_cast<size_t>(y * columns + x)];
-            const float kind = next();
-            float dx = 0.0f, dy = 0.0f;
-            if (kind < 0.3f) { // on whole numbers, often sharing a row with a neighbour
-                dx = std::floor(next() * 3.0f) - 1.0f;
-                dy = std::floor(next() * 3.0f) - 1.0f;
-            } else if (kind < 0.85f) {
-                dx = 3.0f * next() - 1.5f;
-                dy = 3.0f * next() - 1.5f;
-            } else if (kind < 0.97f) { // a fold
-                dx = -4.0f * next();
-                dy = -3.0f * next();
-            } else {
-                dy = 30.0f * (next() - 0.5f);
-            }
-            v.x = static_cast<float>(x) + dx;
-            v.y = static_cast<float>(y) + dy;
-            v.c = Float4{next(), 100.0f * next(), static_cast<float>(x), static_cast<float>(y)};
+            warp_detail::MeshVertex& v = mesh[static_cast<size_t>(y * columns + x)];
+            place(x, y, next, v.x, v.y);
+            v.c = warp_detail::Float4{next(), 100.0f * next(), static_cast<float>(x),
+                                      static_cast<float>(y)};
         }
+    return mesh;
+}
+
+} // namespace
+
+// The walk over a mesh takes shortcuts through the common shapes of cells, several cells at a
+// time; what it writes, and in which order per pixel, must be what drawing the triangles one by
+// one writes. The meshes are smooth, as a warp mostly is (cells with no line, one or two lines per
+// triangle and more where it stretches, and rows that end inside a block of cells), and rough:
+// corners on whole numbers (flat edges, corners on scanlines), jitter, folds, corners far out and
+// outside the image. The drawing is limited to all rows and to bands of them.
+TEST(WarpForward, MeshWalkDrawsWhatTheTrianglesDraw) {
+    using namespace warp_detail;
+    const int width = 26, height = 21;
+    auto rough = [](int x, int y, auto& next, float& px, float& py) {
+        const float kind = next();
+        float dx = 0.0f, dy = 0.0f;
+        if (kind < 0.3f) { // on whole numbers, often sharing a row with a neighbour
+            dx = std::floor(next() * 3.0f) - 1.0f;
+            dy = std::floor(next() * 3.0f) - 1.0f;
+        } else if (kind < 0.85f) {
+            dx = 3.0f * next() - 1.5f;
+            dy = 3.0f * next() - 1.5f;
+        } else if (kind < 0.97f) { // a fold
+            dx = -4.0f * next();
+            dy = -3.0f * next();
+        } else {
+            dy = 30.0f * (next() - 0.5f);
+        }
+        px = static_cast<float>(x) + dx;
+        py = static_cast<float>(y) + dy;
+    };
+    // Gently bent, moved by fractions of a pixel, stretched down the image and squeezed across it;
+    // and shrunk, hanging over the left edge.
+    auto smooth = [](int x, int y, auto& next, float& px, float& py) {
+        px = 0.8f * static_cast<float>(x) + 0.35f * std::sin(0.7f * y + 0.3f * x) + 0.1f * next();
+        py = 1.0f + (0.6f + 0.05f * static_cast<float>(x)) * static_cast<float>(y) +
+             0.3f * std::cos(0.5f * x) + 0.02f * next();
+    };
+    auto shrunk = [](int x, int y, auto& next, float& px, float& py) {
+        px = -2.6f + 0.55f * static_cast<float>(x) + 0.05f * next();
+        py = 2.5f + 0.45f * static_cast<float>(y) + 0.15f * std::sin(1.3f * x) + 0.05f * next();
+    };
+    // Two or three lines to each triangle.
+    auto stretched = [](int x, int y, auto& next, float& px, float& py) {
+        px = 1.0f + 0.9f * static_cast<float>(x) + 0.01f * next();
+        py = 0.3f + 2.5f * static_cast<float>(y) + 0.01f * next();
+    };
+    // The last row of vertices lies exactly on the last row of the image, 20, so that the flat
+    // lower edges there, wide enough to hold pixels, get spans of their own.
+    auto onLastRow = [](int x, int y, auto& next, float& px, float& py) {
+        px = 0.3f + 2.1f * static_cast<float>(x) + 0.01f * next();
+        py = 20.0f - 0.875f * static_cast<float>(15 - y);
+    };
+    // Few cells, each spread over many lines.
+    auto spread = [](int x, int y, auto& next, float& px, float& py) {
+        px = 2.0f + 7.0f * static_cast<float>(x) + next();
+        py = 0.5f + 6.0f * static_cast<float>(y) + next();
+    };
+    struct Case {
+        const char* name;
+        int columns, rows;
+        std::vector<MeshVertex> mesh;
+    };
+    Case cases[] = {{"rough", 23, 19, RandomMesh(23, 19, 12345, rough)},
+                    {"smooth", 30, 24, RandomMesh(30, 24, 777, smooth)},
+                    {"shrunk", 41, 30, RandomMesh(41, 30, 99, shrunk)},
+                    {"stretched", 25, 9, RandomMesh(25, 9, 31, stretched)},
+                    {"on the last row", 14, 16, RandomMesh(14, 16, 3, onLastRow)},
+                    {"spread", 3, 4, RandomMesh(3, 4, 5, spread)}};
     // One row of corners far away, to take the general way for its cells.
-    mesh[static_cast<size_t>(7 * columns + 4)].x = 3e15f;
-    const MeshWalk walk{0, rows - 1, 0, columns - 1};
+    cases[0].mesh[static_cast<size_t>(7 * cases[0].columns + 4)].x = 3e15f;
     const RasterClip clips[] = {{width - 1, height - 1, 0, height - 1},
                                 {width - 1, height - 1, 6, 11},
                                 {width - 1, height - 1, 15, height - 1}};
-    for (const RasterClip& clip : clips) {
-        SCOPED_TRACE(::testing::Message() << "rows " << clip.firstOwned << ".." << clip.lastOwned);
-        std::vector<std::vector<float>> walked(static_cast<size_t>(width * height));
-        std::vector<std::vector<float>> oneByOne(walked.size());
-        RecordingWriter walkWriter{width, &walked}, triangleWriter{width, &oneByOne};
-        std::vector<uint8_t> block(MeshSpace::Bytes(columns) + Carver::kAlign);
-        const auto aligned = (reinterpret_cast<uintptr_t>(block.data()) + Carver::kAlign - 1) /
-                             Carver::kAlign * Carver::kAlign;
-        const MeshSpace space(reinterpret_cast<uint8_t*>(aligned), columns);
-        auto build = [&](int y, MeshVertex* vertices) {
-            for (int x = 0; x < columns; ++x)
-                vertices[x] = mesh[static_cast<size_t>(y * columns + x)];
-        };
-        DrawMesh(walk, clip, nullptr, nullptr, space, build, walkWriter, [](int) {});
-        for (int y = 0; y + 1 < rows; ++y)
-            for (int x = 0; x + 1 < columns; ++x) {
-                auto at = [&](int cx, int cy) {
-                    return mesh[static_cast<size_t>(cy * columns + cx)];
-                };
-                DrawTriangle(at(x, y), at(x + 1, y), at(x, y + 1), clip, triangleWriter);
-                DrawTriangle(at(x + 1, y + 1), at(x + 1, y), at(x, y + 1), clip, triangleWriter);
+    for (const Case& mesh : cases)
+        for (const RasterClip& clip : clips) {
+            SCOPED_TRACE(::testing::Message()
+                         << mesh.name << ", rows " << clip.firstOwned << ".." << clip.lastOwned);
+            const int columns = mesh.columns, rows = mesh.rows;
+            auto at = [&](int cx, int cy) {
+                return mesh.mesh[static_cast<size_t>(cy * columns + cx)];
+            };
+            std::vector<std::vector<float>> walked(static_cast<size_t>(width * height));
+            std::vector<std::vector<float>> oneByOne(walked.size());
+            RecordingWriter walkWriter{width, &walked}, triangleWriter{width, &oneByOne};
+            std::vector<uint8_t> block(MeshSpace::Bytes(columns) + Carver::kAlign);
+            const auto aligned = (reinterpret_cast<uintptr_t>(block.data()) + Carver::kAlign - 1) /
+                                 Carver::kAlign * Carver::kAlign;
+            const MeshSpace space(reinterpret_cast<uint8_t*>(aligned), columns);
+            auto build = [&](int y, MeshVertex* vertices) {
+                for (int x = 0; x < columns; ++x)
+                    vertices[x] = at(x, y);
+            };
+            DrawMesh(MeshWalk{0, rows - 1, 0, columns - 1}, clip, nullptr, nullptr, space, build,
+                     walkWriter, [](int) {});
+            for (int y = 0; y + 1 < rows; ++y)
+                for (int x = 0; x + 1 < columns; ++x) {
+                    DrawTriangle(at(x, y), at(x + 1, y), at(x, y + 1), clip, triangleWriter);
+                    DrawTriangle(at(x + 1, y + 1), at(x + 1, y), at(x, y + 1), clip,
+                                 triangleWriter);
+                }
+            size_t written = 0;
+            for (size_t i = 0; i < walked.size(); ++i) {
+                ASSERT_EQ(walked[i], oneByOne[i]) << "pixel " << i % width << "," << i / width;
+                written += walked[i].size();
             }
-        size_t written = 0;
-        for (size_t i = 0; i < walked.size(); ++i) {
-            ASSERT_EQ(walked[i], oneByOne[i]) << "pixel " << i % width << "," << i / width;
-            written += walked[i].size();
+            EXPECT_GT(written, 0u);
         }
-        EXPECT_GT(written, 0u);
-    }
 }

@@ -9,6 +9,7 @@
 // above, so a triangle drawn only over part of its rows writes exactly what the whole triangle
 // would write on those rows. That lets several workers each draw the rows they own.
 #include "image/KernelSpace.h"
+#include "warp/MeshCells.h"
 #include "warp/PixelAccess.h"
 #include "warp/Sampling.h"
 
@@ -214,21 +215,37 @@ struct EdgeSlope {
     Float4 dc;
 };
 
-// The working arrays of one drawing pass over a mesh of `width` vertex columns.
+// The working arrays of one drawing pass over a mesh of `width` vertex columns: the vertices of
+// two rows, their positions once more as one array per coordinate, and per column the change of
+// x per row along the vertical edge upper[x]-lower[x] and the diagonal upper[x + 1]-lower[x],
+// with the reciprocals of their heights. The arrays by column hold kCellPadding more entries.
 struct MeshSpace {
     MeshVertex* upper;
     MeshVertex* lower;
-    EdgeSlope* vertical; // from upper[x] to lower[x]
-    EdgeSlope* diagonal; // from upper[x + 1] to lower[x]
+    float* upperX;
+    float* upperY;
+    float* lowerX;
+    float* lowerY;
+    float* verticalDx;
+    float* verticalPerRow;
+    float* diagonalDx;
+    float* diagonalPerRow;
     size_t bytes;
 
     MeshSpace(uint8_t* block, int width) {
         const size_t w = static_cast<size_t>(width);
+        const size_t padded = w + kCellPadding;
         Carver carver(block);
         upper = carver.Take<MeshVertex>(w);
         lower = carver.Take<MeshVertex>(w);
-        vertical = carver.Take<EdgeSlope>(w);
-        diagonal = carver.Take<EdgeSlope>(w);
+        upperX = carver.Take<float>(padded);
+        upperY = carver.Take<float>(padded);
+        lowerX = carver.Take<float>(padded);
+        lowerY = carver.Take<float>(padded);
+        verticalDx = carver.Take<float>(padded);
+        verticalPerRow = carver.Take<float>(padded);
+        diagonalDx = carver.Take<float>(padded);
+        diagonalPerRow = carver.Take<float>(padded);
         bytes = carver.Used();
     }
     static size_t Bytes(int width) { return MeshSpace(nullptr, width).bytes; }
@@ -271,6 +288,51 @@ inline float Max3(float a, float b, float c) {
     return Larger(Larger(a, b), c);
 }
 
+// The colour of an edge from `from` to `to` on scanline s, where perRow is one over its height.
+[[gnu::always_inline]] inline Float4 EdgeColour(const MeshVertex& from, const MeshVertex& to,
+                                                float perRow, float s) {
+    return from.c + (s - from.y) * ((to.c - from.c) * perRow);
+}
+
+// The positions of a built row of vertices, one array per coordinate, and whether any of them
+// lies nowhere. The padding repeats the last vertex.
+inline bool SplitPositions(const MeshVertex* vertices, int x0, int x1, float* xs, float* ys) {
+    bool far = false;
+    for (int x = x0; x <= x1; ++x) {
+        xs[x] = vertices[x].x;
+        ys[x] = vertices[x].y;
+        far |= !Near(vertices[x]);
+    }
+    for (int x = x1 + 1; x <= x1 + kCellPadding - 1; ++x) {
+        xs[x] = vertices[x1].x;
+        ys[x] = vertices[x1].y;
+    }
+    return far;
+}
+
+// The change of x per row and the reciprocal height of the vertical edge of every column
+// x0..x1 and of the diagonal of every column x0..x1 - 1 between two rows of positions; the
+// padding past them gets the values of harmless, equal rows.
+inline void EdgeSlopes(const MeshSpace& space, const float* __restrict upperX,
+                       const float* __restrict upperY, const float* __restrict lowerX,
+                       const float* __restrict lowerY, int x0, int x1) {
+    float* __restrict verticalDx = space.verticalDx;
+    float* __restrict verticalPerRow = space.verticalPerRow;
+    float* __restrict diagonalDx = space.diagonalDx;
+    float* __restrict diagonalPerRow = space.diagonalPerRow;
+    for (int x = x0; x <= x1; ++x) {
+        const float perRow = 1.0f / (lowerY[x] - upperY[x]);
+        verticalPerRow[x] = perRow;
+        verticalDx[x] = (lowerX[x] - upperX[x]) * perRow;
+        const float perDiagonalRow = 1.0f / (lowerY[x] - upperY[x + 1]);
+        diagonalPerRow[x] = perDiagonalRow;
+        diagonalDx[x] = (lowerX[x] - upperX[x + 1]) * perDiagonalRow;
+    }
+    for (int x = x1 + 1; x <= x1 + kCellPadding - 1; ++x) {
+        verticalPerRow[x] = verticalDx[x] = diagonalPerRow[x] = diagonalDx[x] = 0.0f;
+    }
+}
+
 } // namespace mesh_detail
 
 // Walks the cells of `walk` row by row, top to bottom and left to right, and draws the two
@@ -283,9 +345,12 @@ inline float Max3(float a, float b, float c) {
 //
 // In the common case a scanline passes below both upper corners of a triangle and above its
 // lower ones, and crosses exactly the vertical and the diagonal edge of the cell. The slopes of
-// those edges are made once per row of cells and shared by neighbouring triangles; such lines are
-// drawn directly, and only the lines of a triangle beside a flat or tilted upper or lower edge
-// take DrawTriangle, limited to those lines.
+// those edges are made once per row of cells and shared by neighbouring triangles. The cells are
+// taken several at a time: the spans of the plain ones (see FindCellSpans) are found in lanes, and
+// then, cell by cell in order, the spans that hold pixels are written and the other cells drawn
+// the general way, where only the lines of a triangle beside a flat or tilted upper or lower edge
+// take DrawTriangle, limited to those lines. Per pixel the colours thus arrive in the order of
+// drawing the triangles one by one.
 template <class Build, class Writer, class Report>
 void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLow,
               const float* reachHigh, const MeshSpace& space, Build&& build, Writer& write,
@@ -293,10 +358,16 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
     using namespace mesh_detail;
     MeshVertex* upperRow = space.upper;
     MeshVertex* lowerRow = space.lower;
+    float* upperX = space.upperX;
+    float* upperY = space.upperY;
+    float* lowerX = space.lowerX;
+    float* lowerY = space.lowerY;
+    bool upperFar = false;
     int held = -1; // the mesh row whose vertices upperRow holds
     const float firstOwned = static_cast<float>(clip.firstOwned);
     const float lastOwned = static_cast<float>(clip.lastOwned);
     const float lastColumn = static_cast<float>(clip.lastColumn);
+    const CellBounds bounds{lastColumn, firstOwned, lastOwned};
     const int x0 = walk.firstColumn, x1 = walk.lastColumn;
     // The first scanline at or below `from`, and the last one above `to`, within the owned rows
     // or just outside them.
@@ -317,28 +388,30 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
                 continue;
             }
         }
-        if (held != r) build(r, upperRow);
-        build(r + 1, lowerRow);
-        std::swap(upperRow, lowerRow); // for the next row; the names below say what they hold
-        const MeshVertex* const upper = lowerRow;
-        const MeshVertex* const lower = upperRow;
-        held = r + 1;
-
-        bool far = false;
-        for (int x = x0; x <= x1; ++x) {
-            const MeshVertex& a = upper[x];
-            const MeshVertex& c = lower[x];
-            const float perRow = 1.0f / (c.y - a.y);
-            space.vertical[x] = {(c.x - a.x) * perRow, (c.c - a.c) * perRow};
-            if (x < x1) {
-                const MeshVertex& b = upper[x + 1];
-                const float perDiagonalRow = 1.0f / (c.y - b.y);
-                space.diagonal[x] = {(c.x - b.x) * perDiagonalRow, (c.c - b.c) * perDiagonalRow};
-            }
-            far |= !Near(a) || !Near(c);
+        if (held != r) {
+            build(r, upperRow);
+            upperFar = SplitPositions(upperRow, x0, x1, upperX, upperY);
         }
+        build(r + 1, lowerRow);
+        const bool lowerFar = SplitPositions(lowerRow, x0, x1, lowerX, lowerY);
+        const bool far = upperFar || lowerFar;
+        const MeshVertex* const upper = upperRow;
+        const MeshVertex* const lower = lowerRow;
+        EdgeSlopes(space, upperX, upperY, lowerX, lowerY, x0, x1);
 
-        for (int x = x0; x < x1; ++x) {
+        // The edge from upper[x] (or upper[x + 1]) to lower[x], for the general way.
+        auto verticalEdge = [&](int x) {
+            return EdgeSlope{space.verticalDx[x],
+                             (lower[x].c - upper[x].c) * space.verticalPerRow[x]};
+        };
+        auto diagonalEdge = [&](int x) {
+            return EdgeSlope{space.diagonalDx[x],
+                             (lower[x].c - upper[x + 1].c) * space.diagonalPerRow[x]};
+        };
+
+        // One cell, each triangle taking DrawTriangle for the lines that the vertical and the
+        // diagonal edge do not bound.
+        auto drawCell = [&](int x) {
             const MeshVertex& a = upper[x];
             const MeshVertex& b = upper[x + 1];
             const MeshVertex& c = lower[x];
@@ -346,8 +419,10 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
             if (far) { // corners that lie nowhere: the general way only
                 DrawTriangle(a, b, c, clip, write);
                 DrawTriangle(d, b, c, clip, write);
-                continue;
+                return;
             }
+            const EdgeSlope vertical = verticalEdge(x);
+            const EdgeSlope diagonal = diagonalEdge(x);
 
             // The triangle a, b, c: when c is its lowest corner, the lines from the lower of a
             // and b down cross the vertical edge and the diagonal; those above it cross the
@@ -363,8 +438,8 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
                 const int last = lastLineAbove(c.y);
                 for (int line = split; line <= last; ++line) {
                     const float s = static_cast<float>(line);
-                    CrossingSpan(write, line, s, Crossing::On(s, a, space.vertical[x]),
-                                 Crossing::On(s, b, space.diagonal[x]), lastColumn);
+                    CrossingSpan(write, line, s, Crossing::On(s, a, vertical),
+                                 Crossing::On(s, b, diagonal), lastColumn);
                 }
             } else {
                 DrawTriangle(a, b, c, clip, write);
@@ -375,12 +450,13 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
             // edge.
             const float lowerEnd = Smaller(c.y, d.y);
             if (b.y < lowerEnd) {
+                const EdgeSlope nextVertical = verticalEdge(x + 1);
                 const int first = firstLine(b.y);
                 const int last = lastLineAbove(lowerEnd);
                 for (int line = first; line <= last; ++line) {
                     const float s = static_cast<float>(line);
-                    CrossingSpan(write, line, s, Crossing::On(s, b, space.diagonal[x]),
-                                 Crossing::On(s, b, space.vertical[x + 1]), lastColumn);
+                    CrossingSpan(write, line, s, Crossing::On(s, b, diagonal),
+                                 Crossing::On(s, b, nextVertical), lastColumn);
                 }
                 const int below = last + 1 > first ? last + 1 : first;
                 if (below <= clip.lastOwned && Larger(c.y, d.y) >= static_cast<float>(below)) {
@@ -390,7 +466,75 @@ void DrawMesh(const MeshWalk& walk, const RasterClip& clip, const float* reachLo
             } else {
                 DrawTriangle(d, b, c, clip, write);
             }
+        };
+
+        // A span of a plain cell, found by FindCellSpans: the colours of its two edges, the edge
+        // that FindCellSpans crossed first being the one the scan conversion takes as the long
+        // edge of the triangle.
+        auto drawSpan = [&](const CellSpans& spans, int base, int lane, int slot) {
+            const int x = base + lane;
+            const int line = spans.line[slot][lane];
+            const float s = static_cast<float>(line);
+            const MeshVertex& a = upper[x];
+            const MeshVertex& b = upper[x + 1];
+            const MeshVertex& c = lower[x];
+            const MeshVertex& d = lower[x + 1];
+            Float4 p, q;
+            if (slot == kAboveSlot) {
+                const bool bHigher = b.y < a.y;
+                const MeshVertex& high = bHigher ? b : a;
+                const MeshVertex& low = bHigher ? a : b;
+                p = EdgeColour(high, c, bHigher ? space.diagonalPerRow[x] : space.verticalPerRow[x],
+                               s);
+                q = EdgeColour(high, low, 1.0f / (low.y - high.y), s);
+            } else if (slot < kLowerSlot) {
+                p = EdgeColour(a, c, space.verticalPerRow[x], s);
+                q = EdgeColour(b, c, space.diagonalPerRow[x], s);
+            } else if (slot < kBelowSlot) {
+                p = EdgeColour(b, c, space.diagonalPerRow[x], s);
+                q = EdgeColour(b, d, space.verticalPerRow[x + 1], s);
+            } else {
+                const bool dDeeper = !(d.y <= c.y);
+                const MeshVertex& deep = dDeeper ? d : c;
+                const MeshVertex& shallow = dDeeper ? c : d;
+                p = EdgeColour(b, deep,
+                               dDeeper ? space.verticalPerRow[x + 1] : space.diagonalPerRow[x], s);
+                q = EdgeColour(shallow, deep, 1.0f / (deep.y - shallow.y), s);
+            }
+            const bool firstEdgeLeft = spans.firstEdgeLeft[slot][lane] != 0;
+            const Float4 lc = firstEdgeLeft ? p : q;
+            const Float4 change = (firstEdgeLeft ? q : p) - lc;
+            write(line, spans.first[slot][lane], spans.last[slot][lane],
+                  lc + change * spans.offset[slot][lane], change * spans.perPixel[slot][lane]);
+        };
+
+        if (far) {
+            for (int x = x0; x < x1; ++x)
+                drawCell(x);
+        } else {
+            const CellRows rows{upperX, upperY, lowerX, lowerY, space.verticalDx, space.diagonalDx};
+            CellSpans spans;
+            for (int base = x0; base < x1; base += kCellLanes) {
+                const int cells = x1 - base < kCellLanes ? x1 - base : kCellLanes;
+                FindCellSpans(rows, base, cells, bounds, spans);
+                for (int word = 0; word < kCellLanes / 8; ++word)
+                    for (uint64_t todo = spans.todo[word]; todo != 0; todo &= todo - 1) {
+                        const int bit = __builtin_ctzll(todo);
+                        const int lane = 8 * word + (bit >> 3), slot = bit & 7;
+                        if (slot == kGeneralCell)
+                            drawCell(base + lane);
+                        else
+                            drawSpan(spans, base, lane, slot);
+                    }
+            }
         }
+
+        // The lower row serves as the upper one of the next row of cells.
+        std::swap(upperRow, lowerRow);
+        std::swap(upperX, lowerX);
+        std::swap(upperY, lowerY);
+        upperFar = lowerFar;
+        held = r + 1;
         report(r);
     }
 }

@@ -67,13 +67,14 @@ MeshWalk OpaqueBox(const DQImage& source) {
     int firstRow = source.height, lastRow = -1, firstColumn = source.width, lastColumn = -1;
     for (int y = 0; y < source.height; ++y) {
         const T* row = source.Row<T>(y);
-        int first = -1, last = -1;
-        for (int x = 0; x < source.width; ++x)
-            if (row[4 * x + 3] != T(0)) {
-                if (first < 0) first = x;
-                last = x;
-            }
-        if (first < 0) continue;
+        // The first and the last opaque pixel, each searched from its own end.
+        int first = 0;
+        while (first < source.width && row[4 * first + 3] == T(0))
+            ++first;
+        if (first == source.width) continue;
+        int last = source.lastColumn;
+        while (row[4 * last + 3] == T(0))
+            --last;
         firstRow = std::min(firstRow, y);
         lastRow = y;
         firstColumn = std::min(firstColumn, first);
