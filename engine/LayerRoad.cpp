@@ -130,7 +130,8 @@ private:
     DQImage* NearestPicture(int layer);
     DQImage* BothPictures(int layer);
     void CompleteFromOther(int layer);
-    void RestoreShape(DQImage* picture, DQImage* const* mattes, int layer, const DQImage* frame);
+    void FillInShape(DQImage* picture, DQImage* const* mattes, int layer, const DQImage* frame,
+                     bool premultipliedNext);
     void Fill(DQImage* image, DQImage* holes);
     void WarpInverse(DQImage* dest, DQImage* source, DQImage* flow, int extend, DQImage* mask,
                      float scale);
@@ -155,7 +156,7 @@ private:
     LayerMattes mattes_;
 
     DQImagePtr pictureA_, pictureB_, workA_, workB_, mixed_;
-    DQImagePtr matteA_, matteB_, scratchMatte_, chokeMatte_;
+    DQImagePtr matteA_, matteB_, scratchMatte_, chokeMatte_, shapeMatte_;
     DQImagePtr maskA_, maskB_;
 };
 
@@ -191,7 +192,7 @@ void LayerRoad::MakeWorkingImages(const DQImage* dest) {
         *picture = DQMakeImage(w, h, 4, type);
         (*picture)->whitePoint = dest->whitePoint;
     }
-    for (DQImagePtr* matte : {&matteA_, &matteB_, &scratchMatte_}) {
+    for (DQImagePtr* matte : {&matteA_, &matteB_, &scratchMatte_, &shapeMatte_}) {
         *matte = DQMakeImage(w, h, 1, type);
         (*matte)->whitePoint = dest->whitePoint;
     }
@@ -329,12 +330,24 @@ void LayerRoad::WarpForward(DQImage* dest, DQImage* source, DQImage* flow, DQIma
     if (DQWarpForward(dest, source, flow, &child, mask, scale) == 0) DQThrow(kDQErrBadArgument);
 }
 
-// The layer's whole shape back as the alpha of an unpremultiplied picture, which is then
-// premultiplied: `frame` lends its own alpha to the background.
-void LayerRoad::RestoreShape(DQImage* picture, DQImage* const* mattes, int layer,
-                             const DQImage* frame) {
-    LayerMatte(scratchMatte_.get(), mattes, layer, state_.layerCount, frame);
-    picture->CopyChannelPlain(3, scratchMatte_.get(), 0);
+// An unpremultiplied picture's pixels that are not opaque filled from the opaque ones, then the
+// layer's whole shape put back as its alpha; `frame` lends its own alpha to the background. When
+// the picture is premultiplied next, a pixel outside the shape comes out black whatever its
+// colour, so only the holes inside the shape are filled: for a foreground layer that is a small
+// part of the frame.
+void LayerRoad::FillInShape(DQImage* picture, DQImage* const* mattes, int layer,
+                            const DQImage* frame, bool premultipliedNext) {
+    DQImage* shape = shapeMatte_.get();
+    LayerMatte(shape, mattes, layer, state_.layerCount, frame);
+    scratchMatte_->CopyChannelPlain(0, picture, 3);
+    scratchMatte_->Invert();
+    progress_.CollapseSubRange();
+    ZUIdleAndProgressClass child(&progress_);
+    if (premultipliedNext)
+        FillHolesWhereNeeded(picture, scratchMatte_.get(), shape, &child);
+    else
+        FillHoles(picture, scratchMatte_.get(), &child);
+    picture->CopyChannelPlain(3, shape, 0);
 }
 
 // "Nearest": the nearer frame's layer, its colour extended under the nearer layers, moved along
@@ -347,10 +360,7 @@ DQImage* LayerRoad::NearestPicture(int layer) {
     DQImage* p = pictureA_.get();
     MattedImage(p, frame, visible);
     p->Unpremultiply();
-    scratchMatte_->CopyChannelPlain(0, p, 3);
-    scratchMatte_->Invert();
-    Fill(p, scratchMatte_.get());
-    RestoreShape(p, mattes, layer, frame);
+    FillInShape(p, mattes, layer, frame, true);
     p->Premultiply();
     if (!Moved()) return p;
 
@@ -402,12 +412,11 @@ void LayerRoad::CompleteFromOther(int layer) {
     DQImage* work[2] = {workA_.get(), workB_.get()};
     DQImage* const* mattes[2] = {mattes_.A(), mattes_.B()};
     DQImage* frames[2] = {WarpedA(), WarpedB()};
+    // "Weighted Energy Blend" mixes the moved pictures before it premultiplies them.
+    const bool premultipliedNext = state_.interpolation == kBlend || !Moved();
     for (int side = 0; side < 2; ++side) {
         work[side]->Unpremultiply();
-        scratchMatte_->CopyChannelPlain(0, work[side], 3);
-        scratchMatte_->Invert();
-        Fill(work[side], scratchMatte_.get());
-        RestoreShape(work[side], mattes[side], layer, frames[side]);
+        FillInShape(work[side], mattes[side], layer, frames[side], premultipliedNext);
     }
 }
 
