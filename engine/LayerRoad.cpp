@@ -126,7 +126,8 @@ private:
     void VisibleMattes(int layer);
     void CutNearerLayers(DQImage* matte, DQImage* const* mattes, int layer);
     void ComputeLayerFlows(int layer);
-    void ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high);
+    void ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high,
+                          bool reversesLast = false);
     DQImage* NearestPicture(int layer);
     DQImage* BothPictures(int layer);
     void CompleteFromOther(int layer);
@@ -271,14 +272,18 @@ void LayerRoad::ComputeLayerFlows(int layer) {
         ComputeDirection(layer, state_.FlowAtoB(layer), useAtoB, low, low + share);
     } else {
         ComputeDirection(layer, state_.FlowBtoA(layer), false, low, low + 0.5f * share);
-        ComputeDirection(layer, state_.FlowAtoB(layer), true, low + 0.5f * share, low + share);
+        ComputeDirection(layer, state_.FlowAtoB(layer), true, low + 0.5f * share, low + share,
+                         true);
     }
     progress_.RepeatProgress();
 }
 
 // Loads the solver with the layer's pictures of (first, second) and masks out of it every pixel
-// where a nearer layer hides this one.
-void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high) {
+// where a nearer layer hides this one. `reversesLast`: the call before ran the same layer the
+// other way, so the matted pictures in workA and workB still hold, and the solver's matte pyramids
+// (which solving only reads) are the right ones with first and second swapped.
+void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high,
+                                 bool reversesLast) {
     progress_.SetSubRange(low, high);
     if (!motion_.needMotion) return;
     DQOpticalFlowUChar* flow = state_.opticalFlow;
@@ -286,15 +291,19 @@ void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, floa
     DQImage* visible[2] = {matteA_.get(), matteB_.get()};
     DQImage* const* whole[2] = {mattes_.A(), mattes_.B()};
     DQImage* track[2] = {TrackA(), TrackB()};
-    for (int side = 0; side < 2; ++side)
-        MattedImage(work[side], track[side], visible[side]);
     const int order[2] = {firstIsA ? 0 : 1, firstIsA ? 1 : 0};
-    for (int which = 0; which < 2; ++which) {
-        const int side = order[which];
-        LayerMatte(scratchMatte_.get(), whole[side], layer, state_.layerCount, nullptr);
-        Subtract1Channel(scratchMatte_.get(), visible[side]);
-        scratchMatte_->Invert();
-        flow->LoadMatte(scratchMatte_.get(), which);
+    if (reversesLast) {
+        flow->SwapImages(); // the image pyramids are loaded afresh below
+    } else {
+        for (int side = 0; side < 2; ++side)
+            MattedImage(work[side], track[side], visible[side]);
+        for (int which = 0; which < 2; ++which) {
+            const int side = order[which];
+            LayerMatte(scratchMatte_.get(), whole[side], layer, state_.layerCount, nullptr);
+            Subtract1Channel(scratchMatte_.get(), visible[side]);
+            scratchMatte_->Invert();
+            flow->LoadMatte(scratchMatte_.get(), which);
+        }
     }
     for (int which = 0; which < 2; ++which) {
         const int side = order[which];
