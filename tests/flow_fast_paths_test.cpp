@@ -177,7 +177,8 @@ TEST_F(FlowFastPathTest, EightLaneSweepsAndResidualEqualTheDirectForms) {
     } cases[] = {{"partial lane groups both ways", 37, 29, false, false},
                  {"one interior row and column", 3, 3, false, false},
                  {"wide enough for bands of lane groups", 270, 12, false, false},
-                 {"both mattes", 34, 18, true, true}};
+                 {"both mattes", 34, 18, true, true},
+                 {"both mattes, bands of lane groups", 270, 12, true, true}};
     // One set of planes for every case, so that growing and reusing it both show.
     DQFlowBuffer planes;
     for (const Case& c : cases) {
