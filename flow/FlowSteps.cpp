@@ -185,21 +185,25 @@ QUELMOR_LANES_INLINE void SplitLanes(F8 p, int last, I8* whole, F8* fraction) {
     *fraction = atLast ? Splat(1.0f) : p - __builtin_convertvector(n, F8);
 }
 
-// Whether every element of rows top..bottom, columns left..right of a one-channel plane is 1.
-inline bool SolidOnes(const RowsOf& plane, int top, int bottom, int left, int right) {
-    bool solid = true;
+// 1 when every element of rows top..bottom, columns left..right of a one-channel plane is 1, 0
+// when every one is 0, -1 otherwise.
+inline int SolidValue(const RowsOf& plane, int top, int bottom, int left, int right) {
+    bool ones = true, zeros = true;
     for (int y = top; y <= bottom; ++y) {
         const float* row = plane.Row(y);
-        for (int x = left; x <= right; ++x)
-            solid &= row[x] == 1.0f;
+        for (int x = left; x <= right; ++x) {
+            ones &= row[x] == 1.0f;
+            zeros &= row[x] == 0.0f;
+        }
     }
-    return solid;
+    return ones ? 1 : zeros ? 0 : -1;
 }
 
 // The residuals of the eight pixels from x on row y, when all eight sample B inside it and their
 // 2x2 blocks start within one pixel of one shift along the row and of one row; false otherwise,
-// with nothing written. With a matte of B, also false unless the matte is exactly 1 over the
-// blocks read: every lane's bilinear matte is then 1 and none is masked.
+// with nothing written. With a matte of B, also false unless the matte is solid over the blocks
+// read: exactly 1, so that every lane's bilinear matte is 1 and none is masked, or exactly 0, so
+// that every lane is masked and its residual is 0.
 QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, const RowsOf* matte, int x, int y,
                                          const float* a, const float* gx, const float* gy,
                                          const float* f, float* r) {
@@ -224,8 +228,15 @@ QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, const RowsOf* matte, i
     // base -1 in column 0.
     if (shiftSpread > 1 || rowSpread > 1 || base < 0 || base + 8 + shiftSpread > b.lastX)
         return false;
-    if (matte && !SolidOnes(*matte, rowLow, rowLow + 1 + rowSpread, base, base + 8 + shiftSpread))
-        return false;
+    if (matte) {
+        const int solid =
+            SolidValue(*matte, rowLow, rowLow + 1 + rowSpread, base, base + 8 + shiftSpread);
+        if (solid < 0) return false;
+        if (solid == 0) {
+            StorePairs(r + 2 * x, Splat(0.0f), Splat(0.0f));
+            return true;
+        }
+    }
     const I8 nextT = shift != shiftLow, nextS = iy != rowLow;
     // Each lane's left and right sample on row rowLow + j.
     const auto samples = [&](int j, F8* left, F8* right) {
