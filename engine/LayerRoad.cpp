@@ -123,13 +123,15 @@ private:
     void VisibleMattes(int layer);
     void CutNearerLayers(DQImage* matte, DQImage* const* mattes, int layer);
     void ComputeLayerFlows(int layer);
-    void ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high);
+    void ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high,
+                          bool reversesLast = false);
     void BuildMorphDirection(int layer, DQImage* result, bool firstIsA, float low, float high);
     DQImage* NearestFlow(int layer) const;
     DQImage* NearestPicture(int layer);
     DQImage* BothPictures(int layer);
     void CompleteFromOther(int layer);
-    void RestoreShape(DQImage* picture, DQImage* const* mattes, int layer, const DQImage* frame);
+    void FillInShape(DQImage* picture, DQImage* const* mattes, int layer, const DQImage* frame,
+                     bool premultipliedNext);
     void Fill(DQImage* image, DQImage* holes);
     void WarpForward(DQImage* dest, DQImage* source, DQImage* flow, DQImage* mask, float scale);
     DQImage* MotionBlur(int layer, DQImage* picture);
@@ -152,7 +154,7 @@ private:
     LayerMattes mattes_;
 
     DQImagePtr pictureA_, pictureB_, workA_, workB_, mixed_;
-    DQImagePtr matteA_, matteB_, scratchMatte_, chokeMatte_;
+    DQImagePtr matteA_, matteB_, scratchMatte_, chokeMatte_, shapeMatte_;
     DQImagePtr maskA_, maskB_;
 };
 
@@ -185,7 +187,7 @@ void LayerRoad::MakeWorkingImages(const DQImage* dest) {
         *picture = DQMakeImage(w, h, 4, type);
         (*picture)->whitePoint = dest->whitePoint;
     }
-    for (DQImagePtr* matte : {&matteA_, &matteB_, &scratchMatte_}) {
+    for (DQImagePtr* matte : {&matteA_, &matteB_, &scratchMatte_, &shapeMatte_}) {
         *matte = DQMakeImage(w, h, 1, type);
         (*matte)->whitePoint = dest->whitePoint;
     }
@@ -276,19 +278,20 @@ void LayerRoad::ComputeLayerFlows(int layer) {
     }
     state_.AllocLayerFlows(req_.cacheLastMotion);
     const bool optical = state_.doOpticalFlow[layer];
-    const auto run = [&](DQImage* result, bool firstIsA, float from, float to) {
+    // `reversesLast`: this run follows one of the same layer the other way.
+    const auto run = [&](DQImage* result, bool firstIsA, float from, float to, bool reversesLast) {
         if (optical)
-            ComputeDirection(layer, result, firstIsA, from, to);
+            ComputeDirection(layer, result, firstIsA, from, to, reversesLast);
         else
             BuildMorphDirection(layer, result, firstIsA, from, to);
     };
     if (state_.interpolation == kNearest) {
         const bool atoB = optical ? NearestUsesAtoB(motion_.weightA, state_.warping)
                                   : MorphNearestRunsAtoB(motion_.weightA, state_.warping);
-        run(state_.FlowAtoB(layer), atoB, low, low + share);
+        run(state_.FlowAtoB(layer), atoB, low, low + share, false);
     } else {
-        run(state_.FlowBtoA(layer), false, low, low + 0.5f * share);
-        run(state_.FlowAtoB(layer), true, low + 0.5f * share, low + share);
+        run(state_.FlowBtoA(layer), false, low, low + 0.5f * share, false);
+        run(state_.FlowAtoB(layer), true, low + 0.5f * share, low + share, true);
     }
     progress_.RepeatProgress();
 }
@@ -312,8 +315,11 @@ DQImage* LayerRoad::NearestFlow(int layer) const {
 }
 
 // Loads the solver with the layer's pictures of (first, second) and masks out of it every pixel
-// where a nearer layer hides this one.
-void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high) {
+// where a nearer layer hides this one. `reversesLast`: the call before ran the same layer the
+// other way, so the matted pictures in workA and workB still hold, and the solver's matte pyramids
+// (which solving only reads) are the right ones with first and second swapped.
+void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, float low, float high,
+                                 bool reversesLast) {
     progress_.SetSubRange(low, high);
     if (!motion_.needMotion) return;
     DQOpticalFlowUChar* flow = state_.opticalFlow;
@@ -321,15 +327,19 @@ void LayerRoad::ComputeDirection(int layer, DQImage* result, bool firstIsA, floa
     DQImage* visible[2] = {matteA_.get(), matteB_.get()};
     DQImage* const* whole[2] = {mattes_.A(), mattes_.B()};
     DQImage* track[2] = {TrackA(), TrackB()};
-    for (int side = 0; side < 2; ++side)
-        MattedImage(work[side], track[side], visible[side]);
     const int order[2] = {firstIsA ? 0 : 1, firstIsA ? 1 : 0};
-    for (int which = 0; which < 2; ++which) {
-        const int side = order[which];
-        LayerMatte(scratchMatte_.get(), whole[side], layer, state_.layerCount, nullptr);
-        Subtract1Channel(scratchMatte_.get(), visible[side]);
-        scratchMatte_->Invert();
-        flow->LoadMatte(scratchMatte_.get(), which);
+    if (reversesLast) {
+        flow->SwapImages(); // the image pyramids are loaded afresh below
+    } else {
+        for (int side = 0; side < 2; ++side)
+            MattedImage(work[side], track[side], visible[side]);
+        for (int which = 0; which < 2; ++which) {
+            const int side = order[which];
+            LayerMatte(scratchMatte_.get(), whole[side], layer, state_.layerCount, nullptr);
+            Subtract1Channel(scratchMatte_.get(), visible[side]);
+            scratchMatte_->Invert();
+            flow->LoadMatte(scratchMatte_.get(), which);
+        }
     }
     for (int which = 0; which < 2; ++which) {
         const int side = order[which];
@@ -356,12 +366,24 @@ void LayerRoad::WarpForward(DQImage* dest, DQImage* source, DQImage* flow, DQIma
     WarpForwardOrThrow(dest, source, flow, mask, scale, progress_);
 }
 
-// The layer's whole shape back as the alpha of an unpremultiplied picture, which is then
-// premultiplied: `frame` lends its own alpha to the background.
-void LayerRoad::RestoreShape(DQImage* picture, DQImage* const* mattes, int layer,
-                             const DQImage* frame) {
-    LayerMatte(scratchMatte_.get(), mattes, layer, state_.layerCount, frame);
-    picture->CopyChannelPlain(3, scratchMatte_.get(), 0);
+// An unpremultiplied picture's pixels that are not opaque filled from the opaque ones, then the
+// layer's whole shape put back as its alpha; `frame` lends its own alpha to the background. When
+// the picture is premultiplied next, a pixel outside the shape comes out black whatever its
+// colour, so only the holes inside the shape are filled: for a foreground layer that is a small
+// part of the frame.
+void LayerRoad::FillInShape(DQImage* picture, DQImage* const* mattes, int layer,
+                            const DQImage* frame, bool premultipliedNext) {
+    DQImage* shape = shapeMatte_.get();
+    LayerMatte(shape, mattes, layer, state_.layerCount, frame);
+    scratchMatte_->CopyChannelPlain(0, picture, 3);
+    scratchMatte_->Invert();
+    progress_.CollapseSubRange();
+    ZUIdleAndProgressClass child(&progress_);
+    if (premultipliedNext)
+        FillHolesWhereNeeded(picture, scratchMatte_.get(), shape, &child);
+    else
+        FillHoles(picture, scratchMatte_.get(), &child);
+    picture->CopyChannelPlain(3, shape, 0);
 }
 
 // "Nearest": the nearer frame's layer, its colour extended under the nearer layers, moved along
@@ -374,10 +396,7 @@ DQImage* LayerRoad::NearestPicture(int layer) {
     DQImage* p = pictureA_.get();
     MattedImage(p, frame, visible);
     p->Unpremultiply();
-    scratchMatte_->CopyChannelPlain(0, p, 3);
-    scratchMatte_->Invert();
-    Fill(p, scratchMatte_.get());
-    RestoreShape(p, mattes, layer, frame);
+    FillInShape(p, mattes, layer, frame, true);
     p->Premultiply();
     if (!Moved()) return p;
 
@@ -429,12 +448,11 @@ void LayerRoad::CompleteFromOther(int layer) {
     DQImage* work[2] = {workA_.get(), workB_.get()};
     DQImage* const* mattes[2] = {mattes_.A(), mattes_.B()};
     DQImage* frames[2] = {WarpedA(), WarpedB()};
+    // "Weighted Energy Blend" mixes the moved pictures before it premultiplies them.
+    const bool premultipliedNext = state_.interpolation == kBlend || !Moved();
     for (int side = 0; side < 2; ++side) {
         work[side]->Unpremultiply();
-        scratchMatte_->CopyChannelPlain(0, work[side], 3);
-        scratchMatte_->Invert();
-        Fill(work[side], scratchMatte_.get());
-        RestoreShape(work[side], mattes[side], layer, frames[side]);
+        FillInShape(work[side], mattes[side], layer, frames[side], premultipliedNext);
     }
 }
 

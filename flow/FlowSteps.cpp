@@ -185,12 +185,28 @@ QUELMOR_LANES_INLINE void SplitLanes(F8 p, int last, I8* whole, F8* fraction) {
     *fraction = atLast ? Splat(1.0f) : p - __builtin_convertvector(n, F8);
 }
 
+// 1 when every element of rows top..bottom, columns left..right of a one-channel plane is 1, 0
+// when every one is 0, -1 otherwise.
+inline int SolidValue(const RowsOf& plane, int top, int bottom, int left, int right) {
+    bool ones = true, zeros = true;
+    for (int y = top; y <= bottom; ++y) {
+        const float* row = plane.Row(y);
+        for (int x = left; x <= right; ++x) {
+            ones &= row[x] == 1.0f;
+            zeros &= row[x] == 0.0f;
+        }
+    }
+    return ones ? 1 : zeros ? 0 : -1;
+}
+
 // The residuals of the eight pixels from x on row y, when all eight sample B inside it and their
 // 2x2 blocks start within one pixel of one shift along the row and of one row; false otherwise,
-// with nothing written.
-QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, int x, int y, const float* a,
-                                         const float* gx, const float* gy, const float* f,
-                                         float* r) {
+// with nothing written. With a matte of B, also false unless the matte is solid over the blocks
+// read: exactly 1, so that every lane's bilinear matte is 1 and none is masked, or exactly 0, so
+// that every lane is masked and its residual is 0.
+QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, const RowsOf* matte, int x, int y,
+                                         const float* a, const float* gx, const float* gy,
+                                         const float* f, float* r) {
     F8 u, v;
     LoadPairs(f + 2 * x, &u, &v);
     const F8 px = LanePositions(x) - u;
@@ -212,6 +228,15 @@ QUELMOR_LANES_INLINE bool EightResiduals(const RowsOf& b, int x, int y, const fl
     // base -1 in column 0.
     if (shiftSpread > 1 || rowSpread > 1 || base < 0 || base + 8 + shiftSpread > b.lastX)
         return false;
+    if (matte) {
+        const int solid =
+            SolidValue(*matte, rowLow, rowLow + 1 + rowSpread, base, base + 8 + shiftSpread);
+        if (solid < 0) return false;
+        if (solid == 0) {
+            StorePairs(r + 2 * x, Splat(0.0f), Splat(0.0f));
+            return true;
+        }
+    }
     const I8 nextT = shift != shiftLow, nextS = iy != rowLow;
     // Each lane's left and right sample on row rowLow + j.
     const auto samples = [&](int j, F8* left, F8* right) {
@@ -248,6 +273,8 @@ void DQFlowComputeResidual(const DQImage* imageA, const DQImage* imageB, const D
                            DQImage* residual) {
     const int w = imageA->width;
     const RowsOf b(imageB);
+    const RowsOf matteRows(matteB ? matteB : imageB);
+    const RowsOf* matte = matteB ? &matteRows : nullptr;
     ZUMPForRows(imageA->height, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y) {
             const float* __restrict a = imageA->Row<float>(y);
@@ -256,15 +283,14 @@ void DQFlowComputeResidual(const DQImage* imageA, const DQImage* imageB, const D
             const float* __restrict f = flow->Row<float>(y);
             float* __restrict r = residual->Row<float>(y);
             int x = 0;
-            // Eight pixels at a time where that is possible: no matte and the samples of all
-            // eight inside B, side by side up to a pixel.
-            if (!matteB)
-                for (; x + kDQFlowLanes <= w; x += kDQFlowLanes)
-                    if (!EightResiduals(b, x, y, a, gx, gy, f, r))
-                        for (int k = x; k < x + kDQFlowLanes; ++k)
-                            PixelResidual(b, nullptr, static_cast<float>(k) - f[2 * k],
-                                          static_cast<float>(y) - f[2 * k + 1], a[k], gx[k], gy[k],
-                                          r + 2 * k);
+            // Eight pixels at a time where that is possible: the samples of all eight inside B,
+            // side by side up to a pixel, and no matte or a solid one under them.
+            for (; x + kDQFlowLanes <= w; x += kDQFlowLanes)
+                if (!EightResiduals(b, matte, x, y, a, gx, gy, f, r))
+                    for (int k = x; k < x + kDQFlowLanes; ++k)
+                        PixelResidual(b, matteB, static_cast<float>(k) - f[2 * k],
+                                      static_cast<float>(y) - f[2 * k + 1], a[k], gx[k], gy[k],
+                                      r + 2 * k);
             for (; x < w; ++x)
                 PixelResidual(b, matteB, static_cast<float>(x) - f[2 * x],
                               static_cast<float>(y) - f[2 * x + 1], a[x], gx[x], gy[x], r + 2 * x);

@@ -260,6 +260,14 @@ void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress)
     FillHolesNearHoles(image, holes, progress);
 }
 
+void FillHolesWhereNeeded(DQImage* image, DQImage* holes, const DQImage* needed,
+                          ZUIdleAndProgressClass* progress) {
+    if (!needed || !image || !HolesImageFits(*needed, image->width, image->height))
+        DQThrow(kDQErrBadArgument);
+    if (!FillIsNeeded(image, holes, progress)) return;
+    FillHolesNearHoles(image, holes, progress, needed);
+}
+
 void FillHolesFullFrame(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
     if (!FillIsNeeded(image, holes, progress)) return;
 

@@ -70,6 +70,13 @@ private:
 // than one channel, DQErr 6 when `progress` (may be null) is interrupted, DQErr 1 when memory runs
 // out; in every such case the image is left as it was.
 void FillHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress);
+// FillHoles for a caller that reads only some of the pixels afterwards: the holes where `needed`
+// (one channel of 8 bits, 16 bits or float, the image's size) is non-zero get the values FillHoles
+// gives them, and the known pixels stay as FillHoles leaves them; holes elsewhere may keep their
+// old values. The work follows the needed holes, not all of them. Errors as for FillHoles, and a
+// needed image of another layout throws DQErr 5.
+void FillHolesWhereNeeded(DQImage* image, DQImage* holes, const DQImage* needed,
+                          ZUIdleAndProgressClass* progress);
 // The same fill computed over the whole frame at every level. FillHoles computes only the pixels
 // that a hole can reach, through the filters' radii and the resizes' footprints, and gives the
 // same values; this form is the reference it is checked against.

@@ -272,6 +272,30 @@ Region HoleRuns(const DQImage& weights) {
     return ZeroWeights(weights, whole);
 }
 
+// Per row, the hull of the holes (non-zero or not-a-number in `holes`) where `needed` is non-zero
+// (or not a number) too.
+Region NeededHoleRuns(const DQImage& holes, const DQImage& needed) {
+    Region runs(static_cast<size_t>(holes.height));
+    DQDispatchType(holes.dataType, [&]<class H>() {
+        DQDispatchType(needed.dataType, [&]<class N>() {
+            ZUMPForRows(holes.height, [&](int, int first, int last) {
+                for (int y = first; y <= last; ++y) {
+                    const H* h = holes.Row<H>(y);
+                    const N* n = needed.Row<N>(y);
+                    int x0 = holes.width, x1 = 0;
+                    for (int x = 0; x < holes.width; ++x)
+                        if (!(h[x] == H(0)) && !(n[x] == N(0))) {
+                            x0 = std::min(x0, x);
+                            x1 = x + 1;
+                        }
+                    if (x1 > x0) runs[y] = {x0, x1};
+                }
+            });
+        });
+    });
+    return runs;
+}
+
 // The weight pyramid: 1 where the holes image is zero, else 0, at level 0, and each coarser level
 // the reduce of the one below. A pixel whose reduce reads no pixel near a hole reduces ones, and
 // the filter and the resize give exactly 1 for ones; so every level is set to 1 and computed only
@@ -325,7 +349,8 @@ struct FillPlan {
     int deepest = 0;
 };
 
-FillPlan MakePlan(const DQSingleChannelFill& fill) {
+// `holeRuns`: the level 0 pixels whose fill is wanted, at least one of them a hole.
+FillPlan MakePlan(const DQSingleChannelFill& fill, Region holeRuns) {
     const int top = fill.topLevel;
     FillPlan plan;
     for (auto* levels : {&plan.smoothed, &plan.rowPass, &plan.formed, &plan.unweighted,
@@ -335,7 +360,7 @@ FillPlan MakePlan(const DQSingleChannelFill& fill) {
         return std::pair{fill.fillLevels[k]->width, fill.fillLevels[k]->height};
     };
 
-    plan.smoothed[0] = HoleRuns(*fill.weightLevels[0]);
+    plan.smoothed[0] = std::move(holeRuns);
     for (int k = 0;; ++k) {
         const auto [w, h] = size(k);
         plan.rowPass[k] = GrowRows(plan.smoothed[k], kGaussReach);
@@ -426,10 +451,22 @@ void DivideKnownByWeight(DQImage& image, const DQImage& weights) {
 
 } // namespace
 
-void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
+void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress,
+                        const DQImage* needed) {
+    Region neededRuns;
+    if (needed) {
+        neededRuns = NeededHoleRuns(*holes, *needed);
+        // Integer pixels that are known come back as they were, so with no needed hole there is
+        // nothing to do; float ones still take the division by their weight of 1 below.
+        if (RegionEmpty(neededRuns) && image->dataType != DQ_FLOAT) {
+            if (progress) progress->ReportProgress(1.0f);
+            return;
+        }
+    }
     DQSingleChannelFill fill(1, image->width, image->height);
     LoadWeights(fill, *holes);
-    const FillPlan plan = MakePlan(fill);
+    const FillPlan plan =
+        MakePlan(fill, needed ? std::move(neededRuns) : HoleRuns(*fill.weightLevels[0]));
     const int top = fill.topLevel;
     const int deepest = plan.deepest;
     const int channels = image->channels;

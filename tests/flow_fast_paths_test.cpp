@@ -142,6 +142,9 @@ struct LaneCase {
                 quelmor::test::Put(flow.get(), x, y, u, v);
                 if (hole(random) == 0) matteA->Row<float>(y)[x] = 0.0f;
                 if (hole(random) == 0) matteB->Row<float>(y)[x] = 0.5f;
+                // A region where B is hidden, as a nearer layer hides it.
+                if (x >= w / 3 && x < w / 3 + 40 && y >= h / 4 && y < h / 4 + 7)
+                    matteB->Row<float>(y)[x] = 0.0f;
             }
         // Pixels that sample exactly on the last column or row, where the block moves back: one
         // alone on each, and a run of eight on the last row.
@@ -177,7 +180,8 @@ TEST_F(FlowFastPathTest, EightLaneSweepsAndResidualEqualTheDirectForms) {
     } cases[] = {{"partial lane groups both ways", 37, 29, false, false},
                  {"one interior row and column", 3, 3, false, false},
                  {"wide enough for bands of lane groups", 270, 12, false, false},
-                 {"both mattes", 34, 18, true, true}};
+                 {"both mattes", 34, 18, true, true},
+                 {"both mattes, bands of lane groups", 270, 12, true, true}};
     // One set of planes for every case, so that growing and reusing it both show.
     DQFlowBuffer planes;
     for (const Case& c : cases) {
