@@ -394,10 +394,17 @@ void DivideKnownByWeight(DQImage& image, const DQImage& weights) {
 
 } // namespace
 
-void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress) {
+void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress,
+                        DQFillReach* reach) {
     DQSingleChannelFill fill(1, image->width, image->height);
     LoadWeights(fill, *holes);
     const FillPlan plan = MakePlan(fill);
+    if (reach) {
+        reach->levelZero = RegionPixels(plan.formed[0]);
+        reach->allLevels = 0;
+        for (int k = 0; k <= plan.deepest; ++k)
+            reach->allLevels += RegionPixels(plan.formed[k]);
+    }
     const int top = fill.topLevel;
     const int deepest = plan.deepest;
     const int channels = image->channels;

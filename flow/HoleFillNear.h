@@ -9,7 +9,16 @@
 
 class ZUIdleAndProgressClass;
 
+// The pixels that one channel of a fill computes: those whose fill is formed at level 0 and at
+// all levels together.
+struct DQFillReach {
+    long long levelZero = 0;
+    long long allLevels = 0;
+};
+
 // Fills `image` where `holes` is non-zero. The caller has checked the arguments (sizes, types,
 // one-channel holes) and that there is at least one hole. Errors as for FillHoles; the image is
-// written only once every channel has been filled.
-void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress);
+// written only once every channel has been filled. `reach`, when given, receives what was
+// computed.
+void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress,
+                        DQFillReach* reach = nullptr);
