@@ -200,10 +200,17 @@ inline float ResizeAt(const DQImage& source, const ResizeAxis& columns, const Re
     return top + row.fraction * (bottom - top);
 }
 
+// Below this many pixels per band a fork costs the workers more than it saves: small regions,
+// the common case of a few holes, run on the calling thread.
+constexpr long long kPixelsPerBand = 16384;
+
 // Runs `body(y, span)` over the non-empty runs of a region, in row bands.
 template <class Body>
 void ForRuns(const Region& region, Body&& body) {
-    ZUMPForRows(static_cast<int>(region.size()), [&](int, int first, int last) {
+    const int rows = static_cast<int>(region.size());
+    const long long bands = std::max(1LL, RegionPixels(region) / kPixelsPerBand);
+    const int threads = static_cast<int>(std::min<long long>(ZUMPNumThreadsForRows(rows), bands));
+    ZUMPForRows(threads, rows, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y)
             for (const Span s : region[y])
                 body(y, s);
