@@ -264,8 +264,11 @@ void SingleLayerRoad::WarpAndMixCovered(DQImage* dest, DQImage* nearestFlow) {
     DQImage* b = warped_.Held() ? warped_.B() : tracking_.B();
     const float wa = motion_.weightA;
     const float wb = 1.0f - wa;
+    // "Nearest" warps one frame and so needs one coverage mask.
     DQImagePtr maskA = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
-    DQImagePtr maskB = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
+    DQImagePtr maskB;
+    if (state_.interpolation != kNearest)
+        maskB = DQMakeImage(dest->width, dest->height, 1, DQ_UCHAR);
     switch (state_.interpolation) {
     case kNearest:
         if (wa < 0.5f)

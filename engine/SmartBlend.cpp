@@ -1,7 +1,9 @@
-// SmartBlend and SmartBlendAlphaFirst: one driver, a row function per rule, written once over the
-// element type of the images and of the masks.
+// SmartBlend and SmartBlendAlphaFirst: one driver over row bands, a row function per rule, written
+// once over the element type of the images and of the masks.
 
 #include "engine/SmartBlend.h"
+
+#include "image/Parallel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -30,6 +32,13 @@ inline T StoreTruncated(float v) {
     return T(std::clamp(v, 0.0f, kWhite<T>));
 }
 
+// d = a + (b - a) t, stored rounded, over `count` elements: a loop the compiler vectorises.
+template <class T>
+void DissolveElements(T* d, const T* a, const T* b, int count, float t) {
+    for (int i = 0; i < count; ++i)
+        d[i] = StoreRounded<T>(float(a[i]) + (float(b[i]) - float(a[i])) * t);
+}
+
 // The picture with `front` over `back`, both premultiplied with alpha in channel 3: the back
 // shows through where the front is partly transparent, and the alpha is their composite.
 template <class T>
@@ -50,32 +59,55 @@ inline void Over(const T* front, const T* back, float* out) {
     }
 }
 
-// Premultiplied four-channel pixels, alpha last, whose own alpha is the coverage. The mix of "a
-// in front" and "b in front" is lifted back to the coverage of the better of the two, so that a
-// pixel that one frame covers well is not thinned by the other frame's gap.
+// One premultiplied four-channel pixel, alpha last, whose own alpha is the coverage. The mix of
+// "a in front" and "b in front" is lifted back to the coverage of the better of the two, so that
+// a pixel that one frame covers well is not thinned by the other frame's gap.
+template <class T>
+inline void SmartBlendPremultipliedPixel(T* d, const T* a, const T* b, float t) {
+    float inFrontA[4], inFrontB[4], m[4];
+    Over<T>(a, b, inFrontA);
+    Over<T>(b, a, inFrontB);
+    for (int c = 0; c < 4; ++c)
+        m[c] = inFrontA[c] + (inFrontB[c] - inFrontA[c]) * t;
+    const float top = std::max(float(a[3]), float(b[3]));
+    if (m[3] != top) {
+        if (m[3] == 0.0f) {
+            const float* pick = inFrontA[3] > inFrontB[3] ? inFrontA : inFrontB;
+            for (int c = 0; c < 4; ++c)
+                d[c] = StoreTruncated<T>(pick[c]);
+            return;
+        }
+        const float lift = top / m[3];
+        for (int c = 0; c < 3; ++c)
+            m[c] *= lift;
+        m[3] = top;
+    }
+    for (int c = 0; c < 4; ++c)
+        d[c] = StoreRounded<T>(m[c]);
+}
+
+// The number of pixels from the start, at most `count`, where both a and b are opaque.
+template <class T>
+inline int OpaqueRun(const T* a, const T* b, int count) {
+    int run = 0;
+    while (run < count && float(a[4 * run + 3]) == kWhite<T> && float(b[4 * run + 3]) == kWhite<T>)
+        ++run;
+    return run;
+}
+
+// Where both pixels are opaque, X = a, Y = b and the pixel rule is a dissolve at full alpha; such
+// pixels, the common case, go a run at a time.
 template <class T>
 void SmartBlendPremultipliedRow(T* d, const T* a, const T* b, int width, float t) {
-    for (int x = 0; x < width; ++x, d += 4, a += 4, b += 4) {
-        float inFrontA[4], inFrontB[4], m[4];
-        Over<T>(a, b, inFrontA);
-        Over<T>(b, a, inFrontB);
-        for (int c = 0; c < 4; ++c)
-            m[c] = inFrontA[c] + (inFrontB[c] - inFrontA[c]) * t;
-        const float top = std::max(float(a[3]), float(b[3]));
-        if (m[3] != top) {
-            if (m[3] == 0.0f) {
-                const float* pick = inFrontA[3] > inFrontB[3] ? inFrontA : inFrontB;
-                for (int c = 0; c < 4; ++c)
-                    d[c] = StoreTruncated<T>(pick[c]);
-                continue;
-            }
-            const float lift = top / m[3];
-            for (int c = 0; c < 3; ++c)
-                m[c] *= lift;
-            m[3] = top;
+    for (int x = 0; x < width;) {
+        const int run = OpaqueRun(a + 4 * x, b + 4 * x, width - x);
+        if (run > 0) {
+            DissolveElements<T>(d + 4 * x, a + 4 * x, b + 4 * x, 4 * run, t);
+            x += run;
+        } else {
+            SmartBlendPremultipliedPixel<T>(d + 4 * x, a + 4 * x, b + 4 * x, t);
+            ++x;
         }
-        for (int c = 0; c < 4; ++c)
-            d[c] = StoreRounded<T>(m[c]);
     }
 }
 
@@ -168,23 +200,28 @@ void SmartBlendFamily(DQImage* dest, const DQImage* a, const DQImage* b, const D
         return;
     }
     const int width = dest->width;
+    // Every pixel depends only on the pixels at its own place, so the rows go in bands.
     DQDispatchType(dest->dataType, [&]<class T>() {
         if (byAlpha) {
-            for (int y = 0; y < dest->height; ++y) {
-                if (order == AlphaOrder::First)
-                    SmartBlendAlphaFirstRow<T>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y), width,
-                                               t);
-                else
-                    SmartBlendPremultipliedRow<T>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y),
-                                                  width, t);
-            }
+            ZUMPForRows(dest->height, [&](int, int first, int last) {
+                for (int y = first; y <= last; ++y) {
+                    if (order == AlphaOrder::First)
+                        SmartBlendAlphaFirstRow<T>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y),
+                                                   width, t);
+                    else
+                        SmartBlendPremultipliedRow<T>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y),
+                                                      width, t);
+                }
+            });
             return;
         }
         DQDispatchType(maskA->dataType, [&]<class M>() {
-            for (int y = 0; y < dest->height; ++y)
-                SmartBlendMaskedRow<T, M>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y),
-                                          maskA->Row<M>(y), maskB->Row<M>(y), width, dest->channels,
-                                          t);
+            ZUMPForRows(dest->height, [&](int, int first, int last) {
+                for (int y = first; y <= last; ++y)
+                    SmartBlendMaskedRow<T, M>(dest->Row<T>(y), a->Row<T>(y), b->Row<T>(y),
+                                              maskA->Row<M>(y), maskB->Row<M>(y), width,
+                                              dest->channels, t);
+            });
         });
     });
 }

@@ -15,7 +15,7 @@
 // dest, a and b must agree in width, height, channels and element type, and with other than four
 // channels both masks must be given at that size with one channel; otherwise dest is cleared
 // (when it can be) and nothing else happens. A weight that is not a finite number is refused the
-// same way. Runs on the calling thread.
+// same way. Rows are shared among the host's workers; the result does not depend on their count.
 void SmartBlend(DQImage* dest, const DQImage* a, const DQImage* b, const DQImage* maskA,
                 const DQImage* maskB, float t);
 

@@ -1,6 +1,7 @@
 #include "flow/HoleFillNear.h"
 
 #include "flow/HoleFill.h"
+#include "flow/RowRuns.h"
 #include "image/Dispatch.h"
 #include "image/Parallel.h"
 #include "image/Progress.h"
@@ -17,53 +18,6 @@ namespace {
 
 using warp_detail::CellOf;
 using warp_detail::Tap;
-
-// A run of columns [x0, x1) of one row; empty when x1 <= x0.
-struct Span {
-    int x0 = 0;
-    int x1 = 0;
-    bool Empty() const { return x1 <= x0; }
-    int Length() const { return Empty() ? 0 : x1 - x0; }
-};
-
-Span Hull(Span a, Span b) {
-    if (a.Empty()) return b;
-    if (b.Empty()) return a;
-    return {std::min(a.x0, b.x0), std::max(a.x1, b.x1)};
-}
-
-// The columns of one level that some computation needs, as one run per row.
-using Region = std::vector<Span>;
-
-bool RegionEmpty(const Region& region) {
-    return std::all_of(region.begin(), region.end(), [](Span s) { return s.Empty(); });
-}
-
-// Rows within `radius` of a run take the hull of the runs around them.
-Region GrowRows(const Region& region, int radius) {
-    const int height = static_cast<int>(region.size());
-    Region grown(region.size());
-    for (int y = 0; y < height; ++y) {
-        if (region[y].Empty()) continue;
-        for (int t = std::max(0, y - radius); t <= std::min(height - 1, y + radius); ++t)
-            grown[t] = Hull(grown[t], region[y]);
-    }
-    return grown;
-}
-
-// Every run widened by `radius` on both sides, within the row.
-Region GrowColumns(Region region, int radius, int width) {
-    for (Span& s : region)
-        if (!s.Empty()) s = {std::max(0, s.x0 - radius), std::min(width, s.x1 + radius)};
-    return region;
-}
-
-Region Union(const Region& a, const Region& b) {
-    Region u(a.size());
-    for (size_t y = 0; y < a.size(); ++y)
-        u[y] = Hull(a[y], b[y]);
-    return u;
-}
 
 // Step between destination samples in source pixels, as the bilinear resize takes it.
 float ResizeStep(int sourceSize, int destSize) {
@@ -90,52 +44,55 @@ Region ReadFootprint(const Region& dest, const ResizeAxis& columns, const Resize
                      int sourceHeight) {
     Region source(static_cast<size_t>(sourceHeight));
     for (size_t y = 0; y < dest.size(); ++y) {
-        const Span s = dest[y];
-        if (s.Empty()) continue;
-        const Span read{columns.taps[s.x0].index, columns.taps[s.x1 - 1].index + columns.next + 1};
         const int r = rows.taps[y].index;
-        source[r] = Hull(source[r], read);
-        source[r + rows.next] = Hull(source[r + rows.next], read);
+        for (const Span s : dest[y]) {
+            const Span read{columns.taps[s.x0].index,
+                            columns.taps[s.x1 - 1].index + columns.next + 1};
+            source[r].push_back(read);
+            source[r + rows.next].push_back(read);
+        }
     }
+    for (Runs& row : source)
+        NormaliseRuns(row);
     return source;
 }
 
 // The destination pixels of a bilinear resize that read some pixel of `source`: those whose
-// cell, {index, index + next} on each axis, meets a run. The taps are monotone, so each row's
-// readers form one run, found by bisection.
+// cell, {index, index + next} on each axis, meets a run. The taps are monotone, so the readers of
+// a run form one run, found by bisection.
 Region ReadersOf(const Region& source, const ResizeAxis& columns, const ResizeAxis& rows,
                  int destHeight) {
     Region readers(static_cast<size_t>(destHeight));
     const auto& taps = columns.taps;
+    Runs read;
     for (int y = 0; y < destHeight; ++y) {
         const int r = rows.taps[y].index;
-        const Span s = Hull(source[r], source[r + rows.next]);
-        if (s.Empty()) continue;
-        const auto first = std::partition_point(
-            taps.begin(), taps.end(), [&](Tap t) { return t.index + columns.next < s.x0; });
-        const auto last =
-            std::partition_point(taps.begin(), taps.end(), [&](Tap t) { return t.index < s.x1; });
-        if (last > first)
-            readers[y] = {static_cast<int>(first - taps.begin()),
-                          static_cast<int>(last - taps.begin())};
+        read = source[r];
+        AddRuns(read, source[r + rows.next]);
+        for (const Span s : read) {
+            const auto first = std::partition_point(
+                taps.begin(), taps.end(), [&](Tap t) { return t.index + columns.next < s.x0; });
+            const auto last = std::partition_point(taps.begin(), taps.end(),
+                                                   [&](Tap t) { return t.index < s.x1; });
+            if (last > first)
+                readers[y].push_back({static_cast<int>(first - taps.begin()),
+                                      static_cast<int>(last - taps.begin())});
+        }
+        NormaliseRuns(readers[y]);
     }
     return readers;
 }
 
-// Within each run of `within`, the hull of the pixels whose weight is zero.
+// Within the runs of `within`, the runs of the pixels whose weight is zero.
 Region ZeroWeights(const DQImage& weights, const Region& within) {
     Region zeros(within.size());
     for (size_t y = 0; y < within.size(); ++y) {
-        const Span s = within[y];
         const float* w = weights.Row<float>(static_cast<int>(y));
-        int first = s.x0;
-        while (first < s.x1 && w[first] != 0.0f)
-            ++first;
-        if (first == s.x1) continue;
-        int last = s.x1 - 1;
-        while (w[last] != 0.0f)
-            --last;
-        zeros[y] = {first, last + 1};
+        for (const Span s : within[y]) {
+            const Runs found = RunsWhere(s.x0, s.x1, [&](int x) { return w[x] == 0.0f; });
+            zeros[y].insert(zeros[y].end(), found.begin(), found.end());
+        }
+        NormaliseRuns(zeros[y]);
     }
     return zeros;
 }
@@ -243,12 +200,20 @@ inline float ResizeAt(const DQImage& source, const ResizeAxis& columns, const Re
     return top + row.fraction * (bottom - top);
 }
 
+// Below this many pixels per band a fork costs the workers more than it saves: small regions,
+// the common case of a few holes, run on the calling thread.
+constexpr long long kPixelsPerBand = 16384;
+
 // Runs `body(y, span)` over the non-empty runs of a region, in row bands.
 template <class Body>
 void ForRuns(const Region& region, Body&& body) {
-    ZUMPForRows(static_cast<int>(region.size()), [&](int, int first, int last) {
+    const int rows = static_cast<int>(region.size());
+    const long long bands = std::max(1LL, RegionPixels(region) / kPixelsPerBand);
+    const int threads = static_cast<int>(std::min<long long>(ZUMPNumThreadsForRows(rows), bands));
+    ZUMPForRows(threads, rows, [&](int, int first, int last) {
         for (int y = first; y <= last; ++y)
-            if (!region[y].Empty()) body(y, region[y]);
+            for (const Span s : region[y])
+                body(y, s);
     });
 }
 
@@ -268,7 +233,7 @@ constexpr float kBinomial[3] = {0.375f, 0.25f, 0.0625f};
 constexpr Taps kBinomialTaps{kBinomial, 3, 3};
 
 Region HoleRuns(const DQImage& weights) {
-    Region whole(static_cast<size_t>(weights.height), Span{0, weights.width});
+    Region whole(static_cast<size_t>(weights.height), Runs{Span{0, weights.width}});
     return ZeroWeights(weights, whole);
 }
 
@@ -390,40 +355,50 @@ FillPlan MakePlan(const DQSingleChannelFill& fill, Region holeRuns) {
 
 // The holes' results of every channel, run by run, before they go into the image.
 struct HoleResults {
+    const Region& holes;
     std::vector<int64_t> rowStart;
-    int64_t perChannel = 0;
     DQImagePtr values;
 
-    HoleResults(const Region& holes, int channels) : rowStart(holes.size() + 1, 0) {
+    HoleResults(const Region& holeRuns, int channels)
+        : holes(holeRuns), rowStart(holeRuns.size() + 1, 0) {
         for (size_t y = 0; y < holes.size(); ++y)
-            rowStart[y + 1] = rowStart[y] + holes[y].Length();
-        perChannel = rowStart.back();
-        values =
-            DQMakeImage(static_cast<int>(std::max<int64_t>(perChannel, 1)), channels, 1, DQ_FLOAT);
+            rowStart[y + 1] = rowStart[y] + RowLength(static_cast<int>(y));
+        values = DQMakeImage(static_cast<int>(std::max<int64_t>(rowStart.back(), 1)), channels, 1,
+                             DQ_FLOAT);
     }
-    float* Row(int channel, int y) const { return values->Row<float>(channel) + rowStart[y]; }
+    int64_t RowLength(int y) const {
+        int64_t length = 0;
+        for (const Span s : holes[y])
+            length += s.Length();
+        return length;
+    }
+    // The results of run `s` of row y: the runs of a row lie one after the other.
+    float* Run(int channel, int y, Span s) const {
+        int64_t offset = rowStart[y];
+        for (const Span before : holes[y]) {
+            if (before.x0 >= s.x0) break;
+            offset += before.Length();
+        }
+        return values->Row<float>(channel) + offset;
+    }
 };
 
 template <class T>
-void StoreHoleResults(DQImage& image, const Region& holes, const HoleResults& results) {
+void StoreHoleResults(DQImage& image, const HoleResults& results) {
     const int stride = image.channels;
-    ZUMPForRows(image.height, [&](int, int first, int last) {
-        for (int y = first; y <= last; ++y) {
-            const Span s = holes[y];
-            if (s.Empty()) continue;
-            T* out = image.Row<T>(y) + s.x0 * stride;
-            for (int c = 0; c < stride; ++c) {
-                const float* in = results.Row(c, y);
-                for (int i = 0; i < s.Length(); ++i) {
-                    if constexpr (std::is_floating_point_v<T>) {
-                        out[i * stride + c] = in[i];
-                    } else {
-                        constexpr float kTop = static_cast<float>(std::numeric_limits<T>::max());
-                        float v = in[i] + 0.5f;
-                        v = v > 0.0f ? v : 0.0f;
-                        v = v < kTop ? v : kTop;
-                        out[i * stride + c] = static_cast<T>(v);
-                    }
+    ForRuns(results.holes, [&](int y, Span s) {
+        T* out = image.Row<T>(y) + s.x0 * stride;
+        for (int c = 0; c < stride; ++c) {
+            const float* in = results.Run(c, y, s);
+            for (int i = 0; i < s.Length(); ++i) {
+                if constexpr (std::is_floating_point_v<T>) {
+                    out[i * stride + c] = in[i];
+                } else {
+                    constexpr float kTop = static_cast<float>(std::numeric_limits<T>::max());
+                    float v = in[i] + 0.5f;
+                    v = v > 0.0f ? v : 0.0f;
+                    v = v < kTop ? v : kTop;
+                    out[i * stride + c] = static_cast<T>(v);
                 }
             }
         }
@@ -452,13 +427,14 @@ void DivideKnownByWeight(DQImage& image, const DQImage& weights) {
 } // namespace
 
 void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* progress,
-                        const DQImage* needed) {
+                        const DQImage* needed, DQFillReach* reach) {
     Region neededRuns;
     if (needed) {
         neededRuns = NeededHoleRuns(*holes, *needed);
         // Integer pixels that are known come back as they were, so with no needed hole there is
         // nothing to do; float ones still take the division by their weight of 1 below.
         if (RegionEmpty(neededRuns) && image->dataType != DQ_FLOAT) {
+            if (reach) *reach = DQFillReach{};
             if (progress) progress->ReportProgress(1.0f);
             return;
         }
@@ -467,6 +443,12 @@ void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* 
     LoadWeights(fill, *holes);
     const FillPlan plan =
         MakePlan(fill, needed ? std::move(neededRuns) : HoleRuns(*fill.weightLevels[0]));
+    if (reach) {
+        reach->levelZero = RegionPixels(plan.formed[0]);
+        reach->allLevels = 0;
+        for (int k = 0; k <= plan.deepest; ++k)
+            reach->allLevels += RegionPixels(plan.formed[k]);
+    }
     const int top = fill.topLevel;
     const int deepest = plan.deepest;
     const int channels = image->channels;
@@ -559,13 +541,12 @@ void FillHolesNearHoles(DQImage* image, DQImage* holes, ZUIdleAndProgressClass* 
             const float* f = fill.fillLevels[0]->Row<float>(y);
             const float* v = values0.Row<float>(y);
             const float* w = weights0.Row<float>(y);
-            float* out = results.Row(c, y);
+            float* out = results.Run(c, y, s);
             for (int x = s.x0; x < s.x1; ++x)
                 out[x - s.x0] = w[x] != 0.0f ? v[x] / w[x] : f[x];
         });
     }
 
-    DQDispatchType(image->dataType,
-                   [&]<class T>() { StoreHoleResults<T>(*image, holeRuns, results); });
+    DQDispatchType(image->dataType, [&]<class T>() { StoreHoleResults<T>(*image, results); });
     if (image->dataType == DQ_FLOAT) DivideKnownByWeight(*image, *fill.weightLevels[0]);
 }

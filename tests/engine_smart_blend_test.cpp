@@ -275,4 +275,117 @@ TEST(SmartBlend, FullyCoveredPixelsEqualTheDissolveOfEveryType) {
     }
 }
 
+// The four-channel rule pixel by pixel in float, as written out for one pixel: X with a in front,
+// Y with b in front, their mix lifted to the coverage of the better frame.
+void ReferencePremultiplied(const float* a, const float* b, float t, float white, bool integer,
+                            float* out) {
+    auto over = [&](const float* front, const float* back, float* x) {
+        if (front[3] <= 0.0f) {
+            std::copy(back, back + 4, x);
+        } else if (front[3] >= white) {
+            std::copy(front, front + 4, x);
+        } else {
+            const float f = front[3] / white;
+            for (int c = 0; c < 3; ++c)
+                x[c] = back[c] * (1.0f - f) + front[c];
+            x[3] = (white - back[3]) * f + back[3];
+        }
+    };
+    float x[4], y[4], m[4];
+    over(a, b, x);
+    over(b, a, y);
+    for (int c = 0; c < 4; ++c)
+        m[c] = x[c] + (y[c] - x[c]) * t;
+    const float top = std::max(a[3], b[3]);
+    bool truncate = false;
+    if (m[3] != top) {
+        if (m[3] == 0.0f) {
+            std::copy(x[3] > y[3] ? x : y, (x[3] > y[3] ? x : y) + 4, m);
+            truncate = true;
+        } else {
+            for (int c = 0; c < 3; ++c)
+                m[c] *= top / m[3];
+            m[3] = top;
+        }
+    }
+    for (int c = 0; c < 4; ++c) {
+        const float v = integer && !truncate ? m[c] + 0.5f : m[c];
+        out[c] = integer ? std::floor(std::clamp(v, 0.0f, white)) : std::clamp(v, 0.0f, white);
+    }
+}
+
+// Premultiplied pixels whose alpha is 0, full or partial, in runs of every length and alone, so
+// that opaque stretches and single pixels of each kind meet in every order along a row.
+DQImagePtr MixedCoverage(int w, int h, int type, uint32_t seed) {
+    const float white = WhiteOf(type);
+    auto inType = [&](float v) { return type == DQ_FLOAT ? v : std::floor(v); };
+    DQImagePtr image = DQMakeImage(w, h, 4, type);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            // Neighbouring pixels share their kind in threes, so runs of each form.
+            const float kind = PatternValue(DQ_UCHAR, x / 3 + (x % 7 == 0 ? x : 0), y, 7, seed);
+            const float alpha = kind < 150   ? white
+                                : kind < 200 ? 0.0f
+                                             : inType(PatternValue(type, x, y, 3, seed) * 0.98f);
+            for (int c = 0; c < 3; ++c) {
+                const float share = PatternValue(DQ_UCHAR, x, y, c, seed) / 255.0f;
+                image->SetChannelFloat(x, y, c, inType(share * alpha));
+            }
+            image->SetChannelFloat(x, y, 3, alpha);
+        }
+    return image;
+}
+
+TEST(SmartBlend, MixedCoverageFollowsThePixelRuleForAnyWorkerCount) {
+    const int w = 53, h = 31;
+    for (int type : kTypes)
+        for (float t : {0.5f, 0.3f, 1.25f}) {
+            SCOPED_TRACE(::testing::Message() << "type " << type << ", t " << t);
+            DQImagePtr a = MixedCoverage(w, h, type, 21), b = MixedCoverage(w, h, type, 22);
+            DQImagePtr expected = DQMakeImage(w, h, 4, type);
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) {
+                    float pa[4], pb[4], out[4];
+                    for (int c = 0; c < 4; ++c) {
+                        pa[c] = At(*a, x, y, c);
+                        pb[c] = At(*b, x, y, c);
+                    }
+                    ReferencePremultiplied(pa, pb, t, WhiteOf(type), type != DQ_FLOAT, out);
+                    for (int c = 0; c < 4; ++c)
+                        expected->SetChannelFloat(x, y, c, out[c]);
+                }
+            ForWorkerCounts([&](int) {
+                DQImagePtr dest = Solid(w, h, 4, type, 0.0f);
+                SmartBlend(dest.get(), a.get(), b.get(), nullptr, nullptr, t);
+                EXPECT_TRUE(SamePixels(*dest, *expected));
+            });
+        }
+}
+
+// The masked rule and the alpha-first rule by bands: the same bytes for any worker count.
+TEST(SmartBlend, BandsGiveTheSameBytesForEveryRule) {
+    const int w = 41, h = 67;
+    for (int type : kTypes) {
+        SCOPED_TRACE(::testing::Message() << "type " << type);
+        DQImagePtr a3 = PatternImage(w, h, 3, type, 31), b3 = PatternImage(w, h, 3, type, 32);
+        DQImagePtr ma = PatternImage(w, h, 1, DQ_UCHAR, 33),
+                   mb = PatternImage(w, h, 1, DQ_UCHAR, 34);
+        DQImagePtr a4 = MixedCoverage(w, h, type, 35), b4 = MixedCoverage(w, h, type, 36);
+        DQImagePtr masked, alphaFirst;
+        ForWorkerCounts([&](int workers) {
+            DQImagePtr m = Solid(w, h, 3, type, 0.0f), f = Solid(w, h, 4, type, 0.0f);
+            SmartBlend(m.get(), a3.get(), b3.get(), ma.get(), mb.get(), 0.4f);
+            PrintedBy(
+                [&] { SmartBlendAlphaFirst(f.get(), a4.get(), b4.get(), nullptr, nullptr, 0.4f); });
+            if (workers == 1) {
+                masked = std::move(m);
+                alphaFirst = std::move(f);
+                return;
+            }
+            EXPECT_TRUE(SamePixels(*m, *masked));
+            EXPECT_TRUE(SamePixels(*f, *alphaFirst));
+        });
+    }
+}
+
 } // namespace
