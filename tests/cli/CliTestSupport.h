@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -90,15 +91,34 @@ inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimit
     return r;
 }
 
-// Names and sizes of everything under a folder, to show that a refused run changed nothing.
+// Names, sizes and a hash of the bytes of everything under a folder, to show that a refused run
+// changed nothing.
 inline std::vector<std::string> FolderState(const std::filesystem::path& dir) {
     std::vector<std::string> state;
-    for (const auto& e : std::filesystem::recursive_directory_iterator(dir))
-        state.push_back(e.path().lexically_relative(dir).string() + ":" +
-                        (e.is_regular_file() ? std::to_string(e.file_size()) : std::string("dir")));
+    for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
+        std::string entry = e.path().lexically_relative(dir).string() + ":";
+        if (e.is_regular_file()) {
+            std::ostringstream bytes;
+            bytes << std::ifstream(e.path(), std::ios::binary).rdbuf();
+            entry += std::to_string(bytes.str().size()) + " bytes, hash " +
+                     std::to_string(std::hash<std::string>{}(bytes.str()));
+        } else {
+            entry += "dir";
+        }
+        state.push_back(entry);
+    }
     std::sort(state.begin(), state.end());
     return state;
 }
+
+// A command line that must be refused: the exit status and a part of the message it must give.
+struct Refusal {
+    std::string name;
+    int status;
+    std::string message;
+    std::string line; // as to FolderTest::Args
+    RunLimits limits = {};
+};
 
 // Fixture with a fresh folder per test, readable by every user, removed afterwards.
 class FolderTest : public ::testing::Test {
@@ -128,6 +148,16 @@ protected:
         auto r = RunQuelmor(Args(line));
         EXPECT_EQ(r.status, 0) << line << ": " << r.err;
         return r;
+    }
+
+    // Runs a command line given as to Args, with --quiet, that must fail with its status and
+    // message and leave the test's folder as it was.
+    void ExpectRefused(const Refusal& c) {
+        const auto before = FolderState(dir_);
+        const auto r = RunQuelmor(Args(c.line + " --quiet"), c.limits);
+        EXPECT_EQ(r.status, c.status) << c.name << ": " << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.name << ": " << r.err;
+        EXPECT_EQ(FolderState(dir_), before) << c.name;
     }
 
     std::filesystem::path dir_;

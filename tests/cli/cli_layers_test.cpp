@@ -141,23 +141,5 @@ TEST_F(LayerRunTest, TwoLayersRetimeTheClip) {
     EXPECT_GT(ScoreClips(*out, *truth).psnr, 24.0);
 }
 
-TEST_F(LayerRunTest, RefusesMattesThatDoNotFit) {
-    Run("synth @s.%04d.png --frames 3 --size 96x64 --steps 2 --quiet");
-    Run("synth @small.%04d.png --frames 3 --size 48x32 --steps 2 --quiet");
-    const struct {
-        const char* matte;
-        const char* message;
-    } cases[] = {{"@matte_small.%04d.png", "is 48x32, the input 96x64"},
-                 {"alpha", "--matte alpha needs an input with alpha"},
-                 {"@none.%04d.png", "none"}};
-    for (const auto& c : cases) {
-        const auto r = test::RunQuelmor(
-            Args(std::string("retime @s.%04d.png @o.%04d.png --speed 0.5 --matte ") + c.matte));
-        EXPECT_NE(r.status, 0) << c.matte;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.matte << ": " << r.err;
-        EXPECT_FALSE(std::filesystem::exists(In("o.0000.png"))) << c.matte;
-    }
-}
-
 } // namespace
 } // namespace quelmor::cli

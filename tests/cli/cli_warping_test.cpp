@@ -85,14 +85,9 @@ TEST_F(WarpingRunTest, EachWarpingReachesTheEngine) {
     }
 }
 
-TEST_F(WarpingRunTest, HelpNamesItAndThePlugInCommandRefusesIt) {
+TEST(WarpingHelpTest, NamesTheOption) {
     const auto help = test::RunQuelmor({"--help"});
     EXPECT_NE(help.out.find("--warping NAME"), std::string::npos) << help.out;
-    test::WriteSynthClip(In("s.%04d.png"), 3, SampleType::U8);
-    const auto spark =
-        test::RunQuelmor(Args("spark @s.%04d.png @o.%04d.png --speed 0.5 --warping smart"));
-    EXPECT_EQ(spark.status, 2) << spark.err;
-    EXPECT_NE(spark.err.find("--warping"), std::string::npos) << spark.err;
 }
 
 } // namespace
