@@ -78,12 +78,8 @@ void DQOpticalFlowUChar::Construct(int throwOnError, int width_, int height_, in
     minLevelSize = minLevelSize_;
     inputWidth = width_;
     inputHeight = height_;
-    width = width_;
-    height = height_;
-    for (int i = 0; i < reduction; ++i) {
-        width /= 2;
-        height /= 2;
-    }
+    width = DQReducedSize(width_, reduction);
+    height = DQReducedSize(height_, reduction);
     maxX = width - 1;
     maxY = height - 1;
     // Every step of the solver reads a pixel and its right and lower neighbours: a level 0 of

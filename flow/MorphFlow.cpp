@@ -57,12 +57,8 @@ void DQMorphFlow::Construct(int throwOnError, int width_, int height_, int reduc
     iterations = 2;
     sensitivity = 1.0f;
     minLevelSize = minLevelSize_;
-    width = width_;
-    height = height_;
-    for (int i = 0; i < reduction; ++i) {
-        width /= 2;
-        height /= 2;
-    }
+    width = DQReducedSize(width_, reduction);
+    height = DQReducedSize(height_, reduction);
     maxX = static_cast<float>(width - 1);
     maxY = static_cast<float>(height - 1);
     // Sizes are mapped by ratios of (size - 1): a level 0 of one pixel across maps nothing.

@@ -14,6 +14,13 @@ void DQReleaseLevelArray(DQImage**& levels, int count);
 // pixels are not cleared.
 DQImage* DQNewLevelImage(int width, int height, int channels);
 
+// A size halved `reduction` times, as a pyramid's level 0 takes its input size.
+inline int DQReducedSize(int size, int reduction) {
+    for (int i = 0; i < reduction; ++i)
+        size /= 2;
+    return size;
+}
+
 // The size of the next coarser level: halved, held at 2.
 inline int DQNextLevelSize(int size) {
     return size / 2 < 2 ? 2 : size / 2;

@@ -77,6 +77,21 @@ struct PanClipTest : ::testing::Test {
         return engine.Render(result.Image(), settings);
     }
 
+    // Expects `render`() to succeed and leave the same pixels in `result` with 1 and 3 workers.
+    template <class Render>
+    void ExpectSameForWorkerCounts(Render&& render) {
+        DQImagePtr first;
+        ForWorkerCounts(
+            [&](int) {
+                ASSERT_EQ(render(), 0);
+                if (!first)
+                    first = Duplicate(*result.Pixels());
+                else
+                    EXPECT_TRUE(SamePixels(*first, *result.Pixels()));
+            },
+            {1, 3});
+    }
+
     WorkerScope workers{2, W, H};
     Engine engine;
     OwnedFrame result{W, H, 4, DQ_UCHAR};

@@ -114,17 +114,8 @@ TEST_F(SmartRoad, InsideThePictureItIsThePlainInverseBlend) {
 
 TEST_F(SmartRoad, ResultDoesNotDependOnTheWorkerCount) {
     for (long interpolation : {0L, 1L, 2L}) {
-        DQImagePtr first;
-        ForWorkerCounts(
-            [&](int) {
-                ASSERT_EQ(Render(2.4f, kSmart, interpolation), 0);
-                if (!first)
-                    first = Duplicate(*result.Pixels());
-                else
-                    EXPECT_TRUE(SamePixels(*first, *result.Pixels()))
-                        << "interpolation " << interpolation;
-            },
-            {1, 3});
+        SCOPED_TRACE(testing::Message() << "interpolation " << interpolation);
+        ExpectSameForWorkerCounts([&] { return Render(2.4f, kSmart, interpolation); });
     }
 }
 

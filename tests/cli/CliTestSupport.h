@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/Media.h"
+#include "cli/RetimeSettings.h"
 #include "cli/Score.h"
 #include "cli/Synth.h"
 
@@ -35,6 +36,20 @@ struct RunLimits {
     bool asUnprivileged = false;    // run as "nobody", for whom root's folders are not writable
     bool killedAtFileLimit = false; // a write past maxFileBytes kills the process (SIGXFSZ)
 };
+
+// The words of a line split at spaces.
+inline std::vector<std::string> Words(const std::string& line) {
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;)
+        words.push_back(word);
+    return words;
+}
+
+// The retime options of a command line given as words split at spaces.
+inline RetimeSettings Retime(const std::string& line) {
+    return ParseRetimeSettings(Words(line));
+}
 
 inline std::string Slurp(const std::string& path) {
     std::ostringstream text;
@@ -137,10 +152,9 @@ protected:
     // A command line from words split at spaces; a word starting with @ names a file in the
     // test's folder.
     std::vector<std::string> Args(const std::string& line) const {
-        std::vector<std::string> args;
-        std::istringstream words(line);
-        for (std::string word; words >> word;)
-            args.push_back(word[0] == '@' ? In(word.substr(1)) : word);
+        std::vector<std::string> args = Words(line);
+        for (std::string& word : args)
+            if (word[0] == '@') word = In(word.substr(1));
         return args;
     }
     // Runs a command line given as to Args and expects it to succeed.

@@ -2,21 +2,12 @@
 // `--matte-shrink`, `--layer-sensitivity` and `--draw`, and the mattes that `synth` writes.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "CliTestSupport.h"
-#include "cli/RetimeSettings.h"
 
 namespace quelmor::cli {
 namespace {
 
-RetimeSettings Retime(const std::string& line) {
-    std::vector<std::string> args;
-    std::istringstream words(line);
-    for (std::string word; words >> word;)
-        args.push_back(word);
-    return ParseRetimeSettings(args);
-}
+using test::Retime;
 
 constexpr const char* kBase = "i.%04d.png o.%04d.png --speed 0.5 ";
 

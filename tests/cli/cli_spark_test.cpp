@@ -100,8 +100,8 @@ TEST_F(SparkTest, GreySourcesComeBackGrey) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         // Each case's files under names of their own.
-        const std::string in = "g" + std::to_string(n) + ".%04d." + c.ext;
-        const std::string out = "s" + std::to_string(n++) + ".%04d." + c.ext;
+        const std::string suffix = std::to_string(n++) + ".%04d." + c.ext;
+        const std::string in = std::string("g") + suffix, out = std::string("s") + suffix;
         // A grey ramp with a second ramp as alpha, never opaque.
         MediaFrame frame;
         frame.Allocate({8, 8, c.channels, SampleType::Float});

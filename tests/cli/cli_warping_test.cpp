@@ -2,21 +2,12 @@
 // the engine, and the plug-in's command keeps its fixed warping.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "CliTestSupport.h"
-#include "cli/RetimeSettings.h"
 
 namespace quelmor::cli {
 namespace {
 
-RetimeSettings Retime(const std::string& line) {
-    std::vector<std::string> args;
-    std::istringstream words(line);
-    for (std::string word; words >> word;)
-        args.push_back(word);
-    return ParseRetimeSettings(args);
-}
+using test::Retime;
 
 TEST(WarpingOptionTest, NamesTheMenuEntries) {
     const struct {
