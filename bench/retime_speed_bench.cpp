@@ -204,9 +204,10 @@ void TimeFreshRender(ClipEngine& engine, DQImage* out, const RetimeSettings& set
     cpu += ProcessCpuSeconds() - cpuStart;
 }
 
-// The fresh in-between frame rendered in turn with "Inverse" and with `warping`, in alternating
-// order; the counters name the second by `name`.
-void FreshInBetweenAgainstInverse(benchmark::State& state, int warping, const std::string& name) {
+// The fresh in-between frame rendered with the two settings in turn, in alternating order, the
+// engine's mattes being `mattes`; the counters name the two by `names`.
+void CompareFreshRenders(benchmark::State& state, const RetimeSettings (&settings)[2],
+                         const std::string (&names)[2], const std::vector<DQImage*>& mattes = {}) {
     const int width = int(state.range(0)), height = int(state.range(1));
     const auto& frames = ClipFrames(width, height, 2);
     if (frames.empty()) {
@@ -215,11 +216,9 @@ void FreshInBetweenAgainstInverse(benchmark::State& state, int warping, const st
     }
     SetWorkers(width, height);
     ClipEngine engine(Borrow(frames));
+    engine.mattes = mattes;
     Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
-    RetimeSettings inverse = BestBlend(), other = BestBlend();
-    inverse.interpolation = other.interpolation = state.range(2);
-    other.warping = warping;
-    for (const RetimeSettings& s : {inverse, other})
+    for (const RetimeSettings& s : settings)
         if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
             state.SkipWithError("the engine failed to render the frame");
             return;
@@ -231,20 +230,29 @@ void FreshInBetweenAgainstInverse(benchmark::State& state, int warping, const st
         double pairWall = 0.0;
         for (int k : {first, 1 - first}) {
             double w = 0.0;
-            TimeFreshRender(engine, out.get(), k ? other : inverse, w, cpu[k]);
+            TimeFreshRender(engine, out.get(), settings[k], w, cpu[k]);
             wall[k] += w;
             pairWall += w;
         }
         state.SetIterationTime(pairWall);
     }
     const double n = double(state.iterations());
-    state.counters["inverse_ms"] = 1000.0 * wall[0] / n;
-    state.counters[name + "_ms"] = 1000.0 * wall[1] / n;
+    for (int k : {0, 1}) {
+        state.counters[names[k] + "_ms"] = 1000.0 * wall[k] / n;
+        state.counters[names[k] + "_cpu_ms"] = 1000.0 * cpu[k] / n;
+    }
     state.counters["ratio"] = wall[1] / wall[0];
-    state.counters["inverse_cpu_ms"] = 1000.0 * cpu[0] / n;
-    state.counters[name + "_cpu_ms"] = 1000.0 * cpu[1] / n;
     state.counters["cpu_ratio"] = cpu[1] / cpu[0];
     state.counters["workers"] = ZUMPGetNumThreads();
+}
+
+// The fresh in-between frame with "Inverse" against `warping`, with the interpolation of the
+// third argument; the counters name the second by `name`.
+void FreshInBetweenAgainstInverse(benchmark::State& state, int warping, const std::string& name) {
+    RetimeSettings inverse = BestBlend(), other = BestBlend();
+    inverse.interpolation = other.interpolation = state.range(2);
+    other.warping = warping;
+    CompareFreshRenders(state, {inverse, other}, {"inverse", name});
 }
 
 void BM_FreshInBetweenByWarping(benchmark::State& state) {
@@ -285,46 +293,13 @@ Owned EllipseMatte(int width, int height, float cx, float cy) {
 
 void BM_FreshInBetweenLayers(benchmark::State& state) {
     const int width = int(state.range(0)), height = int(state.range(1));
-    const auto& frames = ClipFrames(width, height, 2);
-    if (frames.empty()) {
-        state.SkipWithError("clip not found (or built without OpenImageIO)");
-        return;
-    }
-    SetWorkers(width, height);
-    ClipEngine engine(Borrow(frames));
     const Owned matteA = EllipseMatte(width, height, 0.48f, 0.5f);
     const Owned matteB = EllipseMatte(width, height, 0.52f, 0.5f);
-    engine.mattes = {matteA.get(), matteB.get()};
-    Owned out(new DQImage(width, height, 4, DQ_UCHAR, 0));
     RetimeSettings single = BestBlend(), layers = BestBlend();
     single.interpolation = layers.interpolation = state.range(2);
     layers.foregroundLayers = 1;
-    for (const RetimeSettings& s : {single, layers})
-        if (RenderFrame(engine, out.get(), 0.5f, s) != 0) {
-            state.SkipWithError("the engine failed to render the frame");
-            return;
-        }
-    double wall[2] = {}, cpu[2] = {};
-    int64_t turn = 0;
-    for (auto _ : state) {
-        const int first = int(turn++ & 1);
-        double pairWall = 0.0;
-        for (int k : {first, 1 - first}) {
-            double w = 0.0;
-            TimeFreshRender(engine, out.get(), k ? layers : single, w, cpu[k]);
-            wall[k] += w;
-            pairWall += w;
-        }
-        state.SetIterationTime(pairWall);
-    }
-    const double n = double(state.iterations());
-    state.counters["single_ms"] = 1000.0 * wall[0] / n;
-    state.counters["layers_ms"] = 1000.0 * wall[1] / n;
-    state.counters["ratio"] = wall[1] / wall[0];
-    state.counters["single_cpu_ms"] = 1000.0 * cpu[0] / n;
-    state.counters["layers_cpu_ms"] = 1000.0 * cpu[1] / n;
-    state.counters["cpu_ratio"] = cpu[1] / cpu[0];
-    state.counters["workers"] = ZUMPGetNumThreads();
+    CompareFreshRenders(state, {single, layers}, {"single", "layers"},
+                        {matteA.get(), matteB.get()});
 }
 BENCHMARK(BM_FreshInBetweenLayers)
     ->Args({1920, 1080, 1})

@@ -126,15 +126,35 @@ void MixBands(DQImage* dest, DQImage* a, DQImage* b, Mix&& mix) {
     }
 }
 
-// The modes that both forms share, or false for a mode they differ in.
-bool SharedMode(DQImage* dest, DQImage* a, DQImage* b, int mode, float t) {
+// The modes that both forms run alike but for `warp`(source, flow, scale), which moves a frame
+// along a flow: after the flows' borders are zeroed, and with nearest wherever t lies so close to
+// an end that a copy is all there is to see. False for a mode that a form runs on its own.
+template <class Warp>
+bool SharedMode(DQImage* dest, DQImage* a, DQImage* flowA, DQImage* b, DQImage* flowB, int& mode,
+                float t, Warp&& warp) {
+    if (t < kCopyBelow || t > kCopyAbove) mode = kDQDissolveNearest;
+    ZeroBorder(flowA);
+    ZeroBorder(flowB);
+    const float u = 1.0f - t;
     switch (mode) {
     case kDQDissolveNearest:
         dest->CopyWhole(t < 0.5f ? b : a);
         return true;
     case kDQDissolvePlain:
-        Dissolve(dest, a, b, 1.0f - t);
+        Dissolve(dest, a, b, u);
         return true;
+    case kDQDissolveWarpNearer:
+        if (t < 0.5f && flowA)
+            dest->CopyWhole(warp(b, flowA, t).get());
+        else if (t >= 0.5f && flowB)
+            dest->CopyWhole(warp(a, flowB, u).get());
+        return true;
+    case kDQDissolveWarpBoth: {
+        const DQImagePtr wA = warp(a, flowB, u);
+        const DQImagePtr wB = warp(b, flowA, t);
+        Dissolve(dest, wA.get(), wB.get(), u);
+        return true;
+    }
     default:
         return false;
     }
@@ -151,24 +171,9 @@ void DQFlowDissolveInv(DQImage* dest, DQImage* a, DQImage* flowA, DQImage* b, DQ
         std::fprintf(stderr, "DQFlowDissolveInv what?\n");
         return;
     }
-    if (t < kCopyBelow || t > kCopyAbove) mode = kDQDissolveNearest;
-    ZeroBorder(flowA);
-    ZeroBorder(flowB);
+    if (SharedMode(dest, a, flowA, b, flowB, mode, t, WarpedInverse)) return;
     const float u = 1.0f - t;
-    if (SharedMode(dest, a, b, mode, t)) return;
     switch (mode) {
-    case kDQDissolveWarpNearer:
-        if (t < 0.5f && flowA)
-            dest->CopyWhole(WarpedInverse(b, flowA, t).get());
-        else if (t >= 0.5f && flowB)
-            dest->CopyWhole(WarpedInverse(a, flowB, u).get());
-        return;
-    case kDQDissolveWarpBoth: {
-        const DQImagePtr wA = WarpedInverse(a, flowB, u);
-        const DQImagePtr wB = WarpedInverse(b, flowA, t);
-        Dissolve(dest, wA.get(), wB.get(), u);
-        return;
-    }
     case kDQDissolveMode5:
         EnergyBlendInverse(dest, a, flowA, b, flowB, nullptr, nullptr, t);
         return;
@@ -198,24 +203,12 @@ void DQFlowDissolve(DQImage* dest, DQImage* a, DQImage* flowA, DQImage* b, DQIma
         std::fprintf(stderr, "DQFlowDissolve what?\n");
         return;
     }
-    if (t < kCopyBelow || t > kCopyAbove) mode = kDQDissolveNearest;
-    ZeroBorder(flowA);
-    ZeroBorder(flowB);
+    const auto warp = [](const DQImage* source, const DQImage* flow, float scale) {
+        return WarpedByKernel(source, flow, scale);
+    };
+    if (SharedMode(dest, a, flowA, b, flowB, mode, t, warp)) return;
     const float u = 1.0f - t;
-    if (SharedMode(dest, a, b, mode, t)) return;
     switch (mode) {
-    case kDQDissolveWarpNearer:
-        if (t < 0.5f && flowA)
-            dest->CopyWhole(WarpedByKernel(b, flowA, t).get());
-        else if (t >= 0.5f && flowB)
-            dest->CopyWhole(WarpedByKernel(a, flowB, u).get());
-        return;
-    case kDQDissolveWarpBoth: {
-        const DQImagePtr wA = WarpedByKernel(a, flowB, u);
-        const DQImagePtr wB = WarpedByKernel(b, flowA, t);
-        Dissolve(dest, wA.get(), wB.get(), u);
-        return;
-    }
     case kDQDissolveMode4: {
         DQImagePtr marksA, marksB;
         const DQImagePtr wA = WarpedByKernel(a, flowB, u, &marksA);

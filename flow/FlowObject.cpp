@@ -2,6 +2,7 @@
 // inputs and start a run.
 #include "flow/Flow.h"
 #include "flow/FlowFilter.h"
+#include "image/LevelArrays.h"
 
 #include <cstdio>
 #include <utility>
@@ -40,31 +41,6 @@ private:
     DQImage** matteB_;
 };
 
-DQImage** NewLevelArray(int count) {
-    auto** levels = static_cast<DQImage**>(ZUMemAllocate(sizeof(DQImage*) * count));
-    for (int i = 0; i < count; ++i)
-        levels[i] = nullptr;
-    return levels;
-}
-
-void ReleaseLevelArray(DQImage**& levels, int count) {
-    if (!levels) return;
-    for (int i = 0; i < count; ++i)
-        delete levels[i];
-    ZUMemRelease(levels);
-    levels = nullptr;
-}
-
-DQImage* NewLevelImage(int width, int height, int channels) {
-    auto* image = new DQImage(0, width, height, channels, DQ_FLOAT, 0);
-    if (image->errorCode != 0) {
-        const int code = image->errorCode;
-        delete image;
-        DQThrow(code);
-    }
-    return image;
-}
-
 } // namespace
 
 int DQOpticalFlowUChar::CountLevels(int width, int height, int minLevelSize) {
@@ -102,12 +78,8 @@ void DQOpticalFlowUChar::Construct(int throwOnError, int width_, int height_, in
     minLevelSize = minLevelSize_;
     inputWidth = width_;
     inputHeight = height_;
-    width = width_;
-    height = height_;
-    for (int i = 0; i < reduction; ++i) {
-        width /= 2;
-        height /= 2;
-    }
+    width = DQReducedSize(width_, reduction);
+    height = DQReducedSize(height_, reduction);
     maxX = width - 1;
     maxY = height - 1;
     // Every step of the solver reads a pixel and its right and lower neighbours: a level 0 of
@@ -135,41 +107,41 @@ void DQOpticalFlowUChar::Construct(int throwOnError, int width_, int height_, in
 }
 
 void DQOpticalFlowUChar::AllocateLevels() {
-    tensorLevels = NewLevelArray(numLevels);
-    residualLevels = NewLevelArray(numLevels);
-    imageBLevels = NewLevelArray(numLevels);
-    imageALevels = NewLevelArray(numLevels);
-    flowLevels = NewLevelArray(numLevels);
+    tensorLevels = DQNewLevelArray(numLevels);
+    residualLevels = DQNewLevelArray(numLevels);
+    imageBLevels = DQNewLevelArray(numLevels);
+    imageALevels = DQNewLevelArray(numLevels);
+    flowLevels = DQNewLevelArray(numLevels);
     if (useSeeds) {
-        seedFlowLevels = NewLevelArray(numLevels);
-        seedWeightLevels = NewLevelArray(numLevels);
+        seedFlowLevels = DQNewLevelArray(numLevels);
+        seedWeightLevels = DQNewLevelArray(numLevels);
     }
     if (useMattes) {
-        matteALevels = NewLevelArray(numLevels);
-        matteBLevels = NewLevelArray(numLevels);
+        matteALevels = DQNewLevelArray(numLevels);
+        matteBLevels = DQNewLevelArray(numLevels);
     }
-    gradXLevels = NewLevelArray(numLevels);
-    gradYLevels = NewLevelArray(numLevels);
+    gradXLevels = DQNewLevelArray(numLevels);
+    gradYLevels = DQNewLevelArray(numLevels);
     int w = width, h = height;
     for (int level = 0; level < numLevels; ++level) {
-        imageBLevels[level] = NewLevelImage(w, h, 1);
-        imageALevels[level] = NewLevelImage(w, h, 1);
-        gradXLevels[level] = NewLevelImage(w, h, 1);
-        gradYLevels[level] = NewLevelImage(w, h, 1);
-        tensorLevels[level] = NewLevelImage(w, h, 3);
-        residualLevels[level] = NewLevelImage(w, h, 2);
-        flowLevels[level] = NewLevelImage(w, h, 2);
+        imageBLevels[level] = DQNewLevelImage(w, h, 1);
+        imageALevels[level] = DQNewLevelImage(w, h, 1);
+        gradXLevels[level] = DQNewLevelImage(w, h, 1);
+        gradYLevels[level] = DQNewLevelImage(w, h, 1);
+        tensorLevels[level] = DQNewLevelImage(w, h, 3);
+        residualLevels[level] = DQNewLevelImage(w, h, 2);
+        flowLevels[level] = DQNewLevelImage(w, h, 2);
         if (useSeeds) {
-            seedFlowLevels[level] = NewLevelImage(w, h, 2);
-            seedWeightLevels[level] = NewLevelImage(w, h, 1);
+            seedFlowLevels[level] = DQNewLevelImage(w, h, 2);
+            seedWeightLevels[level] = DQNewLevelImage(w, h, 1);
         }
         if (useMattes) {
-            matteALevels[level] = NewLevelImage(w, h, 1);
-            matteBLevels[level] = NewLevelImage(w, h, 1);
+            matteALevels[level] = DQNewLevelImage(w, h, 1);
+            matteBLevels[level] = DQNewLevelImage(w, h, 1);
         }
         flowLevels[level]->Clear();
-        w = w / 2 < 2 ? 2 : w / 2;
-        h = h / 2 < 2 ? 2 : h / 2;
+        w = DQNextLevelSize(w);
+        h = DQNextLevelSize(h);
     }
 }
 
@@ -177,7 +149,7 @@ void DQOpticalFlowUChar::ReleaseLevels() {
     for (DQImage*** levels : {&tensorLevels, &residualLevels, &imageBLevels, &imageALevels,
                               &flowLevels, &seedFlowLevels, &seedWeightLevels, &matteALevels,
                               &matteBLevels, &gradXLevels, &gradYLevels})
-        ReleaseLevelArray(*levels, numLevels);
+        DQReleaseLevelArray(*levels, numLevels);
 }
 
 void DQOpticalFlowUChar::ComputeFlow(DQImage* result, DQImage* imageA, DQImage* imageB,

@@ -7,6 +7,7 @@
 #include "image/Progress.h"
 #include "warp/Filters.h"
 #include "warp/Sampling.h"
+#include "warp/SeparableFilter.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -18,6 +19,10 @@ namespace {
 
 using warp_detail::CellOf;
 using warp_detail::Tap;
+// A symmetric filter as the separable filters hold it: w[0] the centre, w[k] the pair at distance
+// k, n - 1 the reach, and `edge` samples at each end of a line renormalised. The filter passes
+// here are the separable filter's own, run over the columns a level needs.
+using Taps = warp_detail::SymmetricFilter;
 
 // Step between destination samples in source pixels, as the bilinear resize takes it.
 float ResizeStep(int sourceSize, int destSize) {
@@ -97,95 +102,6 @@ Region ZeroWeights(const DQImage& weights, const Region& within) {
     return zeros;
 }
 
-// A symmetric filter as the separable filters hold it: w[0] the centre, w[k] the pair at distance
-// k, n - 1 the reach, and `edge` samples at each end of a line renormalised.
-struct Taps {
-    const float* w;
-    int n;
-    int edge;
-};
-
-// A sample within `edge` of a line's end: the taps outside are dropped and the sum is divided by
-// the weights used. `at(p)` reads sample p.
-template <class At>
-float EdgeSample(int i, int length, const Taps& f, At&& at) {
-    float sum = 0.0f;
-    float weights = 0.0f;
-    for (int t = -(f.n - 1); t <= f.n - 1; ++t) {
-        const int p = i + t;
-        if (p < 0 || p >= length) continue;
-        const float wt = f.w[t < 0 ? -t : t];
-        sum += wt * at(p);
-        weights += wt;
-    }
-    return weights != 0.0f ? sum / weights : 0.0f;
-}
-
-// The row pass of the separable filter over the columns of `s` of one line of `length` samples.
-void FilterRowRun(const float* __restrict in, float* __restrict out, int length, Span s,
-                  const Taps& f) {
-    const int midBegin = std::min(f.edge, length);
-    const int midEnd = std::max(length - f.edge, midBegin);
-    const int j0 = std::max(s.x0, midBegin);
-    const int j1 = std::min(s.x1, midEnd);
-    if (j1 > j0) {
-        const float w0 = f.w[0];
-        for (int j = j0; j < j1; ++j)
-            out[j] = w0 * in[j];
-        for (int k = 1; k < f.n; ++k) {
-            const float wk = f.w[k];
-            for (int j = j0; j < j1; ++j)
-                out[j] += wk * (in[j + k] + in[j - k]);
-        }
-    }
-    auto at = [&](int p) { return in[p]; };
-    for (int i = s.x0; i < std::min(s.x1, midBegin); ++i)
-        out[i] = EdgeSample(i, length, f, at);
-    for (int i = std::max(s.x0, midEnd); i < s.x1; ++i)
-        out[i] = EdgeSample(i, length, f, at);
-}
-
-// The column pass of the separable filter at row y over the columns of `s`, reading `rows` (the
-// row pass) and writing `out`.
-void FilterColumnRun(const DQImage& rows, int y, float* __restrict out, Span s, const Taps& f) {
-    const int height = rows.height;
-    const int count = s.Length();
-    float* o = out + s.x0;
-    if (y >= f.edge && y < height - f.edge) {
-        const float* __restrict c = rows.Row<float>(y) + s.x0;
-        const float w0 = f.w[0];
-        for (int j = 0; j < count; ++j)
-            o[j] = w0 * c[j];
-        for (int k = 1; k < f.n; ++k) {
-            const float* __restrict up = rows.Row<float>(y - k) + s.x0;
-            const float* __restrict down = rows.Row<float>(y + k) + s.x0;
-            const float wk = f.w[k];
-            for (int j = 0; j < count; ++j)
-                o[j] += wk * (down[j] + up[j]);
-        }
-        return;
-    }
-    const int tLow = std::max(-(f.n - 1), -y);
-    const int tHigh = std::min(f.n - 1, height - 1 - y);
-    float weights = 0.0f;
-    for (int j = 0; j < count; ++j)
-        o[j] = 0.0f;
-    for (int t = tLow; t <= tHigh; ++t) {
-        const float wt = f.w[t < 0 ? -t : t];
-        weights += wt;
-        const float* __restrict src = rows.Row<float>(y + t) + s.x0;
-        for (int j = 0; j < count; ++j)
-            o[j] += wt * src[j];
-    }
-    if (weights == 0.0f) {
-        for (int j = 0; j < count; ++j)
-            o[j] = 0.0f;
-        return;
-    }
-    for (int j = 0; j < count; ++j)
-        o[j] /= weights;
-}
-
 // The bilinear value of `source` at destination pixel (x, y), as the resize computes it.
 inline float ResizeAt(const DQImage& source, const ResizeAxis& columns, const ResizeAxis& rows,
                       int x, int y) {
@@ -222,9 +138,15 @@ void ForRuns(const Region& region, Body&& body) {
 void FilterRegion(const DQImage& image, DQImage& plane, DQImage& out, const Region& passRows,
                   const Region& outRuns, const Taps& f) {
     ForRuns(passRows, [&](int y, Span s) {
-        FilterRowRun(image.Row<float>(y), plane.Row<float>(y), image.width, s, f);
+        warp_detail::FilterLineRange(image.Row<float>(y), plane.Row<float>(y), image.width, 1, s.x0,
+                                     s.x1, f);
     });
-    ForRuns(outRuns, [&](int y, Span s) { FilterColumnRun(plane, y, out.Row<float>(y), s, f); });
+    // The fill's planes are top-down floats, rowBytes apart.
+    const size_t stride = static_cast<size_t>(plane.rowBytes) / sizeof(float);
+    ForRuns(outRuns, [&](int y, Span s) {
+        warp_detail::FilterColumnRow(plane.Row<float>(0) + s.x0, stride, plane.height, y,
+                                     out.Row<float>(y) + s.x0, s.Length(), f);
+    });
 }
 
 constexpr int kGaussReach = 5; // the smoothing of radius 5 reads 5 pixels either side

@@ -3,39 +3,13 @@
 
 #include "flow/Flow.h"
 #include "flow/FlowFilter.h"
+#include "image/LevelArrays.h"
 #include "image/Progress.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace {
-
-DQImage** NewLevelArray(int count) {
-    auto** levels = static_cast<DQImage**>(ZUMemAllocate(sizeof(DQImage*) * size_t(count)));
-    for (int i = 0; i < count; ++i)
-        levels[i] = nullptr;
-    return levels;
-}
-
-void ReleaseLevelArray(DQImage**& levels, int count) {
-    if (!levels) return;
-    for (int i = 0; i < count; ++i)
-        delete levels[i];
-    ZUMemRelease(levels);
-    levels = nullptr;
-}
-
-// A zeroed float level image; its failure is thrown.
-DQImage* NewLevelImage(int width, int height, int channels) {
-    auto* image = new DQImage(0, width, height, channels, DQ_FLOAT, 0);
-    if (image->errorCode != 0) {
-        const int code = image->errorCode;
-        delete image;
-        DQThrow(code);
-    }
-    image->Clear();
-    return image;
-}
 
 int HalfHeld(int size, int minLevelSize) {
     return std::max({size / 2, minLevelSize, 2});
@@ -83,12 +57,8 @@ void DQMorphFlow::Construct(int throwOnError, int width_, int height_, int reduc
     iterations = 2;
     sensitivity = 1.0f;
     minLevelSize = minLevelSize_;
-    width = width_;
-    height = height_;
-    for (int i = 0; i < reduction; ++i) {
-        width /= 2;
-        height /= 2;
-    }
+    width = DQReducedSize(width_, reduction);
+    height = DQReducedSize(height_, reduction);
     maxX = static_cast<float>(width - 1);
     maxY = static_cast<float>(height - 1);
     // Sizes are mapped by ratios of (size - 1): a level 0 of one pixel across maps nothing.
@@ -111,26 +81,24 @@ void DQMorphFlow::Construct(int throwOnError, int width_, int height_, int reduc
 }
 
 void DQMorphFlow::AllocateLevels() {
-    flowLevels = NewLevelArray(numLevels);
-    seedFlowLevels = NewLevelArray(numLevels);
-    seedWeightLevels = NewLevelArray(numLevels);
-    scratchLevels = NewLevelArray(numLevels);
+    DQImage*** arrays[] = {&flowLevels, &seedFlowLevels, &seedWeightLevels, &scratchLevels};
+    const int channels[] = {2, 2, 1, 1};
+    for (DQImage*** levels : arrays)
+        *levels = DQNewLevelArray(numLevels);
     int w = width, h = height;
     for (int level = 0; level < numLevels; ++level) {
-        flowLevels[level] = NewLevelImage(w, h, 2);
-        seedFlowLevels[level] = NewLevelImage(w, h, 2);
-        seedWeightLevels[level] = NewLevelImage(w, h, 1);
-        scratchLevels[level] = NewLevelImage(w, h, 1);
-        w = std::max(w / 2, 2);
-        h = std::max(h / 2, 2);
+        for (int i = 0; i < 4; ++i) {
+            (*arrays[i])[level] = DQNewLevelImage(w, h, channels[i]);
+            (*arrays[i])[level]->Clear();
+        }
+        w = DQNextLevelSize(w);
+        h = DQNextLevelSize(h);
     }
 }
 
 void DQMorphFlow::ReleaseLevels() {
-    ReleaseLevelArray(flowLevels, numLevels);
-    ReleaseLevelArray(seedFlowLevels, numLevels);
-    ReleaseLevelArray(seedWeightLevels, numLevels);
-    ReleaseLevelArray(scratchLevels, numLevels);
+    for (DQImage*** levels : {&flowLevels, &seedFlowLevels, &seedWeightLevels, &scratchLevels})
+        DQReleaseLevelArray(*levels, numLevels);
 }
 
 void DQMorphFlow::BeginGeometry() {

@@ -1,15 +1,9 @@
 // Motion supplied by the engine's own vector slots instead of computed: the picture they make,
 // one direction derived when a slot has none, the slot's scales, and every lent image and frame
 // given back on every path.
-#include "ImagePatterns.h"
-#include "MemoryClipEngine.h"
-#include "TestSupport.h"
+#include "PanClip.h"
 #include "VectorLoans.h"
-#include "WarpTestImages.h"
 #include "engine/ExternalVectors.h"
-
-#include <algorithm>
-#include <cmath>
 
 using namespace quelmor::test;
 
@@ -17,23 +11,9 @@ namespace {
 
 constexpr int kW = 96;
 constexpr int kH = 64;
-// The whole picture pans by this much per source frame.
-constexpr float kPanX = 8.0f;
-constexpr float kPanY = 6.0f;
-
-double Texture(double x, double y, int c) {
-    const double v = 128.0 + 40.0 * std::sin(0.21 * x + 0.07 * y + c) +
-                     30.0 * std::sin(0.05 * x - 0.17 * y + 2.0 * c) +
-                     20.0 * std::cos(0.11 * (x + y) + 0.5 * c);
-    return std::clamp(v, 0.0, 255.0);
-}
-
-DQImagePtr PanFrame(double time) {
-    return MakeImage(kW, kH, 4, DQ_UCHAR, [=](int x, int y, int c) -> double {
-        if (c == 3) return 255.0;
-        return std::floor(Texture(x - kPanX * time, y - kPanY * time, c) + 0.5);
-    });
-}
+// The pan in the single precision of the vector images.
+constexpr float kVectorX = float(kPanX);
+constexpr float kVectorY = float(kPanY);
 
 // Hands out vector images of the pan: float vectors divided by `slotScale` (the slot says to
 // multiply them back), or 8-bit codes 127 + v with a slot scale of 127.
@@ -48,6 +28,8 @@ public:
     int vectorWidth = kW, vectorHeight = kH;
     VectorLoans loans;
     std::vector<int> nextFrames, previousFrames;
+
+    VectorClipEngine() { externalVectors = 1; }
 
     int GetNextFrameVectors(ZUImage** vectors, float* scale, int frame) override {
         nextFrames.push_back(frame);
@@ -71,15 +53,15 @@ private:
         if (code != 0) return code;
         DQImagePtr pixels;
         if (coding == Coding::Float) {
-            const double u = sign * kPanX / (scaleX * slotScale);
-            const double v = sign * kPanY / (scaleY * slotScale);
+            const double u = sign * kVectorX / (scaleX * slotScale);
+            const double v = sign * kVectorY / (scaleY * slotScale);
             pixels = MakeImage(vectorWidth, vectorHeight, 4, DQ_FLOAT, [&](int, int, int c) {
                 return c == 0 ? u : c == 1 ? v : 1.0;
             });
             *scale = slotScale;
         } else {
             // (2 c / 254 - 1) 127 = c - 127: whole vectors code exactly.
-            const double u = 127.0 + sign * kPanX / scaleX, v = 127.0 + sign * kPanY / scaleY;
+            const double u = 127.0 + sign * kVectorX / scaleX, v = 127.0 + sign * kVectorY / scaleY;
             pixels = MakeImage(vectorWidth, vectorHeight, 4, DQ_UCHAR, [&](int, int, int c) {
                 return c == 0 ? u : c == 1 ? v : 255.0;
             });
@@ -90,34 +72,17 @@ private:
     }
 };
 
-struct ExternalVectors : ::testing::Test {
-    void SetUp() override {
-        for (int n = 0; n < 6; ++n)
-            engine.frames.push_back(PanFrame(n));
-        engine.externalVectors = 1;
-        ASSERT_EQ(engine.Init(), 0);
-    }
-
+struct ExternalVectors : PanClipTest<kW, kH, VectorClipEngine> {
     int Render(float sourceTime, long interpolation = 1,
                ZUIdleAndProgressClass* progress = nullptr) {
-        engine.timeCurve = [=](float) { return sourceTime; };
-        return engine.Render(result.Image(), {.timeBegin = 100.0f,
-                                              .timeEnd = 101.0f,
-                                              .interpolation = interpolation,
-                                              .progress = progress});
+        return RenderAt(sourceTime, {.interpolation = interpolation, .progress = progress});
     }
 
     // Mean error against the true moment, away from the edges that the pan uncovers.
     double InteriorError(float time) const {
-        DQImagePtr truth = PanFrame(time);
-        const DQImage& image = *ZUImageGetDQImage(const_cast<OwnedFrame&>(result).Image());
-        double sum = 0.0;
-        int count = 0;
-        for (int y = 10; y < kH - 10; ++y)
-            for (int x = 12; x < kW - 12; ++x)
-                for (int c = 0; c < 3; ++c, ++count)
-                    sum += std::fabs(At(image, x, y, c) - At(*truth, x, y, c));
-        return sum / count;
+        return MeanError(
+            *ZUImageGetDQImage(const_cast<OwnedFrame&>(result).Image()), *Truth(time),
+            [](int x, int y) { return y >= 10 && y < kH - 10 && x >= 12 && x < kW - 12; });
     }
 
     // The two flows that the slots give for the pair (2, 3), loaded as the road loads them.
@@ -135,10 +100,6 @@ struct ExternalVectors : ::testing::Test {
                             nullptr);
         return flows;
     }
-
-    WorkerScope workers{2, kW, kH};
-    VectorClipEngine engine;
-    OwnedFrame result{kW, kH, 4, DQ_UCHAR};
 };
 
 } // namespace

@@ -1,13 +1,7 @@
 // "Inverse + Smart Blend" through the engine: every interpolation renders, nothing is left
 // uncovered, the borders that a pan uncovers come from the frame that sees them, and the result
 // does not depend on the worker count.
-#include "ImagePatterns.h"
-#include "MemoryClipEngine.h"
-#include "TestSupport.h"
-#include "WarpTestImages.h"
-
-#include <algorithm>
-#include <cmath>
+#include "PanClip.h"
 
 using namespace quelmor::test;
 
@@ -15,41 +9,8 @@ namespace {
 
 constexpr int kW = 128;
 constexpr int kH = 96;
-// The whole picture pans by this much per source frame, so that at an in-between moment a strip
-// along each border is seen by one frame only, and two corners by neither.
-constexpr double kPanX = 8.0;
-constexpr double kPanY = 6.0;
 constexpr int kInverse = 0;
 constexpr int kSmart = 1;
-
-// A smooth texture defined everywhere, different in each colour channel.
-double Texture(double x, double y, int c) {
-    const double v = 128.0 + 40.0 * std::sin(0.21 * x + 0.07 * y + c) +
-                     30.0 * std::sin(0.05 * x - 0.17 * y + 2.0 * c) +
-                     20.0 * std::cos(0.11 * (x + y) + 0.5 * c);
-    return std::clamp(v, 0.0, 255.0);
-}
-
-// The scene at source time `time`: the texture moved by the pan, opaque.
-DQImagePtr PanFrame(double time) {
-    return MakeImage(kW, kH, 4, DQ_UCHAR, [=](int x, int y, int c) -> double {
-        if (c == 3) return 255.0;
-        return std::floor(Texture(x - kPanX * time, y - kPanY * time, c) + 0.5);
-    });
-}
-
-// Mean absolute difference over the colour channels of the pixels that `inside` selects.
-template <class Select>
-double MeanError(const DQImage& image, const DQImage& truth, Select inside) {
-    double sum = 0.0;
-    int count = 0;
-    for (int y = 0; y < image.height; ++y)
-        for (int x = 0; x < image.width; ++x)
-            if (inside(x, y))
-                for (int c = 0; c < 3; ++c, ++count)
-                    sum += std::fabs(At(image, x, y, c) - At(truth, x, y, c));
-    return count ? sum / count : 0.0;
-}
 
 // Pixels whose alpha is not full: what neither frame covered and nothing filled.
 int Unfilled(const DQImage& image) {
@@ -60,32 +21,19 @@ int Unfilled(const DQImage& image) {
     return count;
 }
 
-struct SmartRoad : ::testing::Test {
-    void SetUp() override {
-        for (int n = 0; n < 6; ++n)
-            engine.frames.push_back(PanFrame(n));
-        ASSERT_EQ(engine.Init(), 0);
-    }
-
+// The pan of the clip goes right and down, so that at an in-between moment a strip along each
+// border is seen by one frame only, and two corners by neither.
+struct SmartRoad : PanClipTest<kW, kH> {
     int Render(float sourceTime, int warping, long interpolation) {
         engine.warpingMode = warping;
-        engine.timeCurve = [=](float) { return sourceTime; };
         engine.ResetMotion();
-        return engine.Render(
-            result.Image(),
-            {.timeBegin = 100.0f, .timeEnd = 101.0f, .interpolation = interpolation});
+        return RenderAt(sourceTime, {.interpolation = interpolation});
     }
-
-    WorkerScope workers{2, kW, kH};
-    MemoryClipEngine engine;
-    OwnedFrame result{kW, kH, 4, DQ_UCHAR};
 };
 
 // A band of `width` pixels along the picture's edges.
 auto Border(int width) {
-    return [width](int x, int y) {
-        return x < width || y < width || x >= kW - width || y >= kH - width;
-    };
+    return quelmor::test::Border(kW, kH, width);
 }
 
 TEST_F(SmartRoad, EveryInterpolationRendersTheMomentWithNothingLeftUncovered) {
@@ -107,8 +55,8 @@ TEST_F(SmartRoad, EveryInterpolationRendersTheMomentWithNothingLeftUncovered) {
         ASSERT_EQ(Render(c.time, kSmart, c.interpolation), 0);
         const DQImage& out = *result.Pixels();
         EXPECT_EQ(Unfilled(out), 0);
-        DQImagePtr truth = PanFrame(c.time);
-        EXPECT_LT(MeanError(out, *truth, [](int, int) { return true; }), c.mostError);
+        DQImagePtr truth = Truth(c.time);
+        EXPECT_LT(MeanError(out, *truth, Everywhere()), c.mostError);
         EXPECT_LT(MeanError(out, *truth, Border(6)), c.mostBorderError);
         EXPECT_EQ(engine.Outstanding(), 0);
         EXPECT_EQ(engine.returnedChanged, 0);
@@ -121,7 +69,7 @@ TEST_F(SmartRoad, CornersThatNeitherFrameSeesAreFilledFromTheirSurroundings) {
     // corners are seen by neither. They are filled, and close to the pixels next to them.
     ASSERT_EQ(Render(2.5f, kSmart, 1), 0);
     const DQImage& out = *result.Pixels();
-    DQImagePtr truth = PanFrame(2.5);
+    DQImagePtr truth = Truth(2.5);
     auto corners = [](int x, int y) { return (x < 3 && y >= kH - 3) || (x >= kW - 3 && y < 3); };
     EXPECT_EQ(Unfilled(out), 0);
     EXPECT_LT(MeanError(out, *truth, corners), 20.0);
@@ -132,7 +80,7 @@ TEST_F(SmartRoad, BordersComeFromTheFrameThatSeesThem) {
     // smart blend the strip comes from the other frame, which does see it.
     for (long interpolation : {1L, 2L}) {
         SCOPED_TRACE(testing::Message() << "interpolation " << interpolation);
-        DQImagePtr truth = PanFrame(2.5);
+        DQImagePtr truth = Truth(2.5);
         ASSERT_EQ(Render(2.5f, kInverse, interpolation), 0);
         const double inverse = MeanError(*result.Pixels(), *truth, Border(4));
         ASSERT_EQ(Render(2.5f, kSmart, interpolation), 0);
@@ -166,17 +114,8 @@ TEST_F(SmartRoad, InsideThePictureItIsThePlainInverseBlend) {
 
 TEST_F(SmartRoad, ResultDoesNotDependOnTheWorkerCount) {
     for (long interpolation : {0L, 1L, 2L}) {
-        DQImagePtr first;
-        ForWorkerCounts(
-            [&](int) {
-                ASSERT_EQ(Render(2.4f, kSmart, interpolation), 0);
-                if (!first)
-                    first = Duplicate(*result.Pixels());
-                else
-                    EXPECT_TRUE(SamePixels(*first, *result.Pixels()))
-                        << "interpolation " << interpolation;
-            },
-            {1, 3});
+        SCOPED_TRACE(testing::Message() << "interpolation " << interpolation);
+        ExpectSameForWorkerCounts([&] { return Render(2.4f, kSmart, interpolation); });
     }
 }
 

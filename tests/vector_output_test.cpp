@@ -1,12 +1,6 @@
 // Vectors handed out by the engine, and the pictures drawn of them: the colour wheel and arrows.
-#include "ImagePatterns.h"
-#include "MemoryClipEngine.h"
-#include "TestSupport.h"
-#include "WarpTestImages.h"
+#include "PanClip.h"
 #include "flow/FlowOverlay.h"
-
-#include <algorithm>
-#include <cmath>
 
 using namespace quelmor::test;
 
@@ -14,22 +8,6 @@ namespace {
 
 constexpr int kW = 128;
 constexpr int kH = 96;
-constexpr double kPanX = 8.0;
-constexpr double kPanY = 6.0;
-
-double Texture(double x, double y, int c) {
-    const double v = 128.0 + 40.0 * std::sin(0.21 * x + 0.07 * y + c) +
-                     30.0 * std::sin(0.05 * x - 0.17 * y + 2.0 * c) +
-                     20.0 * std::cos(0.11 * (x + y) + 0.5 * c);
-    return std::clamp(v, 0.0, 255.0);
-}
-
-DQImagePtr PanFrame(double time) {
-    return MakeImage(kW, kH, 4, DQ_UCHAR, [=](int x, int y, int c) -> double {
-        if (c == 3) return 255.0;
-        return std::floor(Texture(x - kPanX * time, y - kPanY * time, c) + 0.5);
-    });
-}
 
 std::array<int, 3> Rgb(const DQImage& image, int x, int y) {
     const uint8_t* p = image.PixelAddress(x, y);
@@ -138,20 +116,8 @@ TEST(FlowArrows, ArrowsRunAlongTheVectorsInFramePixels) {
     EXPECT_EQ(ElementAt(*frame, 10, 8, 0), 0.0);
 }
 
-struct PairFlows : ::testing::Test {
-    void SetUp() override {
-        for (int n = 0; n < 6; ++n)
-            engine.frames.push_back(PanFrame(n));
-        ASSERT_EQ(engine.Init(), 0);
-    }
-    int Render(float sourceTime, long cache) {
-        engine.timeCurve = [=](float) { return sourceTime; };
-        return engine.Render(result.Image(),
-                             {.timeBegin = 100.0f, .timeEnd = 101.0f, .cache = cache});
-    }
-    WorkerScope workers{2, kW, kH};
-    MemoryClipEngine engine;
-    OwnedFrame result{kW, kH, 4, DQ_UCHAR};
+struct PairFlows : PanClipTest<kW, kH> {
+    int Render(float sourceTime, long cache) { return RenderAt(sourceTime, {.cache = cache}); }
 };
 
 TEST_F(PairFlows, HandsOutBothDirectionsAtFlowAndFrameSize) {

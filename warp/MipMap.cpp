@@ -1,16 +1,11 @@
 #include "warp/MipMap.h"
 
+#include "image/LevelArrays.h"
 #include "warp/Filters.h"
 
 #include <algorithm>
 
 namespace {
-
-DQImage** NewLevelArray(int count) {
-    auto** array = static_cast<DQImage**>(ZUMemAllocate(sizeof(DQImage*) * count));
-    std::fill(array, array + count, nullptr);
-    return array;
-}
 
 // A new owned image, or its construction error thrown once the object is gone.
 DQImage* NewImage(int width, int height, int channels, int dataType, int bottomUp) {
@@ -38,7 +33,7 @@ DQMipMap::DQMipMap(DQImage* source, int throwOnFailure, int shareSource, int gau
         ++levelCount;
     }
     try {
-        levels = NewLevelArray(levelCount);
+        levels = DQNewLevelArray(levelCount);
         if (shareSource == 1 && source->width >= minSize && source->height >= minSize) {
             levels[0] = source;
         } else {
@@ -90,7 +85,7 @@ void DQMipMap::WrapViews(int count, DQImage* const* images) {
     ownsLevelZero = 1;
     levelCount = count;
     try {
-        levels = NewLevelArray(std::max(count, 1));
+        levels = DQNewLevelArray(std::max(count, 1));
         for (int i = 0; i < count; ++i) {
             const DQImage* image = images[i];
             levels[i] = new DQImage(image->data, image->width, image->height, image->rowBytes,

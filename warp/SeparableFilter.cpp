@@ -161,14 +161,16 @@ void FilterColumnRow(const float* rows, size_t stride, int height, int y, float*
         out[j] /= weights;
 }
 
-void FilterLine(const float* __restrict in, float* __restrict out, int length, int channels,
-                const SymmetricFilter& f) {
+void FilterLineRange(const float* __restrict in, float* __restrict out, int length, int channels,
+                     int first, int end, const SymmetricFilter& f) {
     const int midBegin = std::min(f.edge, length);
     const int midEnd = std::max(length - f.edge, midBegin);
-    if (midEnd > midBegin) {
+    const int innerBegin = std::max(first, midBegin);
+    const int innerEnd = std::min(end, midEnd);
+    if (innerEnd > innerBegin) {
         const float* w = f.w;
-        const int j0 = midBegin * channels;
-        const int j1 = midEnd * channels;
+        const int j0 = innerBegin * channels;
+        const int j1 = innerEnd * channels;
         const float w0 = w[0];
         for (int j = j0; j < j1; ++j)
             out[j] = w0 * in[j];
@@ -181,11 +183,15 @@ void FilterLine(const float* __restrict in, float* __restrict out, int length, i
     }
     for (int c = 0; c < channels; ++c) {
         auto at = [&](int p) { return in[p * channels + c]; };
-        for (int i = 0; i < midBegin; ++i)
+        for (int i = first; i < std::min(end, midBegin); ++i)
             out[i * channels + c] = EdgeSample(i, length, f, at);
-        for (int i = midEnd; i < length; ++i)
+        for (int i = std::max(first, midEnd); i < end; ++i)
             out[i * channels + c] = EdgeSample(i, length, f, at);
     }
+}
+
+void FilterLine(const float* in, float* out, int length, int channels, const SymmetricFilter& f) {
+    FilterLineRange(in, out, length, channels, 0, length, f);
 }
 
 void FilterSeparable(DQImage* dest, const DQImage* source, const SymmetricFilter& filter, bool rows,

@@ -25,6 +25,11 @@ void FilterSeparable(DQImage* dest, const DQImage* source, const SymmetricFilter
 void FilterLine(const float* in, float* out, int length, int channels,
                 const SymmetricFilter& filter);
 
+// FilterLine for the pixels [first, end) of the line alone; the others of `out` are left as they
+// are. Each pixel is computed as FilterLine computes it.
+void FilterLineRange(const float* in, float* out, int length, int channels, int first, int end,
+                     const SymmetricFilter& filter);
+
 // One output row of the column pass: row y of the columns of the float plane `rows` (row y at
 // rows + y * stride, `elements` floats wide), into `out`. Within `edge` rows of the top or bottom
 // the taps outside are dropped and the rest divided by the sum of their weights.

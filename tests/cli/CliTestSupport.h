@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/Media.h"
+#include "cli/RetimeSettings.h"
 #include "cli/Score.h"
 #include "cli/Synth.h"
 
@@ -34,6 +36,20 @@ struct RunLimits {
     bool asUnprivileged = false;    // run as "nobody", for whom root's folders are not writable
     bool killedAtFileLimit = false; // a write past maxFileBytes kills the process (SIGXFSZ)
 };
+
+// The words of a line split at spaces.
+inline std::vector<std::string> Words(const std::string& line) {
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;)
+        words.push_back(word);
+    return words;
+}
+
+// The retime options of a command line given as words split at spaces.
+inline RetimeSettings Retime(const std::string& line) {
+    return ParseRetimeSettings(Words(line));
+}
 
 inline std::string Slurp(const std::string& path) {
     std::ostringstream text;
@@ -90,15 +106,34 @@ inline RunResult RunQuelmor(const std::vector<std::string>& args, const RunLimit
     return r;
 }
 
-// Names and sizes of everything under a folder, to show that a refused run changed nothing.
+// Names, sizes and a hash of the bytes of everything under a folder, to show that a refused run
+// changed nothing.
 inline std::vector<std::string> FolderState(const std::filesystem::path& dir) {
     std::vector<std::string> state;
-    for (const auto& e : std::filesystem::recursive_directory_iterator(dir))
-        state.push_back(e.path().lexically_relative(dir).string() + ":" +
-                        (e.is_regular_file() ? std::to_string(e.file_size()) : std::string("dir")));
+    for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
+        std::string entry = e.path().lexically_relative(dir).string() + ":";
+        if (e.is_regular_file()) {
+            std::ostringstream bytes;
+            bytes << std::ifstream(e.path(), std::ios::binary).rdbuf();
+            entry += std::to_string(bytes.str().size()) + " bytes, hash " +
+                     std::to_string(std::hash<std::string>{}(bytes.str()));
+        } else {
+            entry += "dir";
+        }
+        state.push_back(entry);
+    }
     std::sort(state.begin(), state.end());
     return state;
 }
+
+// A command line that must be refused: the exit status and a part of the message it must give.
+struct Refusal {
+    std::string name;
+    int status;
+    std::string message;
+    std::string line; // as to FolderTest::Args
+    RunLimits limits = {};
+};
 
 // Fixture with a fresh folder per test, readable by every user, removed afterwards.
 class FolderTest : public ::testing::Test {
@@ -117,10 +152,9 @@ protected:
     // A command line from words split at spaces; a word starting with @ names a file in the
     // test's folder.
     std::vector<std::string> Args(const std::string& line) const {
-        std::vector<std::string> args;
-        std::istringstream words(line);
-        for (std::string word; words >> word;)
-            args.push_back(word[0] == '@' ? In(word.substr(1)) : word);
+        std::vector<std::string> args = Words(line);
+        for (std::string& word : args)
+            if (word[0] == '@') word = In(word.substr(1));
         return args;
     }
     // Runs a command line given as to Args and expects it to succeed.
@@ -128,6 +162,16 @@ protected:
         auto r = RunQuelmor(Args(line));
         EXPECT_EQ(r.status, 0) << line << ": " << r.err;
         return r;
+    }
+
+    // Runs a command line given as to Args, with --quiet, that must fail with its status and
+    // message and leave the test's folder as it was.
+    void ExpectRefused(const Refusal& c) {
+        const auto before = FolderState(dir_);
+        const auto r = RunQuelmor(Args(c.line + " --quiet"), c.limits);
+        EXPECT_EQ(r.status, c.status) << c.name << ": " << r.err;
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.name << ": " << r.err;
+        EXPECT_EQ(FolderState(dir_), before) << c.name;
     }
 
     std::filesystem::path dir_;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "CliTestSupport.h"
 #include "cli/CommandLine.h"
 #include "cli/Progress.h"
 #include "cli/RetimeSettings.h"
@@ -41,13 +42,7 @@ TEST(CommandLineTest, SplitsFilesAndOptions) {
     }
 }
 
-RetimeSettings Retime(const std::string& line) {
-    std::vector<std::string> args;
-    std::istringstream words(line);
-    for (std::string word; words >> word;)
-        args.push_back(word);
-    return ParseRetimeSettings(args);
-}
+using test::Retime;
 
 TEST(OptionValueTest, RefusesBadValuesWithTheirMessage) {
     struct Case {

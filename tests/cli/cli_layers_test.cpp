@@ -2,21 +2,12 @@
 // `--matte-shrink`, `--layer-sensitivity` and `--draw`, and the mattes that `synth` writes.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "CliTestSupport.h"
-#include "cli/RetimeSettings.h"
 
 namespace quelmor::cli {
 namespace {
 
-RetimeSettings Retime(const std::string& line) {
-    std::vector<std::string> args;
-    std::istringstream words(line);
-    for (std::string word; words >> word;)
-        args.push_back(word);
-    return ParseRetimeSettings(args);
-}
+using test::Retime;
 
 constexpr const char* kBase = "i.%04d.png o.%04d.png --speed 0.5 ";
 
@@ -139,24 +130,6 @@ TEST_F(LayerRunTest, TwoLayersRetimeTheClip) {
     auto out = OpenMedia(In("o.%04d.png"));
     const auto truth = OpenMedia(In("true_s.%04d.png"));
     EXPECT_GT(ScoreClips(*out, *truth).psnr, 24.0);
-}
-
-TEST_F(LayerRunTest, RefusesMattesThatDoNotFit) {
-    Run("synth @s.%04d.png --frames 3 --size 96x64 --steps 2 --quiet");
-    Run("synth @small.%04d.png --frames 3 --size 48x32 --steps 2 --quiet");
-    const struct {
-        const char* matte;
-        const char* message;
-    } cases[] = {{"@matte_small.%04d.png", "is 48x32, the input 96x64"},
-                 {"alpha", "--matte alpha needs an input with alpha"},
-                 {"@none.%04d.png", "none"}};
-    for (const auto& c : cases) {
-        const auto r = test::RunQuelmor(
-            Args(std::string("retime @s.%04d.png @o.%04d.png --speed 0.5 --matte ") + c.matte));
-        EXPECT_NE(r.status, 0) << c.matte;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.matte << ": " << r.err;
-        EXPECT_FALSE(std::filesystem::exists(In("o.0000.png"))) << c.matte;
-    }
 }
 
 } // namespace

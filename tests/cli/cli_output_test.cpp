@@ -1,13 +1,17 @@
 // What a run leaves in its output folder when the output is the input under another name, when
-// it fails half-way, when it makes fewer frames than the output it replaces, and when a signal
-// stops it: never less than the output that was there, and never a mix that no run made.
+// it fails half-way, when it makes fewer frames than the output it replaces, when a signal stops
+// it, and when it resumes an unfinished sequence: never less than the output that was there, and
+// never a mix that no run made.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "CliTestSupport.h"
@@ -17,20 +21,6 @@ namespace quelmor::cli {
 namespace {
 namespace fs = std::filesystem;
 using test::WriteSynthClip;
-
-// Every file under a folder with its size and a hash of its bytes.
-std::map<std::string, std::string> Contents(const fs::path& dir) {
-    std::map<std::string, std::string> files;
-    for (const auto& e : fs::recursive_directory_iterator(dir))
-        if (e.is_regular_file()) {
-            std::ostringstream bytes;
-            bytes << std::ifstream(e.path(), std::ios::binary).rdbuf();
-            files[e.path().lexically_relative(dir).string()] =
-                std::to_string(bytes.str().size()) + " bytes, hash " +
-                std::to_string(std::hash<std::string>{}(bytes.str()));
-        }
-    return files;
-}
 
 std::vector<std::string> HiddenFiles(const fs::path& dir) {
     std::vector<std::string> hidden;
@@ -63,25 +53,17 @@ TEST_F(OutputTest, AnOutputThatIsTheInputUnderAnotherNameIsRefused) {
     fs::create_directory_symlink(dir_, In("link"));
     fs::create_hard_link(In("s.0002.png"), In("h.0002.png"));
     const std::string dot = (dir_ / "." / "").string();
-    struct Case {
-        const char* name;
-        std::string line;
-    } cases[] = {
-        {"through ./", "retime @s.%04d.png " + dot + "s.%04d.png --speed 0.5"},
-        {"hashes for the field", "retime @s.%04d.png @s.####.png --speed 0.5"},
-        {"through a linked folder", "retime @s.%04d.png @link/s.%04d.png --speed 0.5"},
-        {"one frame hard-linked", "retime @s.%04d.png @h.%04d.png --speed 0.5"},
-        {"a video through ./", "retime @v.mp4 " + dot + "v.mp4 --speed 0.5"},
-        {"spark, hashes", "spark @s.%04d.png @s.####.png --speed 0.5"},
+    const std::string message = "the output must not be the input";
+    const test::Refusal cases[] = {
+        {"through ./", 2, message, "retime @s.%04d.png " + dot + "s.%04d.png --speed 0.5"},
+        {"hashes for the field", 2, message, "retime @s.%04d.png @s.####.png --speed 0.5"},
+        {"through a linked folder", 2, message, "retime @s.%04d.png @link/s.%04d.png --speed 0.5"},
+        {"one frame hard-linked", 2, message, "retime @s.%04d.png @h.%04d.png --speed 0.5"},
+        {"a video through ./", 2, message, "retime @v.mp4 " + dot + "v.mp4 --speed 0.5"},
+        {"spark, hashes", 2, message, "spark @s.%04d.png @s.####.png --speed 0.5"},
     };
-    for (const Case& c : cases) {
-        const auto before = Contents(dir_);
-        const auto r = test::RunQuelmor(Args(c.line + " --overwrite --quiet"));
-        EXPECT_EQ(r.status, 2) << c.name << ": " << r.err;
-        EXPECT_NE(r.err.find("the output must not be the input"), std::string::npos)
-            << c.name << ": " << r.err;
-        EXPECT_EQ(Contents(dir_), before) << c.name;
-    }
+    for (const test::Refusal& c : cases)
+        ExpectRefused({c.name, c.status, c.message, c.line + " --overwrite"});
 }
 
 TEST_F(OutputTest, AFailedRunLeavesTheOldOutputWhole) {
@@ -102,17 +84,25 @@ TEST_F(OutputTest, AFailedRunLeavesTheOldOutputWhole) {
     };
     for (const Case& c : cases) {
         Run("retime @s.%04d.png @" + std::string(c.output) + " --speed 1 --quiet");
-        const auto before = Contents(dir_);
-        const auto r =
-            test::RunQuelmor(Args(std::string("retime ") + c.input + " @" + c.output +
-                                  " --speed 1 --interpolation nearest --overwrite --quiet"),
-                             {c.maxFileBytes, false});
-        EXPECT_EQ(r.status, 1) << c.name << ": " << r.err;
-        EXPECT_NE(r.err.find("cannot"), std::string::npos) << c.name << ": " << r.err;
-        EXPECT_EQ(Contents(dir_), before) << c.name;
-        for (const auto& [name, bytes] : Contents(dir_))
-            if (name.rfind("old", 0) == 0) fs::remove(In(name));
+        ExpectRefused({c.name,
+                       1,
+                       "cannot",
+                       std::string("retime ") + c.input + " @" + c.output +
+                           " --speed 1 --interpolation nearest --overwrite",
+                       {c.maxFileBytes}});
+        for (const auto& e : fs::directory_iterator(dir_))
+            if (e.path().filename().string().rfind("old", 0) == 0) fs::remove(e.path());
     }
+}
+
+TEST_F(OutputTest, AProcessKilledWhileWritingLeavesNoHiddenFile) {
+    // The file size limit kills the process inside its first write of a frame.
+    WriteSynthClip(In("c.%04d.png"), 3, SampleType::U8, 64, 48);
+    const auto before = test::FolderState(dir_);
+    const auto r = test::RunQuelmor(Args("retime @c.%04d.png @r.%04d.png --speed 0.5 --quiet"),
+                                    {.maxFileBytes = 1024, .killedAtFileLimit = true});
+    EXPECT_EQ(r.status, 128 + SIGXFSZ) << r.err;
+    EXPECT_EQ(test::FolderState(dir_), before);
 }
 
 TEST_F(OutputTest, OverwritingLeavesOnlyTheNewSequence) {
@@ -214,7 +204,7 @@ TEST_F(OutputTest, ASignalStopsTheRunWithItsOutputInOrder) {
             Run(old);
             line += " --overwrite";
         }
-        const auto before = Contents(In("out"));
+        const auto before = test::FolderState(In("out"));
         const Started run = Start(Args(line), scratch);
         ASSERT_TRUE(WaitForHiddenFile(run.pid, In("out"))) << c.name << " ended early";
         kill(run.pid, c.signal);
@@ -223,12 +213,12 @@ TEST_F(OutputTest, ASignalStopsTheRunWithItsOutputInOrder) {
         EXPECT_NE(err.find("interrupted by SIG"), std::string::npos) << c.name << ": " << err;
         EXPECT_TRUE(HiddenFiles(In("out")).empty()) << c.name << ": " << err;
         if (c.oldOutput) {
-            EXPECT_EQ(Contents(In("out")), before) << c.name << ": " << err;
+            EXPECT_EQ(test::FolderState(In("out")), before) << c.name << ": " << err;
             EXPECT_NE(err.find("left as it was"), std::string::npos) << c.name << ": " << err;
         }
         if (!c.keepsFrames) {
             if (!c.oldOutput) {
-                EXPECT_TRUE(Contents(In("out")).empty()) << c.name << ": " << err;
+                EXPECT_TRUE(test::FolderState(In("out")).empty()) << c.name << ": " << err;
             }
             continue;
         }
@@ -252,6 +242,110 @@ TEST_F(OutputTest, ASignalStopsTheRunWithItsOutputInOrder) {
             std::to_string(frames.back()));
         test::ExpectSameFrames(In("out/r.%04d.png"), In("ref/r.%04d.png"), c.name);
     }
+}
+
+// Continuing an image sequence: --resume renders only the frames missing from the output (within
+// --frames when given), keeps the ones there untouched, and a resumed run that fails keeps the
+// frames it finished, so that the next one has less to do. --print-frames tells a farm script the
+// range to split. Every result is compared bit for bit with one uninterrupted run.
+constexpr const char* kRetime = "retime @c.%04d.png @r.%04d.png --speed 0.5 --quality best";
+
+class ResumeTest : public test::FolderTest {
+protected:
+    void SetUp() override {
+        test::FolderTest::SetUp();
+        test::WriteSynthClip(In("c.%04d.png"), 4, SampleType::U8, 64, 48);
+        Run("retime @c.%04d.png @whole.%04d.png --speed 0.5 --quality best --quiet");
+    }
+    std::string Frame(int n) const { return SequencePattern::Parse(In("r.%04d.png"))->Path(n); }
+    std::string Whole(int n) const { return SequencePattern::Parse(In("whole.%04d.png"))->Path(n); }
+    static std::string Bytes(const std::string& path) {
+        std::ifstream file(path, std::ios::binary);
+        EXPECT_TRUE(file.good()) << path;
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+    std::set<int> FramesThere() const {
+        const auto found = SequencePattern::Parse(In("r.%04d.png"))->FindFrames();
+        return {found.begin(), found.end()};
+    }
+    static ino_t Inode(const std::string& path) {
+        struct stat st {};
+        EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+        return st.st_ino;
+    }
+};
+
+TEST_F(ResumeTest, RendersOnlyTheMissingFramesWithinTheChunk) {
+    struct Case {
+        const char* name;
+        std::set<int> deleted; // from a finished run of output frames 0-7
+        const char* frames;    // --frames, or ""
+        const char* said;      // what the run says it found
+        std::set<int> after;   // frames there afterwards
+    } cases[] = {
+        {"gaps at both ends and inside",
+         {0, 3, 4, 7},
+         "",
+         "4 of the 8 output frames 0-7 are there, 4 to render",
+         {0, 1, 2, 3, 4, 5, 6, 7}},
+        {"only within the chunk",
+         {1, 3, 6},
+         "2-5",
+         "3 of the 4 output frames 2-5 are there, 1",
+         {0, 2, 3, 4, 5, 7}},
+        {"nothing missing",
+         {},
+         "",
+         "8 of the 8 output frames 0-7 are there, 0 to render",
+         {0, 1, 2, 3, 4, 5, 6, 7}},
+        {"nothing there",
+         {0, 1, 2, 3, 4, 5, 6, 7},
+         "4-7",
+         "0 of the 4 output frames 4-7 are there, 4 to render",
+         {4, 5, 6, 7}},
+    };
+    for (const Case& c : cases) {
+        Run(std::string(kRetime) + " --quiet");
+        for (int n : c.deleted)
+            fs::remove(Frame(n));
+        std::map<int, ino_t> kept;
+        for (int n : FramesThere())
+            kept[n] = Inode(Frame(n));
+        const auto r =
+            Run(std::string(kRetime) + " --resume" + (*c.frames ? " --frames " : "") + c.frames);
+        EXPECT_NE(r.err.find(c.said), std::string::npos) << c.name << ": " << r.err;
+        EXPECT_EQ(FramesThere(), c.after) << c.name;
+        // The frames that were there are the same files, not rendered again.
+        for (const auto& [n, inode] : kept)
+            EXPECT_EQ(Inode(Frame(n)), inode) << c.name << ", frame " << n;
+        // Byte for byte the files of the uninterrupted run.
+        for (int n : c.after)
+            EXPECT_EQ(Bytes(Frame(n)), Bytes(Whole(n))) << c.name << ", frame " << n;
+        for (int n = 0; n < 8; ++n)
+            fs::remove(Frame(n));
+    }
+}
+
+TEST_F(ResumeTest, AFailedRunKeepsItsFinishedFramesForTheNext) {
+    // A folder where frame 5 is first written makes that frame, and the run, fail.
+    const std::string blocker = PartPath(Frame(5));
+    fs::create_directory(blocker);
+    const auto failed = test::RunQuelmor(Args(std::string(kRetime) + " --resume --threads 1"));
+    EXPECT_EQ(failed.status, 1) << failed.err;
+    EXPECT_NE(failed.err.find("cannot write " + Frame(5)), std::string::npos) << failed.err;
+    EXPECT_EQ(FramesThere(), (std::set<int>{0, 1, 2, 3, 4}));
+    fs::remove(blocker);
+    const auto r = Run(std::string(kRetime) + " --resume");
+    EXPECT_NE(r.err.find("5 of the 8 output frames 0-7 are there, 3 to render"), std::string::npos)
+        << r.err;
+    test::ExpectSameFrames(In("whole.%04d.png"), In("r.%04d.png"), "resumed after a failure");
+}
+
+TEST_F(ResumeTest, PrintFramesTellsTheRangeAndWritesNothing) {
+    const auto before = test::FolderState(dir_);
+    EXPECT_EQ(Run(std::string(kRetime) + " --print-frames").out, "0-7\n");
+    EXPECT_EQ(Run(std::string(kRetime) + " --print-frames --frames 2-5").out, "2-5\n");
+    EXPECT_EQ(test::FolderState(dir_), before);
 }
 
 } // namespace

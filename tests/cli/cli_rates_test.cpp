@@ -171,27 +171,6 @@ TEST_F(Rates, FpsMakesFramesAtTheInputsPace) {
     }
 }
 
-TEST_F(Rates, FpsWithoutAnInputRateIsRefused) {
-    const int unrated[2] = {0, 0};
-    WriteRatedSequence(In("plain.%d.png"), 3, unrated);
-    const struct {
-        const char* line;
-        const char* message;
-    } cases[] = {
-        {"retime @plain.%d.png @o.%d.png --fps 60", "give it with --input-fps"},
-        {"retime @plain.%d.png @o.%d.png --fps 60 --speed 0.5", "only one of --speed, --fps"},
-        {"retime @plain.%d.png @o.%d.png --fps 60 --rate 30 --input-fps 24", "--rate"},
-        {"retime @plain.%d.png @o.%d.png --fps 0 --input-fps 24", "--fps"},
-    };
-    const auto state = FolderState(dir_);
-    for (const auto& c : cases) {
-        const RunResult r = RunQuelmor(Args(c.line));
-        EXPECT_EQ(r.status, 2) << c.line;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << c.line << ": " << r.err;
-    }
-    EXPECT_EQ(FolderState(dir_), state);
-}
-
 TEST_F(Rates, SoundIsKeptAtTheInputsPaceOnly) {
     WriteSynthClip(In("silent.mp4"), 25, SampleType::U8, 48, 32);
     AddSound(In("silent.mp4"), In("clip.mp4"));

@@ -15,35 +15,8 @@ namespace {
 
 class ThreadsTest : public test::FolderTest {};
 
-TEST_F(ThreadsTest, WorkerCountsAreRefusedOutsideOneTo64) {
-    test::WriteSynthClip(In("c.%04d.png"), 2, SampleType::U8);
-    const auto before = test::FolderState(dir_);
-    const std::vector<std::string> retime = {"retime", In("c.%04d.png"), In("r.%04d.png"),
-                                             "--speed", "0.5"};
-    const std::vector<std::string> spark = {"spark", In("c.%04d.png"), In("r.%04d.png"), "--speed",
-                                            "0.5"};
-    const std::vector<std::string> synth = {"synth", In("s.%04d.png"), "--frames", "2"};
-    struct Case {
-        const std::vector<std::string>* command;
-        const char* value;
-    } cases[] = {
-        {&retime, "0"},   {&retime, "-1"}, {&retime, "65"}, {&retime, "99999999999999999999"},
-        {&retime, "1.5"}, {&retime, ""},   {&spark, "0"},   {&spark, "100000"},
-        {&synth, "0"},    {&synth, "two"},
-    };
-    for (const Case& c : cases) {
-        auto args = *c.command;
-        args.push_back("--threads=" + std::string(c.value));
-        const auto r = test::RunQuelmor(args);
-        const std::string what = args[0] + " --threads=" + c.value;
-        EXPECT_EQ(r.status, 2) << what << ": " << r.err;
-        EXPECT_NE(r.err.find("--threads must be a whole number from 1 to 64, got \"" +
-                             std::string(c.value) + "\""),
-                  std::string::npos)
-            << what << ": " << r.err;
-    }
-    EXPECT_EQ(test::FolderState(dir_), before);
-    // The edges of the range are taken, leading zeros too.
+TEST(ParseThreadsTest, TakesTheEdgesOfTheRange) {
+    // The refusals outside the range are in the command's refusal suite.
     for (const char* good : {"1", "64", "0002"})
         EXPECT_EQ(ParseThreads(good), std::stoi(good)) << good;
 }

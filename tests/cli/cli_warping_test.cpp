@@ -2,21 +2,12 @@
 // the engine, and the plug-in's command keeps its fixed warping.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "CliTestSupport.h"
-#include "cli/RetimeSettings.h"
 
 namespace quelmor::cli {
 namespace {
 
-RetimeSettings Retime(const std::string& line) {
-    std::vector<std::string> args;
-    std::istringstream words(line);
-    for (std::string word; words >> word;)
-        args.push_back(word);
-    return ParseRetimeSettings(args);
-}
+using test::Retime;
 
 TEST(WarpingOptionTest, NamesTheMenuEntries) {
     const struct {
@@ -85,14 +76,9 @@ TEST_F(WarpingRunTest, EachWarpingReachesTheEngine) {
     }
 }
 
-TEST_F(WarpingRunTest, HelpNamesItAndThePlugInCommandRefusesIt) {
+TEST(WarpingHelpTest, NamesTheOption) {
     const auto help = test::RunQuelmor({"--help"});
     EXPECT_NE(help.out.find("--warping NAME"), std::string::npos) << help.out;
-    test::WriteSynthClip(In("s.%04d.png"), 3, SampleType::U8);
-    const auto spark =
-        test::RunQuelmor(Args("spark @s.%04d.png @o.%04d.png --speed 0.5 --warping smart"));
-    EXPECT_EQ(spark.status, 2) << spark.err;
-    EXPECT_NE(spark.err.find("--warping"), std::string::npos) << spark.err;
 }
 
 } // namespace
