@@ -25,7 +25,7 @@ constexpr OptionSpec kInputFpsOption{
 // clang-format off
 constexpr OptionSpec kRetimeOptions[] = {
     kSpeedOption,      {"speed-curve", true},   {"frame-curve", true}, {"scenes", true},
-    {"frames", true},  kInterpolationOption,    kDirectQualityOption,        kMotionBlurOption,
+    {"frames", true},  kInterpolationOption,    kDirectQualityOption,  kMotionBlurOption,
     kRateOption,       {"overwrite", false},    {"quiet", false},      {"timing", false},
     {"resume", false}, {"print-frames", false}, {"threads", true},
     {"channel-mix", true}, kAlphaOption, kFpsOption, kInputFpsOption,
