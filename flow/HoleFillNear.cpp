@@ -159,7 +159,7 @@ Region HoleRuns(const DQImage& weights) {
     return ZeroWeights(weights, whole);
 }
 
-// Per row, the hull of the holes (non-zero or not-a-number in `holes`) where `needed` is non-zero
+// Per row, the runs of the holes (non-zero or not-a-number in `holes`) where `needed` is non-zero
 // (or not a number) too.
 Region NeededHoleRuns(const DQImage& holes, const DQImage& needed) {
     Region runs(static_cast<size_t>(holes.height));
@@ -169,13 +169,8 @@ Region NeededHoleRuns(const DQImage& holes, const DQImage& needed) {
                 for (int y = first; y <= last; ++y) {
                     const H* h = holes.Row<H>(y);
                     const N* n = needed.Row<N>(y);
-                    int x0 = holes.width, x1 = 0;
-                    for (int x = 0; x < holes.width; ++x)
-                        if (!(h[x] == H(0)) && !(n[x] == N(0))) {
-                            x0 = std::min(x0, x);
-                            x1 = x + 1;
-                        }
-                    if (x1 > x0) runs[y] = {x0, x1};
+                    runs[y] = RunsWhere(0, holes.width,
+                                        [&](int x) { return !(h[x] == H(0)) && !(n[x] == N(0)); });
                 }
             });
         });
