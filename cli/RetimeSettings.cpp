@@ -150,8 +150,6 @@ RetimeSettings ParseRetimeSettings(std::span<const std::string> given) {
     }
     if (s.vectors && s.points)
         throw UsageError("give only one of --vectors (motion from files) and --points");
-    if (s.vectors && !s.mattes.empty())
-        throw UsageError("--vectors drives a retime of one layer; it does not take --matte");
     if (s.input == s.output) throw UsageError("the output must not be the input");
     return s;
 }

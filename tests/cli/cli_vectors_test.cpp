@@ -281,5 +281,21 @@ TEST_F(VectorsTest, VectorsOfTheSmallerFlowRetimeCloseToTheComputedFrames) {
         EXPECT_GT(test::FramePsnr(In("a.%04d.png"), i, In("b.%04d.png"), i), 30.0) << i;
 }
 
+// Every layer takes the files' vectors, held to its own matte: close to the layers' computed
+// flows, and not the same frames as one layer moved by the same vectors.
+TEST_F(VectorsTest, LayersTakeTheVectorsToo) {
+    Run("synth @s.%04d.png --frames 3 --size 96x64 --steps 2 --quiet");
+    Run("vectors @s.%04d.png @v.%04d.exr --quality full --quiet");
+    const std::string retime = "retime @s.%04d.png @";
+    const std::string rest = ".%04d.png --speed 0.5 --quality full --quiet";
+    Run(retime + "computed" + rest + " --matte @matte_s.%04d.png");
+    Run(retime + "layers" + rest + " --matte @matte_s.%04d.png --vectors @v.%04d.exr");
+    Run(retime + "single" + rest + " --vectors @v.%04d.exr");
+    for (int i = 0; i < 5; ++i)
+        EXPECT_GT(test::FramePsnr(In("computed.%04d.png"), i, In("layers.%04d.png"), i), 30.0)
+            << i;
+    EXPECT_GT(DifferingFrames(In("layers.%04d.png"), In("single.%04d.png")), 0);
+}
+
 } // namespace
 } // namespace quelmor::cli
