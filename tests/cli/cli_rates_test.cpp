@@ -21,14 +21,14 @@ namespace oiio = OIIO;
 // Writes `frames` grey 8-bit frames of 32x16 numbered from 0, each saying it plays at `rate`.
 void WriteRatedSequence(const std::string& pattern, int frames, const int (&rate)[2]) {
     for (int i = 0; i < frames; ++i) {
-        oiio::ImageSpec spec(32, 16, 1, oiio::TypeDesc::UINT8);
-        if (rate[0] > 0) spec.attribute("FramesPerSecond", oiio::TypeRational, rate);
+        oiio::ImageSpec header(32, 16, 1, oiio::TypeDesc::UINT8);
+        if (rate[0] > 0) header.attribute("FramesPerSecond", oiio::TypeRational, rate);
         std::vector<std::uint8_t> pixels(32 * 16);
         for (std::size_t p = 0; p < pixels.size(); ++p)
             pixels[p] = std::uint8_t((p % 32) * 4 + std::size_t(i) * 3);
         const std::string path = SequencePattern::Parse(pattern)->Path(i);
         auto out = oiio::ImageOutput::create(path);
-        ASSERT_TRUE(out && out->open(path, spec));
+        ASSERT_TRUE(out && out->open(path, header));
         ASSERT_TRUE(out->write_image(oiio::TypeDesc::UINT8, pixels.data()));
         out->close();
     }
