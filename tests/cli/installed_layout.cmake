@@ -1,6 +1,10 @@
 # Installs the build into a fresh folder and runs the installed command from there: the executable
 # must find its commands library in the installed library folder, not in the build tree.
-#   cmake -DBUILD_DIR=... -DPREFIX=... -P installed_layout.cmake
+#   cmake -DBUILD_DIR=... -DCOMMAND=... -DLIBRARY=... -DPREFIX=... -P installed_layout.cmake
+if(NOT EXISTS ${COMMAND} OR NOT EXISTS ${LIBRARY})
+    message(STATUS "the command is not built in ${BUILD_DIR}: nothing to install")
+    return()
+endif()
 file(REMOVE_RECURSE ${PREFIX})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX}
     RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
